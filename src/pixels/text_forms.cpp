@@ -1,0 +1,58 @@
+#include "bic/pixels/text_forms.hpp"
+
+#include <charconv>
+#include <cstdio>
+
+namespace bic::text_forms {
+
+namespace {
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+
+std::string_view trimmed(std::string_view s) {
+    while (!s.empty() && isSpace(s.front())) s.remove_prefix(1);
+    while (!s.empty() && isSpace(s.back())) s.remove_suffix(1);
+    return s;
+}
+} // namespace
+
+std::optional<std::uint32_t> parseHex(std::string_view text) {
+    text = trimmed(text);
+    if (!text.empty() && text.front() == '#') text = trimmed(text.substr(1));
+    if (text.size() != 6) return std::nullopt;
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+std::string formatFloats(std::initializer_list<float> values, std::size_t count) {
+    std::string out;
+    char buffer[64];
+    std::size_t i = 0;
+    for (float v : values) {
+        if (i++ == count) break;
+        std::snprintf(buffer, sizeof buffer, out.empty() ? "%f" : " %f", static_cast<double>(v));
+        out += buffer;
+    }
+    return out;
+}
+
+std::optional<std::vector<float>> parseFloats(std::string_view text) {
+    std::vector<float> out;
+    for (;;) {
+        const std::size_t space = text.find(' ');
+        std::string_view piece = text.substr(0, space);
+        // A leading plus sign is a valid float spelling that from_chars does not take.
+        if (piece.size() > 1 && piece.front() == '+' && piece[1] != '-') piece.remove_prefix(1);
+        float v = 0;
+        const auto [end, error] = std::from_chars(piece.data(), piece.data() + piece.size(), v);
+        if (piece.empty() || error != std::errc() || end != piece.data() + piece.size())
+            return std::nullopt;
+        out.push_back(v);
+        if (space == std::string_view::npos) break;
+        text.remove_prefix(space + 1);
+    }
+    return out;
+}
+
+} // namespace bic::text_forms

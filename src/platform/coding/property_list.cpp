@@ -1,0 +1,161 @@
+#include <plist/plist.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+
+#include "bic/platform/coding/formats.hpp"
+
+namespace bic::coding {
+
+namespace {
+
+struct PlistFree {
+    void operator()(plist_t p) const { plist_free(p); }
+};
+using PlistPtr = std::unique_ptr<void, PlistFree>;
+
+plist_t toPlist(const Value& v, CodingPath& path) {
+    switch (v.kind()) {
+    case Value::Kind::null:
+        throw EncodingError(path, "Property lists cannot hold a null value.");
+    case Value::Kind::boolean: return plist_new_bool(*v.get<bool>() ? 1 : 0);
+    // libplist stores integers as 64 raw bits and writes them back as signed numbers.
+    case Value::Kind::integer:
+        return plist_new_uint(static_cast<std::uint64_t>(*v.get<std::int64_t>()));
+    case Value::Kind::real: return plist_new_real(*v.get<double>());
+    case Value::Kind::string: return plist_new_string(v.get<std::string>()->c_str());
+    case Value::Kind::data: {
+        const Data& d = *v.get<Data>();
+        return plist_new_data(reinterpret_cast<const char*>(d.data()), d.size());
+    }
+    case Value::Kind::date: {
+        const double s = v.get<Date>()->secondsSinceReferenceDate;
+        const double whole = std::floor(s);
+        return plist_new_date(static_cast<std::int32_t>(whole),
+                              static_cast<std::int32_t>(std::lround((s - whole) * 1e6)));
+    }
+    case Value::Kind::array: {
+        PlistPtr array(plist_new_array());
+        const Array& a = *v.get<Array>();
+        for (std::size_t i = 0; i < a.size(); ++i) {
+            path.push_back("Index " + std::to_string(i));
+            plist_array_append_item(array.get(), toPlist(a[i], path));
+            path.pop_back();
+        }
+        return array.release();
+    }
+    case Value::Kind::dictionary: {
+        PlistPtr dict(plist_new_dict());
+        for (const auto& [key, item] : *v.get<Dictionary>()) {
+            path.push_back(key);
+            plist_dict_set_item(dict.get(), key.c_str(), toPlist(item, path));
+            path.pop_back();
+        }
+        return dict.release();
+    }
+    }
+    throw EncodingError(path, "Unknown value kind.");
+}
+
+Value fromPlist(plist_t node) {
+    switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+        std::uint8_t b = 0;
+        plist_get_bool_val(node, &b);
+        return Value(b != 0);
+    }
+    case PLIST_UINT: {
+        std::uint64_t u = 0;
+        plist_get_uint_val(node, &u);
+        return Value(static_cast<std::int64_t>(u));
+    }
+    case PLIST_REAL: {
+        double d = 0;
+        plist_get_real_val(node, &d);
+        return Value(d);
+    }
+    case PLIST_STRING:
+    case PLIST_KEY: {
+        char* s = nullptr;
+        plist_get_string_val(node, &s);
+        std::string out = s ? s : "";
+        std::free(s);
+        return Value(std::move(out));
+    }
+    case PLIST_DATA: {
+        char* bytes = nullptr;
+        std::uint64_t length = 0;
+        plist_get_data_val(node, &bytes, &length);
+        Data out(reinterpret_cast<std::uint8_t*>(bytes),
+                 reinterpret_cast<std::uint8_t*>(bytes) + length);
+        std::free(bytes);
+        return Value(std::move(out));
+    }
+    case PLIST_DATE: {
+        std::int32_t sec = 0, usec = 0;
+        plist_get_date_val(node, &sec, &usec);
+        return Value(Date{sec + usec / 1e6});
+    }
+    case PLIST_ARRAY: {
+        Array out;
+        const std::uint32_t n = plist_array_get_size(node);
+        out.reserve(n);
+        for (std::uint32_t i = 0; i < n; ++i) out.push_back(fromPlist(plist_array_get_item(node, i)));
+        return Value(std::move(out));
+    }
+    case PLIST_DICT: {
+        Dictionary out;
+        plist_dict_iter it = nullptr;
+        plist_dict_new_iter(node, &it);
+        for (;;) {
+            char* key = nullptr;
+            plist_t item = nullptr;
+            plist_dict_next_item(node, it, &key, &item);
+            if (!item) {
+                std::free(key);
+                break;
+            }
+            out.emplace_back(key ? key : "", fromPlist(item));
+            std::free(key);
+        }
+        std::free(it);
+        return Value(std::move(out));
+    }
+    default:
+        throw DecodingError(DecodingError::Kind::dataCorrupted, {},
+                            "The property list holds a value of an unsupported type.");
+    }
+}
+
+} // namespace
+
+Data writePropertyList(const Value& root, PropertyListFormat format) {
+    CodingPath path;
+    PlistPtr plist(toPlist(root, path));
+    char* bytes = nullptr;
+    std::uint32_t length = 0;
+    if (format == PropertyListFormat::binary) {
+        plist_to_bin(plist.get(), &bytes, &length);
+    } else {
+        plist_to_xml(plist.get(), &bytes, &length);
+    }
+    if (!bytes) throw EncodingError({}, "The property list could not be written.");
+    Data out(reinterpret_cast<std::uint8_t*>(bytes), reinterpret_cast<std::uint8_t*>(bytes) + length);
+    std::free(bytes);
+    return out;
+}
+
+Value readPropertyList(std::span<const std::uint8_t> bytes) {
+    plist_t raw = nullptr;
+    if (!bytes.empty() && bytes.size() <= UINT32_MAX)
+        plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
+                          static_cast<std::uint32_t>(bytes.size()), &raw);
+    if (!raw)
+        throw DecodingError(DecodingError::Kind::dataCorrupted, {},
+                            "The given data was not a valid property list.");
+    PlistPtr plist(raw);
+    return fromPlist(plist.get());
+}
+
+} // namespace bic::coding

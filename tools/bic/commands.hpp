@@ -1,0 +1,29 @@
+#pragma once
+// The tool's commands. Each registers itself on the command line and runs when chosen.
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "bic/pixels/pixel_formats.hpp"
+
+namespace bic::tool {
+
+/// A command that failed on its input: printed as one line, exit status 1.
+struct CommandError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+using Run = std::function<void()>;
+
+Run addColorCommand(CLI::App& app);
+Run addDemoCommand(CLI::App& app);
+
+/// A colour typed as hex ("#FF8000", "ff8000") or as text ("1 0.5 0", "0.5").
+std::optional<PixelRGBA32> parseColor(const std::string& text);
+/// The report `bic color` prints for a colour, one fact a line.
+std::string describeColor(const PixelRGBA32& color, const cg::ColorSpace& rgbSpace);
+
+} // namespace bic::tool

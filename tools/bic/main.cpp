@@ -1,0 +1,34 @@
+// bic — runs the library's main jobs from the command line.
+
+#include <cstdio>
+#include <exception>
+
+#include "bic/geometry/image_core_error.hpp"
+#include "commands.hpp"
+
+int main(int argc, char** argv) {
+    CLI::App app{"bic — BrellinImageCore on the command line"};
+    app.require_subcommand(1);
+    bic::tool::Run runs[] = {bic::tool::addColorCommand(app), bic::tool::addDemoCommand(app)};
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "bic: %s\n", e.what());
+        return 2;
+    }
+    try {
+        for (auto& run : runs)
+            if (run) run();
+    } catch (const bic::tool::CommandError& e) {
+        std::fprintf(stderr, "bic: %s\n", e.what());
+        return 1;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "bic: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}
