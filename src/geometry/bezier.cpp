@@ -1,8 +1,8 @@
 #include "bic/geometry/bezier.hpp"
 
-#include <cmath>
-
 #include "bic/platform/core/fatal.hpp"
+
+#include <cmath>
 
 namespace bic {
 

@@ -1,8 +1,8 @@
 #include "bic/geometry/integral_geometry.hpp"
 
-#include <cmath>
-
 #include "bic/platform/core/checked.hpp"
+
+#include <cmath>
 
 namespace bic {
 
@@ -12,8 +12,10 @@ namespace {
 constexpr double kTwo63 = 9223372036854775808.0;
 
 std::int64_t exactInteger(double v) {
-    precondition(std::isfinite(v), "Cannot convert a non-finite floating-point value to an integer.");
-    precondition(v >= -kTwo63 && v < kTwo63, "Floating-point value out of the 64-bit integer range.");
+    precondition(std::isfinite(v),
+                 "Cannot convert a non-finite floating-point value to an integer.");
+    precondition(v >= -kTwo63 && v < kTwo63,
+                 "Floating-point value out of the 64-bit integer range.");
     return static_cast<std::int64_t>(v);
 }
 
@@ -102,7 +104,9 @@ IntegralVector operator+(const IntegralVector& a, const IntegralVector& b) {
 IntegralVector operator-(const IntegralVector& a, const IntegralVector& b) {
     return {checked::sub(a.dx, b.dx), checked::sub(a.dy, b.dy)};
 }
-IntegralVector operator-(const IntegralVector& v) { return {checked::neg(v.dx), checked::neg(v.dy)}; }
+IntegralVector operator-(const IntegralVector& v) {
+    return {checked::neg(v.dx), checked::neg(v.dy)};
+}
 IntegralPoint operator+(const IntegralPoint& p, const IntegralVector& v) {
     return {checked::add(p.x, v.dx), checked::add(p.y, v.dy)};
 }

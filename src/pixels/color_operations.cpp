@@ -76,7 +76,9 @@ bool PixelRGBA32::canReadFromPasteboard(const ns::Pasteboard& pasteboard) {
     return ns::readColor(pasteboard).has_value();
 }
 
-bool PixelRGBA32::canReadFromPasteboard() { return canReadFromPasteboard(*ns::Pasteboard::general()); }
+bool PixelRGBA32::canReadFromPasteboard() {
+    return canReadFromPasteboard(*ns::Pasteboard::general());
+}
 
 std::optional<PixelRGBA32> PixelRGBA32::readFromPasteboard(const cg::ColorSpace& colorSpace,
                                                            const ns::Pasteboard& pasteboard) {

@@ -12,8 +12,10 @@ constexpr const char* kInvalid = "Invalid Value.";
 
 std::string_view trimmed(std::string_view s) {
     const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-    while (!s.empty() && space(s.front())) s.remove_prefix(1);
-    while (!s.empty() && space(s.back())) s.remove_suffix(1);
+    while (!s.empty() && space(s.front()))
+        s.remove_prefix(1);
+    while (!s.empty() && space(s.back()))
+        s.remove_suffix(1);
     return s;
 }
 
@@ -33,7 +35,8 @@ std::optional<ColorValueFormattingType> ColorValueFormattingType::fromRawValue(i
     return ColorValueFormattingType(static_cast<Case>(rawValue));
 }
 
-std::optional<ColorValueFormattingType> ColorValueFormattingType::fromStringValue(std::string_view s) {
+std::optional<ColorValueFormattingType>
+ColorValueFormattingType::fromStringValue(std::string_view s) {
     if (s == "Percent") return ColorValueFormattingType(percent);
     if (s == "BitLevel8") return ColorValueFormattingType(bitLevel8);
     if (s == "BitLevel16") return ColorValueFormattingType(bitLevel16);
@@ -42,23 +45,30 @@ std::optional<ColorValueFormattingType> ColorValueFormattingType::fromStringValu
 
 std::string_view ColorValueFormattingType::stringValue() const {
     switch (case_) {
-    case percent: return "Percent";
-    case bitLevel8: return "BitLevel8";
-    case bitLevel16: return "BitLevel16";
+    case percent:
+        return "Percent";
+    case bitLevel8:
+        return "BitLevel8";
+    case bitLevel16:
+        return "BitLevel16";
     }
     return "Percent";
 }
 
 std::unique_ptr<ns::Formatter> ColorValueFormattingType::formatter() const {
     switch (case_) {
-    case bitLevel8: return std::make_unique<ColorValueFormatter8Bit>();
-    case bitLevel16: return std::make_unique<ColorValueFormatter16Bit>();
-    case percent: break;
+    case bitLevel8:
+        return std::make_unique<ColorValueFormatter8Bit>();
+    case bitLevel16:
+        return std::make_unique<ColorValueFormatter16Bit>();
+    case percent:
+        break;
     }
     return std::make_unique<ns::NumberFormatter>(ns::NumberFormatter::Style::percent);
 }
 
-std::optional<std::string> ColorValueLevelFormatter::stringForObjectValue(const Object& object) const {
+std::optional<std::string>
+ColorValueLevelFormatter::stringForObjectValue(const Object& object) const {
     const auto number = numberValue(object);
     if (!number || std::isnan(*number)) return std::nullopt;
     const float f = static_cast<float>(*number);

@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <cmath>
-
 #include "bic/geometry/bezier.hpp"
 #include "bic/geometry/image_core_error.hpp"
+
+#include <cmath>
+#include <gtest/gtest.h>
 
 using namespace bic;
 
@@ -27,7 +26,8 @@ TEST(Bezier, CurveThroughThreePoints) {
 }
 
 TEST(Bezier, ApproximateLengthIsMeanOfChordAndPolygon) {
-    EXPECT_DOUBLE_EQ(approximateLengthOfQuadraticBezierCurve({0, 0}, {6, 0}, {3, 4}), (6 + 10) * 0.5);
+    EXPECT_DOUBLE_EQ(approximateLengthOfQuadraticBezierCurve({0, 0}, {6, 0}, {3, 4}),
+                     (6 + 10) * 0.5);
     EXPECT_DOUBLE_EQ(approximateLengthOfQuadraticBezierCurve({1, 1}, {4, 5}, {1, 1}), 5);
 }
 
@@ -46,7 +46,8 @@ TEST(ImageCoreError, CodesAndDomain) {
     EXPECT_STREQ(ImageCoreError(ImageCoreError::parameterError).what(), "parameterError");
     EXPECT_EQ(ImageCoreError(ImageCoreError::colorConversionError),
               ImageCoreError(ImageCoreError::colorConversionError));
-    EXPECT_FALSE(ImageCoreError(ImageCoreError::unknownError) == ImageCoreError(ImageCoreError::parameterError));
+    EXPECT_FALSE(ImageCoreError(ImageCoreError::unknownError) ==
+                 ImageCoreError(ImageCoreError::parameterError));
     try {
         throw ImageCoreError(ImageCoreError::fileReadUnsupportedBitDepthError);
     } catch (const std::exception& e) {

@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-
 #include "bic/geometry/integral_geometry.hpp"
 #include "bic/platform/coding/formats.hpp"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
 
 using namespace bic;
 
@@ -39,7 +38,8 @@ TEST(IntegralGeometry, EachConversionHasItsOwnRounding) {
     EXPECT_EQ(IntegralSize(cg::Size{2.01, -2.5}), IntegralSize(3, -2));
     EXPECT_EQ(IntegralRect(cg::Rect(0.5, -0.5, 1.0, 1.0)), IntegralRect(0, -1, 2, 2));
     EXPECT_EQ(IntegralRect(cg::Rect(3, 3, -1.5, 2)), IntegralRect(1, 3, 2, 2));
-    EXPECT_EQ(IntegralPoint(cg::Point{-9223372036854775808.0, 0}).x, std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(IntegralPoint(cg::Point{-9223372036854775808.0, 0}).x,
+              std::numeric_limits<std::int64_t>::min());
 }
 
 TEST(IntegralGeometry, ConversionsToFloatingPoint) {
@@ -68,8 +68,8 @@ TEST(IntegralGeometry, Arithmetic) {
 TEST(IntegralGeometry, SerialisedFormsAreOrderedLists) {
     const IntegralRect r(-3, 4, 5, -6);
     const coding::Value v = coding::encode(r);
-    const coding::Value expected(coding::Array{coding::Value(coding::Array{-3, 4}),
-                                               coding::Value(coding::Array{5, -6})});
+    const coding::Value expected(
+        coding::Array{coding::Value(coding::Array{-3, 4}), coding::Value(coding::Array{5, -6})});
     EXPECT_EQ(v, expected);
     EXPECT_EQ(coding::decodePropertyList<IntegralRect>(coding::encodePropertyList(r)), r);
     EXPECT_EQ(coding::decodeJSON<IntegralRect>(coding::encodeJSON(r)), r);
@@ -91,4 +91,22 @@ TEST(IntegralGeometryDeathTest, ViolatedPreconditionsStop) {
     EXPECT_DEATH(-IntegralVector(std::numeric_limits<std::int64_t>::min(), 0), "overflow");
     EXPECT_DEATH(IntegralVector(3037000500, 0).squaredLength(), "overflow");
     EXPECT_DEATH(IntegralRect(max, 0, 1, 1).maxX(), "overflow");
+}
+
+TEST(IntegralGeometry, EveryTypeRoundTripsThroughEveryForm) {
+    constexpr auto big = std::numeric_limits<std::int64_t>::max();
+    const IntegralPoint p(-big, big);
+    const IntegralSize s(0, -7);
+    const IntegralVector v(big, -1);
+    const IntegralRect r(IntegralPoint(-1, 2), IntegralSize(3, -4));
+    for (auto form : {coding::PropertyListFormat::xml, coding::PropertyListFormat::binary}) {
+        EXPECT_EQ(coding::decodePropertyList<IntegralPoint>(coding::encodePropertyList(p, form)),
+                  p);
+        EXPECT_EQ(coding::decodePropertyList<IntegralSize>(coding::encodePropertyList(s, form)), s);
+        EXPECT_EQ(coding::decodePropertyList<IntegralVector>(coding::encodePropertyList(v, form)),
+                  v);
+        EXPECT_EQ(coding::decodePropertyList<IntegralRect>(coding::encodePropertyList(r, form)), r);
+    }
+    EXPECT_EQ(coding::decodeJSON<IntegralPoint>(coding::encodeJSON(p)), p);
+    EXPECT_EQ(coding::decodeJSON<IntegralVector>(coding::encodeJSON(v)), v);
 }

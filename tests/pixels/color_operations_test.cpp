@@ -1,15 +1,15 @@
-#include <gtest/gtest.h>
-
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/ns/pasteboard.hpp"
+
+#include <gtest/gtest.h>
 
 using namespace bic;
 
 TEST(ColorOperations, HueSaturationValue) {
     EXPECT_EQ(*PixelRGBA32(1, 0, 0, 1).hue(), 0);
     EXPECT_EQ(*PixelRGBA32(0, 0, 1, 1).hue(), 240);
-    EXPECT_EQ(*PixelRGBA32(1, 1, 0, 1).hue(), 60); // the tie goes to red
+    EXPECT_EQ(*PixelRGBA32(1, 1, 0, 1).hue(), 60);  // the tie goes to red
     EXPECT_EQ(*PixelRGBA32(0, 1, 1, 1).hue(), 180); // the tie goes to green
     EXPECT_FLOAT_EQ(*PixelRGBA32(1, 0, 0.5f, 1).hue(), 330);
     EXPECT_FALSE(PixelRGBA32(0.5f, 0.5f, 0.5f, 1).hue());
@@ -20,11 +20,14 @@ TEST(ColorOperations, HueSaturationValue) {
 }
 
 TEST(ColorOperations, HSVConstructionCoversEverySector) {
-    const struct { float h; PixelARGB8 expected; } cases[] = {
-        {0, {255, 0, 0, 255}},    {30, {255, 128, 0, 255}}, {90, {128, 255, 0, 255}},
-        {150, {0, 255, 128, 255}}, {210, {0, 128, 255, 255}}, {270, {128, 0, 255, 255}},
-        {330, {255, 0, 128, 255}}};
-    for (const auto& c : cases) EXPECT_EQ(PixelARGB8::withHSV(c.h, 1, 1), c.expected) << c.h;
+    const struct {
+        float h;
+        PixelARGB8 expected;
+    } cases[] = {{0, {255, 0, 0, 255}},     {30, {255, 128, 0, 255}},  {90, {128, 255, 0, 255}},
+                 {150, {0, 255, 128, 255}}, {210, {0, 128, 255, 255}}, {270, {128, 0, 255, 255}},
+                 {330, {255, 0, 128, 255}}};
+    for (const auto& c : cases)
+        EXPECT_EQ(PixelARGB8::withHSV(c.h, 1, 1), c.expected) << c.h;
     EXPECT_EQ(PixelARGB8::withHSV(120, 0.5f, 0.5f, 0.2f), PixelARGB8(64, 128, 64, 51));
 }
 
@@ -70,11 +73,13 @@ TEST(ColorOperations, HexForm) {
 
 TEST(ColorOperations, TextForm) {
     EXPECT_EQ(PixelRGBA32(1, 0.5f, 0, 1).stringRepresentation(), "1.000000 0.500000 0.000000");
-    EXPECT_EQ(PixelRGBA32(0, 0, 0, 0.5f).stringRepresentation(), "0.000000 0.000000 0.000000 0.500000");
+    EXPECT_EQ(PixelRGBA32(0, 0, 0, 0.5f).stringRepresentation(),
+              "0.000000 0.000000 0.000000 0.500000");
     EXPECT_EQ(PixelGray8(51).stringRepresentation(), "0.200000");
     EXPECT_EQ(*PixelARGB8::fromStringRepresentation("0.5"), PixelARGB8(128, 128, 128, 255));
     EXPECT_EQ(*PixelARGB8::fromStringRepresentation("1 0.5 0"), PixelARGB8(255, 128, 0, 255));
-    EXPECT_EQ(*PixelRGBA32::fromStringRepresentation("1 0.5 +0 0.25"), PixelRGBA32(1, 0.5f, 0, 0.25f));
+    EXPECT_EQ(*PixelRGBA32::fromStringRepresentation("1 0.5 +0 0.25"),
+              PixelRGBA32(1, 0.5f, 0, 0.25f));
     for (const char* bad : {"0.1 0.2", "1 2 3 4 5", "1  2 3", " 1 2 3", "1 2 x", "", "1,5"})
         EXPECT_FALSE(PixelARGB8::fromStringRepresentation(bad)) << bad;
     EXPECT_EQ(*PixelGray16::fromStringRepresentation("1"), PixelGray16(65535));
@@ -93,13 +98,16 @@ TEST(ColorOperations, ColourManagedConversions) {
 
     const PixelARGB8 orange(255, 128, 0, 255);
     const auto lab = orange.psdLabComponents(cg::ColorSpace::sRGB());
-    EXPECT_EQ(*PixelARGB8::fromPSDLab(cg::ColorSpace::sRGB(), (*lab)[0], (*lab)[1], (*lab)[2]), orange);
+    EXPECT_EQ(*PixelARGB8::fromPSDLab(cg::ColorSpace::sRGB(), (*lab)[0], (*lab)[1], (*lab)[2]),
+              orange);
     const auto xyz = orange.xyzComponents(cg::ColorSpace::adobeRGB1998());
-    EXPECT_EQ(*PixelARGB8::fromXYZ(cg::ColorSpace::adobeRGB1998(), (*xyz)[0], (*xyz)[1], (*xyz)[2]), orange);
+    EXPECT_EQ(*PixelARGB8::fromXYZ(cg::ColorSpace::adobeRGB1998(), (*xyz)[0], (*xyz)[1], (*xyz)[2]),
+              orange);
 
     // Pure sRGB red lies inside Display P3, away from its primaries.
-    const auto p3 = PixelRGBA32(1, 0, 0, 1).converted(cg::ColorSpace::sRGB(), cg::ColorSpace::displayP3(),
-                                                       cg::RenderingIntent::relativeColorimetric);
+    const auto p3 = PixelRGBA32(1, 0, 0, 1)
+                        .converted(cg::ColorSpace::sRGB(), cg::ColorSpace::displayP3(),
+                                   cg::RenderingIntent::relativeColorimetric);
     EXPECT_NEAR(p3.redComponent, 0.9175, 0.002);
     EXPECT_NEAR(p3.greenComponent, 0.2003, 0.002);
     EXPECT_NEAR(p3.blueComponent, 0.1386, 0.002);

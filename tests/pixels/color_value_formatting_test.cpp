@@ -1,8 +1,7 @@
-#include <gtest/gtest.h>
+#include "bic/pixels/color_value_formatting.hpp"
 
 #include <cmath>
-
-#include "bic/pixels/color_value_formatting.hpp"
+#include <gtest/gtest.h>
 
 using namespace bic;
 

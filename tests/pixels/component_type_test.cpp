@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
+#include "bic/pixels/component_type.hpp"
 
 #include <cmath>
 #include <cstring>
-
-#include "bic/pixels/component_type.hpp"
+#include <gtest/gtest.h>
 
 using namespace bic;
 using C8 = Component<std::uint8_t>;
@@ -61,8 +60,10 @@ TEST(ComponentType, BigEndianSwapsMultiByteComponents) {
 }
 
 TEST(ComponentTypeDeathTest, MisuseStops) {
-    EXPECT_DEATH(CF::wrappingAdd(1, 2), "Fatal error: Float32 componentes do not support overflowing addition.");
-    EXPECT_DEATH(CF::wrappingSub(1, 2), "Fatal error: Float32 componentes do not support overflowing subtraction.");
+    EXPECT_DEATH(CF::wrappingAdd(1, 2),
+                 "Fatal error: Float32 componentes do not support overflowing addition.");
+    EXPECT_DEATH(CF::wrappingSub(1, 2),
+                 "Fatal error: Float32 componentes do not support overflowing subtraction.");
     EXPECT_DEATH(C8::fromFloatValue(NAN), "NaN");
     EXPECT_DEATH(CF::as16BitLevel(NAN), "NaN");
     EXPECT_DEATH(divide<std::uint16_t>(1, 0), "Division by zero");

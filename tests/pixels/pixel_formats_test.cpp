@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/coding/formats.hpp"
+
+#include <cstring>
+#include <gtest/gtest.h>
 
 using namespace bic;
 
@@ -103,9 +102,11 @@ TEST(PixelFormats, FloatInitialisersClampIntegerFormatsOnly) {
 }
 
 TEST(PixelFormats, ConversionBetweenFormats) {
-    EXPECT_EQ(pixelCast<PixelRGBA16>(PixelARGB8(255, 128, 0, 255)), PixelRGBA16(65535, 128 * 257, 0, 65535));
+    EXPECT_EQ(pixelCast<PixelRGBA16>(PixelARGB8(255, 128, 0, 255)),
+              PixelRGBA16(65535, 128 * 257, 0, 65535));
     EXPECT_EQ(pixelCast<PixelARGB8>(PixelGray8(77)), PixelARGB8(77, 77, 77, 255));
-    EXPECT_EQ(pixelCast<PixelGray16>(PixelRGBA32(0.2f, 0.9f, 0.5f, 0.1f)), PixelGray16::withGray(0.9f));
+    EXPECT_EQ(pixelCast<PixelGray16>(PixelRGBA32(0.2f, 0.9f, 0.5f, 0.1f)),
+              PixelGray16::withGray(0.9f));
     EXPECT_EQ(PixelGray8::from(PixelARGB8(10, 200, 30, 0)), PixelGray8(200));
     EXPECT_EQ(PixelARGB8::from(PixelARGB8(1, 2, 3, 4)), PixelARGB8(1, 2, 3, 4));
 }
@@ -113,7 +114,8 @@ TEST(PixelFormats, ConversionBetweenFormats) {
 TEST(PixelFormats, DistancesAndInversion) {
     EXPECT_EQ(PixelARGB8(10, 20, 30, 255).distance(PixelARGB8(12, 0, 30, 250)), 20);
     EXPECT_EQ(PixelGray16(5).distance(PixelGray16(65535)), 65530);
-    EXPECT_FLOAT_EQ(PixelRGBA32(1, 0, 0, 1).squaredEuclidianDistance(PixelRGBA32(0, 0, 0, 0.5f)), 1.25f);
+    EXPECT_FLOAT_EQ(PixelRGBA32(1, 0, 0, 1).squaredEuclidianDistance(PixelRGBA32(0, 0, 0, 0.5f)),
+                    1.25f);
     EXPECT_EQ(PixelARGB8(10, 20, 30, 40).inverted(), PixelARGB8(245, 235, 225, 40));
     PixelRGBA32 f(0.25f, 0, 1, 0.5f);
     f.invert();
@@ -132,7 +134,8 @@ TEST(PixelFormats, SerialisedFormDependsOnAlphaNotDepth) {
     for (auto form : {coding::PropertyListFormat::xml, coding::PropertyListFormat::binary}) {
         const auto bytes = coding::encodePropertyList(p, form);
         EXPECT_EQ(coding::decodePropertyList<PixelARGB8>(bytes), p);
-        EXPECT_EQ(coding::decodePropertyList<PixelRGBA16>(bytes), PixelRGBA16(17 * 257, 200 * 257, 3 * 257, 128 * 257));
+        EXPECT_EQ(coding::decodePropertyList<PixelRGBA16>(bytes),
+                  PixelRGBA16(17 * 257, 200 * 257, 3 * 257, 128 * 257));
     }
     EXPECT_EQ(coding::decodeJSON<PixelARGB8>(coding::encodeJSON(p)), p);
     EXPECT_EQ(coding::decodeJSON<PixelRGBA32>("[0.5]"), PixelRGBA32(0.5f, 0.5f, 0.5f, 1));
@@ -152,4 +155,28 @@ TEST(PixelFormats, MalformedSerialisedPixels) {
     EXPECT_THROW(coding::decodeJSON<PixelGray32>("[1, 2, 3, 4, 5]"), coding::FileReadCorruptError);
     EXPECT_THROW(coding::decodeJSON<PixelRGBA16>("[\"red\"]"), coding::DecodingError);
     EXPECT_THROW(coding::decodeJSON<PixelRGBA16>("{\"r\": 1}"), coding::DecodingError);
+}
+
+// Every format and every geometry type survives every file form unchanged.
+template <class T>
+class SerialisedRoundTrip : public ::testing::Test {};
+
+using Serialisable =
+    ::testing::Types<PixelARGB8, PixelGray8, PixelRGBA16, PixelGray16, PixelRGBA32, PixelGray32>;
+TYPED_TEST_SUITE(SerialisedRoundTrip, Serialisable);
+
+TYPED_TEST(SerialisedRoundTrip, ThroughBothPropertyListsAndJSON) {
+    std::vector<TypeParam> samples;
+    for (int i = 0; i < 64; ++i) {
+        const float a = (i * 37 % 101) / 100.0f, b = (i * 53 % 97) / 96.0f, c = (i % 7) / 6.0f;
+        if constexpr (RGBAPixel<TypeParam>)
+            samples.push_back(TypeParam::withRGBA(a, b, c, i % 3 ? 1.0f : b));
+        else
+            samples.push_back(TypeParam::withGray(a));
+    }
+    for (auto form : {coding::PropertyListFormat::xml, coding::PropertyListFormat::binary})
+        EXPECT_EQ(coding::decodePropertyList<std::vector<TypeParam>>(
+                      coding::encodePropertyList(samples, form)),
+                  samples);
+    EXPECT_EQ(coding::decodeJSON<std::vector<TypeParam>>(coding::encodeJSON(samples)), samples);
 }

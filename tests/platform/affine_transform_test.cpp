@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <numbers>
-
 #include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/cg/geometry.hpp"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <numbers>
 
 using bic::cg::AffineTransform;
 using bic::cg::Point;

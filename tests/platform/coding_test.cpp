@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
+#include "bic/platform/coding/formats.hpp"
 
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 #include <optional>
-
-#include "bic/platform/coding/formats.hpp"
 
 namespace coding = bic::coding;
 using coding::DecodingError;
@@ -48,8 +47,13 @@ struct Record {
 };
 
 Record sample() {
-    return {"Layer 1", -42, 0.1f, {-9223372036854775807LL - 1, 0, 9223372036854775807LL},
-            {0, 1, 2, 253, 254, 255}, std::nullopt, coding::Date{86400}};
+    return {"Layer 1",
+            -42,
+            0.1f,
+            {-9223372036854775807LL - 1, 0, 9223372036854775807LL},
+            {0, 1, 2, 253, 254, 255},
+            std::nullopt,
+            coding::Date{86400}};
 }
 
 } // namespace
@@ -86,7 +90,8 @@ TEST(Coding, DecoderErrorsNameTheirKindAndPath) {
         } catch (const DecodingError& e) {
             EXPECT_EQ(e.kind(), kind) << e.what();
             std::string joined;
-            for (const auto& p : e.codingPath()) joined += (joined.empty() ? "" : ".") + p;
+            for (const auto& p : e.codingPath())
+                joined += (joined.empty() ? "" : ".") + p;
             EXPECT_EQ(joined, path);
         }
     };
@@ -125,8 +130,8 @@ TEST(Coding, NarrowIntegersAndWholeRealsAreChecked) {
 
 TEST(Coding, MalformedInputIsRejectedNotCrashed) {
     const std::string garbage = "bplist00 this is not a property list";
-    EXPECT_THROW(coding::readPropertyList(
-                     std::span(reinterpret_cast<const std::uint8_t*>(garbage.data()), garbage.size())),
+    EXPECT_THROW(coding::readPropertyList(std::span(
+                     reinterpret_cast<const std::uint8_t*>(garbage.data()), garbage.size())),
                  DecodingError);
     EXPECT_THROW(coding::readPropertyList({}), DecodingError);
     EXPECT_THROW(coding::readJSON("{\"a\": [1, 2"), DecodingError);
@@ -143,9 +148,9 @@ TEST(Coding, Base64MatchesTheStandardAlphabetAndPadding) {
     coding::Data out;
     ASSERT_TRUE(coding::base64Decode("TWFu\nIGlz", out));
     EXPECT_EQ(std::string(out.begin(), out.end()), text);
-    EXPECT_FALSE(coding::base64Decode("TWE", out));   // missing padding
-    EXPECT_FALSE(coding::base64Decode("TW=E", out));  // data after padding
-    EXPECT_FALSE(coding::base64Decode("TWF=", out));  // non-zero spare bits
+    EXPECT_FALSE(coding::base64Decode("TWE", out));  // missing padding
+    EXPECT_FALSE(coding::base64Decode("TW=E", out)); // data after padding
+    EXPECT_FALSE(coding::base64Decode("TWF=", out)); // non-zero spare bits
     EXPECT_FALSE(coding::base64Decode("T!==", out));
 }
 

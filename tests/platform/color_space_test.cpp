@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
+#include "bic/platform/cg/color.hpp"
+#include "bic/platform/ci/color.hpp"
 
 #include <array>
 #include <cmath>
-
-#include "bic/platform/cg/color.hpp"
-#include "bic/platform/ci/color.hpp"
+#include <gtest/gtest.h>
 
 using bic::cg::Color;
 using bic::cg::ColorSpace;
@@ -21,12 +20,14 @@ Matrix multiply(const Matrix& a, const Matrix& b) {
     Matrix m{};
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) m[i][j] += a[i][k] * b[k][j];
+            for (int k = 0; k < 3; ++k)
+                m[i][j] += a[i][k] * b[k][j];
     return m;
 }
 
 std::array<double, 3> transform(const Matrix& m, const std::array<double, 3>& v) {
-    return {m[0][0] * v[0] + m[0][1] * v[1] + m[0][2] * v[2], m[1][0] * v[0] + m[1][1] * v[1] + m[1][2] * v[2],
+    return {m[0][0] * v[0] + m[0][1] * v[1] + m[0][2] * v[2],
+            m[1][0] * v[0] + m[1][1] * v[1] + m[1][2] * v[2],
             m[2][0] * v[0] + m[2][1] * v[1] + m[2][2] * v[2]};
 }
 
@@ -55,15 +56,22 @@ std::array<double, 3> referenceLab(double r, double g, double b) {
     }
     const auto scale = transform(inverse(primaries), d65);
     for (int row = 0; row < 3; ++row)
-        for (int c = 0; c < 3; ++c) primaries[row][c] *= scale[c];
-    const Matrix bradford = {{{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
+        for (int c = 0; c < 3; ++c)
+            primaries[row][c] *= scale[c];
+    const Matrix bradford = {
+        {{0.8951, 0.2664, -0.1614}, {-0.7502, 1.7135, 0.0367}, {0.0389, -0.0685, 1.0296}}};
     const auto src = transform(bradford, d65), dst = transform(bradford, d50);
-    const Matrix gain = {{{dst[0] / src[0], 0, 0}, {0, dst[1] / src[1], 0}, {0, 0, dst[2] / src[2]}}};
+    const Matrix gain = {
+        {{dst[0] / src[0], 0, 0}, {0, dst[1] / src[1], 0}, {0, 0, dst[2] / src[2]}}};
     const Matrix toD50 = multiply(multiply(inverse(bradford), gain), multiply(bradford, primaries));
 
-    auto linear = [](double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
+    auto linear = [](double c) {
+        return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
     const auto xyz = transform(toD50, {linear(r), linear(g), linear(b)});
-    auto f = [](double t) { return t > 216.0 / 24389 ? std::cbrt(t) : (24389.0 / 27 * t + 16) / 116; };
+    auto f = [](double t) {
+        return t > 216.0 / 24389 ? std::cbrt(t) : (24389.0 / 27 * t + 16) / 116;
+    };
     const double fx = f(xyz[0] / d50[0]), fy = f(xyz[1] / d50[1]), fz = f(xyz[2] / d50[2]);
     return {116 * fy - 16, 500 * (fx - fy), 200 * (fy - fz)};
 }
@@ -86,19 +94,22 @@ TEST(ColorSpace, ModelsNamesAndComponentCounts) {
 }
 
 TEST(ColorSpace, LabOfKnownColoursMatchesTheDefinitions) {
-    const std::array<std::array<double, 3>, 7> colours = {{
-        {1, 1, 1}, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0.5, 0.5, 0.5}, {1, 0.5, 0.25}}};
+    const std::array<std::array<double, 3>, 7> colours = {
+        {{1, 1, 1}, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0.5, 0.5, 0.5}, {1, 0.5, 0.25}}};
     for (const auto& c : colours) {
-        const auto lab = Color::make(ColorSpace::sRGB(), {c[0], c[1], c[2], 1})->matched(ColorSpace::psdLab());
+        const auto lab =
+            Color::make(ColorSpace::sRGB(), {c[0], c[1], c[2], 1})->matched(ColorSpace::psdLab());
         ASSERT_TRUE(lab);
         const auto expected = referenceLab(c[0], c[1], c[2]);
         for (int i = 0; i < 3; ++i)
-            EXPECT_NEAR(lab->components()[i], expected[i], 0.01) << c[0] << " " << c[1] << " " << c[2];
+            EXPECT_NEAR(lab->components()[i], expected[i], 0.01)
+                << c[0] << " " << c[1] << " " << c[2];
     }
 }
 
 TEST(ColorSpace, RoundTripsAndNeutrals) {
-    const auto p3 = Color::make(ColorSpace::displayP3(), {0.2, 0.6, 0.9, 0.5})->matched(ColorSpace::psdLab());
+    const auto p3 =
+        Color::make(ColorSpace::displayP3(), {0.2, 0.6, 0.9, 0.5})->matched(ColorSpace::psdLab());
     const auto back = p3->matched(ColorSpace::displayP3());
     ASSERT_TRUE(back);
     EXPECT_NEAR(back->components()[0], 0.2, 1e-4);
@@ -106,22 +117,27 @@ TEST(ColorSpace, RoundTripsAndNeutrals) {
     EXPECT_EQ(back->alpha(), 0.5);
 
     const auto grey = Color::deviceGray(0.5).matched(ColorSpace::deviceRGB());
-    for (int i = 0; i < 3; ++i) EXPECT_NEAR(grey->components()[i], 0.5, 1e-3);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NEAR(grey->components()[i], 0.5, 1e-3);
 
-    const auto white = Color::make(ColorSpace::sRGB(), {1, 1, 1, 1})->matched(ColorSpace::genericXYZ());
+    const auto white =
+        Color::make(ColorSpace::sRGB(), {1, 1, 1, 1})->matched(ColorSpace::genericXYZ());
     EXPECT_NEAR(white->components()[0], 0.9642, 1e-3);
     EXPECT_NEAR(white->components()[1], 1.0, 1e-3);
     EXPECT_NEAR(white->components()[2], 0.8249, 1e-3);
 }
 
 TEST(ColorSpace, WideGamutColoursAreClampedIntoSmallerSpaces) {
-    const auto green = Color::make(ColorSpace::adobeRGB1998(), {0, 1, 0, 1})->matched(ColorSpace::sRGB());
+    const auto green =
+        Color::make(ColorSpace::adobeRGB1998(), {0, 1, 0, 1})->matched(ColorSpace::sRGB());
     EXPECT_EQ(green->components()[0], 0.0);
     EXPECT_EQ(green->components()[1], 1.0);
-    const auto perceptual = Color::make(ColorSpace::sRGB(), {0.3, 0.4, 0.5, 1})
-                                ->matched(ColorSpace::adobeRGB1998(), bic::cg::RenderingIntent::perceptual);
-    const auto absolute = Color::make(ColorSpace::sRGB(), {0.3, 0.4, 0.5, 1})
-                              ->matched(ColorSpace::adobeRGB1998(), bic::cg::RenderingIntent::absoluteColorimetric);
+    const auto perceptual =
+        Color::make(ColorSpace::sRGB(), {0.3, 0.4, 0.5, 1})
+            ->matched(ColorSpace::adobeRGB1998(), bic::cg::RenderingIntent::perceptual);
+    const auto absolute =
+        Color::make(ColorSpace::sRGB(), {0.3, 0.4, 0.5, 1})
+            ->matched(ColorSpace::adobeRGB1998(), bic::cg::RenderingIntent::absoluteColorimetric);
     ASSERT_TRUE(perceptual && absolute);
 }
 
@@ -141,9 +157,11 @@ TEST(ColorSpace, ICCProfilesRoundTrip) {
     ASSERT_TRUE(space);
     EXPECT_EQ(space->model(), ColorSpaceModel::rgb);
     const auto a = Color::make(*space, {0.1, 0.7, 0.3, 1})->matched(ColorSpace::psdLab());
-    const auto b = Color::make(ColorSpace::adobeRGB1998(), {0.1, 0.7, 0.3, 1})->matched(ColorSpace::psdLab());
+    const auto b =
+        Color::make(ColorSpace::adobeRGB1998(), {0.1, 0.7, 0.3, 1})->matched(ColorSpace::psdLab());
     // The stored profile quantises the tone curve; the colours stay within a hair.
-    for (int i = 0; i < 3; ++i) EXPECT_NEAR(a->components()[i], b->components()[i], 0.005);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NEAR(a->components()[i], b->components()[i], 0.005);
     const std::vector<std::uint8_t> junk(200, 7);
     EXPECT_FALSE(ColorSpace::fromICCProfile(junk).has_value());
 }

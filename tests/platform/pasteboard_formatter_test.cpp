@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include "bic/platform/ns/formatter.hpp"
 #include "bic/platform/ns/pasteboard.hpp"
+
+#include <gtest/gtest.h>
 
 using namespace bic;
 

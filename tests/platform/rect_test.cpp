@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
+#include "bic/platform/cg/rect.hpp"
 
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
-
-#include "bic/platform/cg/rect.hpp"
 
 using bic::cg::Point;
 using bic::cg::Rect;

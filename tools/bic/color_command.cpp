@@ -1,6 +1,6 @@
-#include <fmt/format.h>
-
 #include "commands.hpp"
+
+#include <fmt/format.h>
 
 namespace bic::tool {
 
@@ -24,7 +24,8 @@ std::string describeColor(const PixelRGBA32& c, const cg::ColorSpace& rgbSpace) 
 }
 
 Run addColorCommand(CLI::App& app) {
-    auto* cmd = app.add_subcommand("color", "Print a colour's hex and text forms, HSV, luminosity and Lab");
+    auto* cmd =
+        app.add_subcommand("color", "Print a colour's hex and text forms, HSV, luminosity and Lab");
     auto text = std::make_shared<std::string>();
     auto space = std::make_shared<std::string>("srgb");
     cmd->add_option("colour", *text, "hex (#FF8000) or text (\"1 0.5 0\")")->required();
@@ -33,9 +34,11 @@ Run addColorCommand(CLI::App& app) {
     return [cmd, text, space] {
         if (!cmd->parsed()) return;
         const auto color = parseColor(*text);
-        if (!color) throw CommandError("not a colour: \"" + *text + "\" (use hex like #FF8000 or numbers like \"1 0.5 0\")");
-        const cg::ColorSpace rgb = *space == "p3"      ? cg::ColorSpace::displayP3()
-                                   : *space == "adobe" ? cg::ColorSpace::adobeRGB1998()
+        if (!color)
+            throw CommandError("not a colour: \"" + *text +
+                               "\" (use hex like #FF8000 or numbers like \"1 0.5 0\")");
+        const cg::ColorSpace rgb = *space == "p3"       ? cg::ColorSpace::displayP3()
+                                   : *space == "adobe"  ? cg::ColorSpace::adobeRGB1998()
                                    : *space == "device" ? cg::ColorSpace::deviceRGB()
                                                         : cg::ColorSpace::sRGB();
         fmt::print("{}", describeColor(*color, rgb));

@@ -1,13 +1,12 @@
 #pragma once
 // The tool's commands. Each registers itself on the command line and runs when chosen.
 
-#include <CLI/CLI.hpp>
+#include "bic/pixels/pixel_formats.hpp"
 
+#include <CLI/CLI.hpp>
 #include <functional>
 #include <optional>
 #include <string>
-
-#include "bic/pixels/pixel_formats.hpp"
 
 namespace bic::tool {
 

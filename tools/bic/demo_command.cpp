@@ -1,11 +1,10 @@
-#include <fmt/format.h>
-
-#include <filesystem>
-#include <fstream>
-
 #include "bic/pixels/color_value_formatting.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "commands.hpp"
+
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
 
 namespace bic::tool {
 
@@ -21,16 +20,18 @@ void writeFile(const std::filesystem::path& path, const std::string& text) {
 void colorSection(const std::filesystem::path& dir) {
     fmt::print("== colours ==\n");
     std::vector<PixelRGBA32> sweep;
-    for (int i = 0; i < 12; ++i) sweep.push_back(PixelRGBA32::withHSV(i * 30.0f, 0.8f, 0.9f));
+    for (int i = 0; i < 12; ++i)
+        sweep.push_back(PixelRGBA32::withHSV(i * 30.0f, 0.8f, 0.9f));
     const auto eight = ColorValueFormattingType(ColorValueFormattingType::bitLevel8).formatter();
     const auto percent = ColorValueFormattingType(ColorValueFormattingType::percent).formatter();
     for (const auto& c : sweep) {
         const auto lab = c.psdLabComponents(cg::ColorSpace::sRGB());
-        fmt::print("  #{}  hue {:6.1f}  luminosity {:.3f}  red {:>3} ({:>4})  Lab {:6.2f} {:7.2f} {:7.2f}\n",
+        fmt::print("  #{}  hue {:6.1f}  luminosity {:.3f}  red {:>3} ({:>4})  Lab {:6.2f} {:7.2f} "
+                   "{:7.2f}\n",
                    c.hexValue(), c.hue().value_or(0), c.luminosity(),
                    eight->stringForObjectValue(double(c.red())).value_or("?"),
-                   percent->stringForObjectValue(double(c.red())).value_or("?"), (*lab)[0], (*lab)[1],
-                   (*lab)[2]);
+                   percent->stringForObjectValue(double(c.red())).value_or("?"), (*lab)[0],
+                   (*lab)[1], (*lab)[2]);
     }
     const auto p3 = sweep[0].converted(cg::ColorSpace::sRGB(), cg::ColorSpace::displayP3(),
                                        cg::RenderingIntent::relativeColorimetric);
@@ -38,7 +39,8 @@ void colorSection(const std::filesystem::path& dir) {
     writeFile(dir / "colors.json", coding::encodeJSON(sweep, true) + "\n");
     const auto plist = coding::encodePropertyList(sweep, coding::PropertyListFormat::xml);
     writeFile(dir / "colors.plist", std::string(plist.begin(), plist.end()));
-    fmt::print("  wrote {} and {}\n", (dir / "colors.json").string(), (dir / "colors.plist").string());
+    fmt::print("  wrote {} and {}\n", (dir / "colors.json").string(),
+               (dir / "colors.plist").string());
 }
 
 } // namespace

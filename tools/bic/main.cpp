@@ -1,10 +1,10 @@
 // bic — runs the library's main jobs from the command line.
 
-#include <cstdio>
-#include <exception>
-
 #include "bic/geometry/image_core_error.hpp"
 #include "commands.hpp"
+
+#include <cstdio>
+#include <exception>
 
 int main(int argc, char** argv) {
     CLI::App app{"bic — BrellinImageCore on the command line"};

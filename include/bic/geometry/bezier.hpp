@@ -1,9 +1,9 @@
 #pragma once
 // Quadratic Bézier helpers.
 
-#include <array>
-
 #include "bic/platform/cg/geometry.hpp"
+
+#include <array>
 
 namespace bic {
 

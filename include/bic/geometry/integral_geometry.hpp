@@ -5,12 +5,12 @@
 // wrapping. Conversions from floating point each have their own rounding rule (documented per
 // constructor); a NaN, infinite or out-of-range component stops the process.
 
-#include <concepts>
-#include <cstdint>
-
 #include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/cg/rect.hpp"
 #include "bic/platform/coding/coder.hpp"
+
+#include <concepts>
+#include <cstdint>
 
 namespace bic {
 

@@ -1,10 +1,10 @@
 #pragma once
 // Colour-managed conversions of one normalised colour, shared by every colour pixel format.
 
+#include "bic/platform/cg/color.hpp"
+
 #include <array>
 #include <optional>
-
-#include "bic/platform/cg/color.hpp"
 
 namespace bic::color_management {
 

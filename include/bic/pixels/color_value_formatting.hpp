@@ -2,12 +2,12 @@
 // How one colour component (0…1) is shown to and typed by a user: as a percentage, an 8-bit
 // level 0…255 or a 16-bit level 0…65535.
 
+#include "bic/platform/ns/formatter.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
-
-#include "bic/platform/ns/formatter.hpp"
 
 namespace bic {
 
@@ -45,7 +45,8 @@ public:
     bool getObjectValue(Object& object, std::string_view string,
                         std::string& errorDescription) const override;
     /// Empty text, or decimal digits forming an integer in 0…M.
-    bool isPartialStringValid(std::string_view partial, std::string& errorDescription) const override;
+    bool isPartialStringValid(std::string_view partial,
+                              std::string& errorDescription) const override;
 
 protected:
     explicit ColorValueLevelFormatter(std::uint32_t scale) : scale_(scale) {}

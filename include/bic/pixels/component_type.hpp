@@ -6,12 +6,12 @@
 // moves between depths by shifting 8 bits: 255 becomes 65280 and 65535 becomes 255. Pixel
 // accessors go through the normalised float instead (see pixel_scaling.hpp): 255 becomes 65535.
 
+#include "bic/platform/core/fatal.hpp"
+
 #include <bit>
 #include <cmath>
 #include <concepts>
 #include <cstdint>
-
-#include "bic/platform/core/fatal.hpp"
 
 namespace bic {
 
@@ -40,7 +40,9 @@ struct Component<std::uint8_t> {
     static constexpr Type from16BitLevel(std::uint16_t v) { return static_cast<Type>(v >> 8); }
     static Type fromFloatValue(float f) { return static_cast<Type>(floatToLevel<255>(f)); }
     static constexpr std::uint8_t as8BitLevel(Type v) { return v; }
-    static constexpr std::uint16_t as16BitLevel(Type v) { return static_cast<std::uint16_t>(v << 8); }
+    static constexpr std::uint16_t as16BitLevel(Type v) {
+        return static_cast<std::uint16_t>(v << 8);
+    }
     static constexpr float floatValue(Type v) { return static_cast<float>(v) / 255.0f; }
     static constexpr Type wrappingAdd(Type a, Type b) { return static_cast<Type>(a + b); }
     static constexpr Type wrappingSub(Type a, Type b) { return static_cast<Type>(a - b); }
@@ -67,10 +69,16 @@ struct Component<float> {
     static constexpr Type whiteValue = 1.0f;
     static constexpr int bitDepth = 32;
     static constexpr Type from8BitLevel(std::uint8_t v) { return static_cast<float>(v) / 255.0f; }
-    static constexpr Type from16BitLevel(std::uint16_t v) { return static_cast<float>(v) / 65535.0f; }
+    static constexpr Type from16BitLevel(std::uint16_t v) {
+        return static_cast<float>(v) / 65535.0f;
+    }
     static constexpr Type fromFloatValue(float f) { return f; }
-    static std::uint8_t as8BitLevel(Type v) { return static_cast<std::uint8_t>(floatToLevel<255>(v)); }
-    static std::uint16_t as16BitLevel(Type v) { return static_cast<std::uint16_t>(floatToLevel<65535>(v)); }
+    static std::uint8_t as8BitLevel(Type v) {
+        return static_cast<std::uint8_t>(floatToLevel<255>(v));
+    }
+    static std::uint16_t as16BitLevel(Type v) {
+        return static_cast<std::uint16_t>(floatToLevel<65535>(v));
+    }
     static constexpr float floatValue(Type v) { return v; }
     [[noreturn]] static Type wrappingAdd(Type, Type) {
         fatalError("Float32 componentes do not support overflowing addition.");
@@ -93,7 +101,9 @@ inline T divide(T a, T b) {
 
 /// |a − b| without wrapping.
 template <ComponentType T>
-constexpr T absDifference(T a, T b) { return a > b ? static_cast<T>(a - b) : static_cast<T>(b - a); }
+constexpr T absDifference(T a, T b) {
+    return a > b ? static_cast<T>(a - b) : static_cast<T>(b - a);
+}
 
 /// Byte-order conversion between host order and big-endian order.
 template <ComponentType T>

@@ -1,16 +1,16 @@
 #pragma once
 // Everything a grey pixel format offers, written once over its stored grey component.
 
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "bic/pixels/pixel.hpp"
 #include "bic/pixels/pixel_scaling.hpp"
 #include "bic/pixels/text_forms.hpp"
 #include "bic/platform/ci/color.hpp"
 #include "bic/platform/coding/coder.hpp"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace bic {
 
@@ -38,17 +38,25 @@ public:
     static Derived grayColor() { return withGray(0.5f); }
 
     template <Pixel P>
-    static Derived from(const P& p) { return pixelCast<Derived>(p); }
+    static Derived from(const P& p) {
+        return pixelCast<Derived>(p);
+    }
 
-    std::uint8_t gray8() const { return static_cast<std::uint8_t>(scaling::readLevel(self().grayComponent, 255.0f)); }
-    std::uint16_t gray16() const { return static_cast<std::uint16_t>(scaling::readLevel(self().grayComponent, 65535.0f)); }
+    std::uint8_t gray8() const {
+        return static_cast<std::uint8_t>(scaling::readLevel(self().grayComponent, 255.0f));
+    }
+    std::uint16_t gray16() const {
+        return static_cast<std::uint16_t>(scaling::readLevel(self().grayComponent, 65535.0f));
+    }
     float gray() const { return scaling::readFloat(self().grayComponent); }
     void setGray8(std::uint8_t v) { self().grayComponent = scaling::writeLevel<T>(v, 255.0f); }
     void setGray16(std::uint16_t v) { self().grayComponent = scaling::writeLevel<T>(v, 65535.0f); }
     void setGray(float v) { self().grayComponent = scaling::writeFloat<T>(v); }
 
     T trimComponent() const { return self().grayComponent; }
-    T distance(const Derived& o) const { return absDifference(self().grayComponent, o.grayComponent); }
+    T distance(const Derived& o) const {
+        return absDifference(self().grayComponent, o.grayComponent);
+    }
     float squaredEuclidianDistance(const Derived& o) const {
         const float d = gray() - o.gray();
         return d * d;
@@ -78,7 +86,8 @@ public:
     static Derived decode(const coding::Decoder& d) {
         const auto v = d.decodeSingle<std::vector<float>>();
         if (v.size() == 1) return withGray(v[0]);
-        if (v.size() == 3 || v.size() == 4) return withGray(0.3f * v[0] + 0.59f * v[1] + 0.11f * v[2]);
+        if (v.size() == 3 || v.size() == 4)
+            return withGray(0.3f * v[0] + 0.59f * v[1] + 0.11f * v[2]);
         throw coding::FileReadCorruptError();
     }
 

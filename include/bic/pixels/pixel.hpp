@@ -1,13 +1,13 @@
 #pragma once
 // What every pixel format offers, as concepts, and conversion between formats.
 
-#include <concepts>
-#include <cstdint>
-
 #include "bic/pixels/component_type.hpp"
 #include "bic/platform/cg/bitmap_info.hpp"
 #include "bic/platform/cg/color_space.hpp"
 #include "bic/platform/ci/format.hpp"
+
+#include <concepts>
+#include <cstdint>
 
 namespace bic {
 
@@ -15,7 +15,8 @@ namespace bic {
 enum class PixelAlphaInfo { first = 0, last = 1, none = 2 };
 
 template <class P>
-concept Pixel = std::regular<P> && ComponentType<typename P::ComponentType> && requires(const P& p) {
+concept Pixel = std::regular<P> && ComponentType<typename P::ComponentType> &&
+    requires(const P& p) {
     { P::bitDepth } -> std::convertible_to<int>;
     { P::componentCount } -> std::convertible_to<int>;
     { P::model } -> std::convertible_to<cg::ColorSpaceModel>;
@@ -25,7 +26,7 @@ concept Pixel = std::regular<P> && ComponentType<typename P::ComponentType> && r
     { P::whiteValue } -> std::convertible_to<typename P::ComponentType>;
     { p.trimComponent() } -> std::same_as<typename P::ComponentType>;
     { p.distance(p) } -> std::same_as<typename P::ComponentType>;
-    { p.stringRepresentation() };
+    {p.stringRepresentation()};
 };
 
 /// A colour format: red, green, blue and (premultiplied) alpha.
@@ -39,7 +40,9 @@ concept RGBAPixel = Pixel<P> && P::componentCount == 4 && requires(P p) {
 
 /// A grey format without alpha.
 template <class P>
-concept GrayPixel = Pixel<P> && P::componentCount == 1 && requires(P p) { p.grayComponent; };
+concept GrayPixel = Pixel<P> && P::componentCount == 1 && requires(P p) {
+    p.grayComponent;
+};
 
 /// The pixel `p` in format `To`: the same format copies components; colour to colour goes
 /// through normalised floats; grey to colour gives (g, g, g, 1); colour to grey keeps the

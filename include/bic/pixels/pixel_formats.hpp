@@ -2,11 +2,11 @@
 // The six pixel formats. Field order is memory order: a row of a bitmap is an array of them.
 // Colour formats hold premultiplied colour; only the 8-bit one keeps alpha first.
 
-#include <cstddef>
-#include <type_traits>
-
 #include "bic/pixels/gray_pixel.hpp"
 #include "bic/pixels/rgba_pixel.hpp"
+
+#include <cstddef>
+#include <type_traits>
 
 namespace bic::ns {
 class Pasteboard;
@@ -22,7 +22,8 @@ struct PixelARGB8 : RGBAPixelBase<PixelARGB8, std::uint8_t> {
     static constexpr ci::Format ciFormat = ci::Format::ARGB8;
 
     constexpr PixelARGB8() = default;
-    constexpr PixelARGB8(std::uint8_t red, std::uint8_t green, std::uint8_t blue, std::uint8_t alpha)
+    constexpr PixelARGB8(std::uint8_t red, std::uint8_t green, std::uint8_t blue,
+                         std::uint8_t alpha)
         : alphaComponent(alpha), redComponent(red), greenComponent(green), blueComponent(blue) {}
     friend bool operator==(const PixelARGB8&, const PixelARGB8&) = default;
 };
@@ -36,7 +37,8 @@ struct PixelRGBA16 : RGBAPixelBase<PixelRGBA16, std::uint16_t> {
     static constexpr ci::Format ciFormat = ci::Format::RGBA16;
 
     constexpr PixelRGBA16() = default;
-    constexpr PixelRGBA16(std::uint16_t red, std::uint16_t green, std::uint16_t blue, std::uint16_t alpha)
+    constexpr PixelRGBA16(std::uint16_t red, std::uint16_t green, std::uint16_t blue,
+                          std::uint16_t alpha)
         : redComponent(red), greenComponent(green), blueComponent(blue), alphaComponent(alpha) {}
     friend bool operator==(const PixelRGBA16&, const PixelRGBA16&) = default;
 };
@@ -75,7 +77,8 @@ struct PixelGray8 : GrayPixelBase<PixelGray8, std::uint8_t> {
 
 struct PixelGray16 : GrayPixelBase<PixelGray16, std::uint16_t> {
     std::uint16_t grayComponent = 0;
-    static constexpr cg::BitmapInfo bitmapInfo = cg::bitmap::alphaNone | cg::bitmap::byteOrder16Little;
+    static constexpr cg::BitmapInfo bitmapInfo =
+        cg::bitmap::alphaNone | cg::bitmap::byteOrder16Little;
     static constexpr ci::Format ciFormat = ci::Format::L16;
     constexpr PixelGray16() = default;
     constexpr explicit PixelGray16(std::uint16_t gray) : grayComponent(gray) {}

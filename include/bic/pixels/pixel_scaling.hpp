@@ -5,9 +5,9 @@
 // Integer accessors of float components read NaN as 0, and float setters of integer components
 // store NaN as 0: a NaN is no colour, and an accessor has no way to refuse it.
 
-#include <cmath>
-
 #include "bic/pixels/component_type.hpp"
+
+#include <cmath>
 
 namespace bic::scaling {
 
@@ -27,7 +27,8 @@ inline float readLevel(T v, float d) {
         if (!(v >= 0)) return 0; // negative or NaN
         return std::round((v < 1.0f ? v : 1.0f) * d);
     } else {
-        return scaleOf<T> == d ? static_cast<float>(v) : rescale(static_cast<float>(v), scaleOf<T>, d);
+        return scaleOf<T> == d ? static_cast<float>(v)
+                               : rescale(static_cast<float>(v), scaleOf<T>, d);
     }
 }
 
@@ -43,8 +44,10 @@ inline T writeLevel(float x, float d) {
 
 template <ComponentType T>
 inline float readFloat(T v) {
-    if constexpr (std::same_as<T, float>) return v;
-    else return static_cast<float>(v) / scaleOf<T>;
+    if constexpr (std::same_as<T, float>)
+        return v;
+    else
+        return static_cast<float>(v) / scaleOf<T>;
 }
 
 /// Normalised float stored as a component: integer formats clamp to 0…1 and round.

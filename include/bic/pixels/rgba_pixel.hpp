@@ -9,19 +9,19 @@
 // The named colours are static functions with a "Color" suffix (redColor(), …) because the
 // plain names are the component accessors.
 
-#include <array>
-#include <cmath>
-#include <cstdio>
-#include <optional>
-#include <string>
-#include <string_view>
-
 #include "bic/pixels/color_management.hpp"
 #include "bic/pixels/pixel.hpp"
 #include "bic/pixels/pixel_scaling.hpp"
 #include "bic/pixels/text_forms.hpp"
 #include "bic/platform/ci/color.hpp"
 #include "bic/platform/coding/coder.hpp"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace bic {
 
@@ -66,7 +66,9 @@ public:
 
     /// Any pixel format converted into this one (see pixelCast).
     template <Pixel P>
-    static Derived from(const P& p) { return pixelCast<Derived>(p); }
+    static Derived from(const P& p) {
+        return pixelCast<Derived>(p);
+    }
 
     // Components at 8-bit scale.
     std::uint8_t red8() const { return level8(self().redComponent); }
@@ -84,9 +86,13 @@ public:
     std::uint16_t blue16() const { return level16(self().blueComponent); }
     std::uint16_t alpha16() const { return level16(self().alphaComponent); }
     void setRed16(std::uint16_t v) { self().redComponent = scaling::writeLevel<T>(v, 65535.0f); }
-    void setGreen16(std::uint16_t v) { self().greenComponent = scaling::writeLevel<T>(v, 65535.0f); }
+    void setGreen16(std::uint16_t v) {
+        self().greenComponent = scaling::writeLevel<T>(v, 65535.0f);
+    }
     void setBlue16(std::uint16_t v) { self().blueComponent = scaling::writeLevel<T>(v, 65535.0f); }
-    void setAlpha16(std::uint16_t v) { self().alphaComponent = scaling::writeLevel<T>(v, 65535.0f); }
+    void setAlpha16(std::uint16_t v) {
+        self().alphaComponent = scaling::writeLevel<T>(v, 65535.0f);
+    }
 
     // Components as normalised floats.
     float red() const { return scaling::readFloat(self().redComponent); }
@@ -142,9 +148,12 @@ public:
         const float c = mx - std::fmin(r, std::fmin(g, b));
         if (c == 0) return std::nullopt;
         float h;
-        if (mx == r) h = std::fmod((g - b) / c + 6.0f, 6.0f);
-        else if (mx == g) h = (b - r) / c + 2.0f;
-        else h = (r - g) / c + 4.0f;
+        if (mx == r)
+            h = std::fmod((g - b) / c + 6.0f, 6.0f);
+        else if (mx == g)
+            h = (b - r) / c + 2.0f;
+        else
+            h = (r - g) / c + 4.0f;
         return h * 60.0f;
     }
     float saturation() const {
@@ -199,11 +208,12 @@ public:
     ci::Color ciColor() const { return {red(), green(), blue(), alpha(), std::nullopt}; }
 
     // Colour-managed conversions; `rgbColorSpace` must be an RGB space.
-    std::optional<std::array<double, 3>> psdLabComponents(const cg::ColorSpace& rgbColorSpace) const {
+    std::optional<std::array<double, 3>>
+    psdLabComponents(const cg::ColorSpace& rgbColorSpace) const {
         return color_management::labFromRGB(rgbColorSpace, floats());
     }
-    static std::optional<Derived> fromPSDLab(const cg::ColorSpace& rgbColorSpace, double L, double a,
-                                             double b) {
+    static std::optional<Derived> fromPSDLab(const cg::ColorSpace& rgbColorSpace, double L,
+                                             double a, double b) {
         return fromFloats(color_management::rgbFromLab(rgbColorSpace, {L, a, b}));
     }
     std::optional<std::array<double, 3>> xyzComponents(const cg::ColorSpace& rgbColorSpace) const {
@@ -225,7 +235,8 @@ public:
         return cg::Color::make(colorSpace, {red(), green(), blue(), alpha()});
     }
     /// `color` matched into the RGB space `colorSpace`.
-    static std::optional<Derived> fromNSColor(const cg::Color& color, const cg::ColorSpace& colorSpace) {
+    static std::optional<Derived> fromNSColor(const cg::Color& color,
+                                              const cg::ColorSpace& colorSpace) {
         return fromFloats(color_management::rgbFromColor(color, colorSpace));
     }
 
@@ -247,8 +258,12 @@ public:
 private:
     Derived& self() { return static_cast<Derived&>(*this); }
     const Derived& self() const { return static_cast<const Derived&>(*this); }
-    static std::uint8_t level8(T v) { return static_cast<std::uint8_t>(scaling::readLevel(v, 255.0f)); }
-    static std::uint16_t level16(T v) { return static_cast<std::uint16_t>(scaling::readLevel(v, 65535.0f)); }
+    static std::uint8_t level8(T v) {
+        return static_cast<std::uint8_t>(scaling::readLevel(v, 255.0f));
+    }
+    static std::uint16_t level16(T v) {
+        return static_cast<std::uint16_t>(scaling::readLevel(v, 65535.0f));
+    }
     color_management::RGBA floats() const { return {red(), green(), blue(), alpha()}; }
     static std::optional<Derived> fromFloats(const std::optional<color_management::RGBA>& c) {
         if (!c) return std::nullopt;
@@ -256,10 +271,14 @@ private:
     }
     static std::optional<Derived> fromFloatList(const std::vector<float>& v) {
         switch (v.size()) {
-        case 1: return withRGBA(v[0], v[0], v[0], 1.0f);
-        case 3: return withRGBA(v[0], v[1], v[2], 1.0f);
-        case 4: return withRGBA(v[0], v[1], v[2], v[3]);
-        default: return std::nullopt;
+        case 1:
+            return withRGBA(v[0], v[0], v[0], 1.0f);
+        case 3:
+            return withRGBA(v[0], v[1], v[2], 1.0f);
+        case 4:
+            return withRGBA(v[0], v[1], v[2], v[3]);
+        default:
+            return std::nullopt;
         }
     }
     void replaceHSV(float h, float s, float v) {
@@ -273,12 +292,18 @@ private:
         const float hp = h / 60.0f;
         const float x = c * (1.0f - std::fabs(std::fmod(hp, 2.0f) - 1.0f));
         float r = 0, g = 0, b = 0;
-        if (hp < 1) r = c, g = x;
-        else if (hp < 2) r = x, g = c;
-        else if (hp < 3) g = c, b = x;
-        else if (hp < 4) g = x, b = c;
-        else if (hp < 5) r = x, b = c;
-        else r = c, b = x;
+        if (hp < 1)
+            r = c, g = x;
+        else if (hp < 2)
+            r = x, g = c;
+        else if (hp < 3)
+            g = c, b = x;
+        else if (hp < 4)
+            g = x, b = c;
+        else if (hp < 5)
+            r = x, b = c;
+        else
+            r = c, b = x;
         const float m = v - c;
         return {r + m, g + m, b + m};
     }

@@ -15,8 +15,8 @@ bool AffineTransform::isIntegerTranslation() const {
 }
 
 AffineTransform AffineTransform::concatenating(const AffineTransform& t) const {
-    return {a * t.a + b * t.c,         a * t.b + b * t.d,         c * t.a + d * t.c,
-            c * t.b + d * t.d,         tx * t.a + ty * t.c + t.tx, tx * t.b + ty * t.d + t.ty};
+    return {a * t.a + b * t.c, a * t.b + b * t.d,          c * t.a + d * t.c,
+            c * t.b + d * t.d, tx * t.a + ty * t.c + t.tx, tx * t.b + ty * t.d + t.ty};
 }
 
 AffineTransform AffineTransform::translatedBy(double x, double y) const {
@@ -34,7 +34,7 @@ AffineTransform AffineTransform::rotatedBy(double radians) const {
 AffineTransform AffineTransform::inverted() const {
     const double det = a * d - b * c;
     if (det == 0 || !std::isfinite(det)) return *this;
-    return {d / det,  -b / det, -c / det, a / det, (c * ty - d * tx) / det, (b * tx - a * ty) / det};
+    return {d / det, -b / det, -c / det, a / det, (c * ty - d * tx) / det, (b * tx - a * ty) / det};
 }
 
 Rect AffineTransform::apply(const Rect& r) const {

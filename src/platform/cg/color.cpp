@@ -1,10 +1,10 @@
 #include "bic/platform/cg/color.hpp"
 
-#include <algorithm>
-#include <cmath>
-
 #include "bic/platform/ci/color.hpp"
 #include "lcms.hpp"
+
+#include <algorithm>
+#include <cmath>
 
 namespace bic::cg {
 
@@ -20,10 +20,12 @@ void clampToRange(ColorSpaceModel model, std::vector<double>& c) {
         c[2] = std::clamp(c[2], -128.0, 127.0);
         break;
     case ColorSpaceModel::xyz:
-        for (std::size_t i = 0; i < n; ++i) c[i] = std::max(c[i], 0.0);
+        for (std::size_t i = 0; i < n; ++i)
+            c[i] = std::max(c[i], 0.0);
         break;
     default:
-        for (std::size_t i = 0; i < n; ++i) c[i] = std::clamp(c[i], 0.0, 1.0);
+        for (std::size_t i = 0; i < n; ++i)
+            c[i] = std::clamp(c[i], 0.0, 1.0);
     }
     c[n] = std::clamp(c[n], 0.0, 1.0);
 }
@@ -43,7 +45,9 @@ Color Color::deviceRGB(double r, double g, double b, double a) {
     return *make(ColorSpace::deviceRGB(), {r, g, b, a});
 }
 
-Color Color::deviceGray(double gray, double a) { return *make(ColorSpace::deviceGray(), {gray, a}); }
+Color Color::deviceGray(double gray, double a) {
+    return *make(ColorSpace::deviceGray(), {gray, a});
+}
 
 std::optional<Color> Color::matched(const ColorSpace& target, RenderingIntent intent) const {
     if (target == space_) return *this;
@@ -51,10 +55,9 @@ std::optional<Color> Color::matched(const ColorSpace& target, RenderingIntent in
     if (outCount == 0) return std::nullopt;
     // Single colours are matched without lcms's precalculated tables, which trade accuracy
     // for speed that one colour does not need.
-    const auto transform =
-        lcms::makeTransform(space_, lcms::doubleFormat(space_.model()), target,
-                            lcms::doubleFormat(target.model()), intent,
-                            cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE);
+    const auto transform = lcms::makeTransform(space_, lcms::doubleFormat(space_.model()), target,
+                                               lcms::doubleFormat(target.model()), intent,
+                                               cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE);
     if (!transform) return std::nullopt;
     double out[4] = {0, 0, 0, 0};
     cmsDoTransform(transform.get(), components_.data(), out, 1);
@@ -73,7 +76,8 @@ std::optional<Color> Color::from(const cg::Color& color) {
     const cg::ColorSpace& space = color.colorSpace();
     const auto& c = color.components();
     if (space.model() == cg::ColorSpaceModel::rgb) return Color{c[0], c[1], c[2], c[3], space};
-    if (space.model() == cg::ColorSpaceModel::monochrome) return Color{c[0], c[0], c[0], c[1], std::nullopt};
+    if (space.model() == cg::ColorSpaceModel::monochrome)
+        return Color{c[0], c[0], c[0], c[1], std::nullopt};
     const auto rgb = color.matched(cg::ColorSpace::deviceRGB());
     if (!rgb) return std::nullopt;
     const auto& m = rgb->components();

@@ -1,8 +1,8 @@
 #include "bic/platform/cg/color_space.hpp"
 
-#include <mutex>
-
 #include "lcms.hpp"
+
+#include <mutex>
 
 namespace bic::cg {
 
@@ -15,7 +15,8 @@ std::mutex& lcmsMutex() {
 
 void silenceLcms() {
     static std::once_flag once;
-    std::call_once(once, [] { cmsSetLogErrorHandler([](cmsContext, cmsUInt32Number, const char*) {}); });
+    std::call_once(once,
+                   [] { cmsSetLogErrorHandler([](cmsContext, cmsUInt32Number, const char*) {}); });
 }
 
 cmsToneCurve* sRGBCurve() {
@@ -39,7 +40,8 @@ struct ColorSpaceFactory {
     static ColorSpace make(std::optional<std::string> name, ColorSpaceModel model,
                            cmsHPROFILE profile) {
         silenceLcms();
-        return ColorSpace(std::make_shared<const ColorSpace::Impl>(std::move(name), model, profile));
+        return ColorSpace(
+            std::make_shared<const ColorSpace::Impl>(std::move(name), model, profile));
     }
 };
 
@@ -96,19 +98,31 @@ std::optional<ColorSpace> ColorSpace::fromICCProfile(std::span<const std::uint8_
     if (!p) return std::nullopt;
     ColorSpaceModel model;
     switch (cmsGetColorSpace(p)) {
-    case cmsSigRgbData: model = ColorSpaceModel::rgb; break;
-    case cmsSigGrayData: model = ColorSpaceModel::monochrome; break;
-    case cmsSigCmykData: model = ColorSpaceModel::cmyk; break;
-    case cmsSigLabData: model = ColorSpaceModel::lab; break;
-    case cmsSigXYZData: model = ColorSpaceModel::xyz; break;
-    default: cmsCloseProfile(p); return std::nullopt;
+    case cmsSigRgbData:
+        model = ColorSpaceModel::rgb;
+        break;
+    case cmsSigGrayData:
+        model = ColorSpaceModel::monochrome;
+        break;
+    case cmsSigCmykData:
+        model = ColorSpaceModel::cmyk;
+        break;
+    case cmsSigLabData:
+        model = ColorSpaceModel::lab;
+        break;
+    case cmsSigXYZData:
+        model = ColorSpaceModel::xyz;
+        break;
+    default:
+        cmsCloseProfile(p);
+        return std::nullopt;
     }
     return make(std::nullopt, model, p);
 }
 
 std::optional<ColorSpace> ColorSpace::named(const std::string& name) {
-    for (ColorSpace (*f)() : {deviceRGB, deviceGray, sRGB, linearSRGB, displayP3, adobeRGB1998,
-                              genericXYZ}) {
+    for (ColorSpace (*f)() :
+         {deviceRGB, deviceGray, sRGB, linearSRGB, displayP3, adobeRGB1998, genericXYZ}) {
         ColorSpace s = f();
         if (s.name() == name) return s;
     }
@@ -136,12 +150,16 @@ bool operator==(const ColorSpace& a, const ColorSpace& b) {
 
 int componentCount(ColorSpaceModel model) {
     switch (model) {
-    case ColorSpaceModel::monochrome: return 2;
+    case ColorSpaceModel::monochrome:
+        return 2;
     case ColorSpaceModel::rgb:
     case ColorSpaceModel::lab:
-    case ColorSpaceModel::xyz: return 4;
-    case ColorSpaceModel::cmyk: return 5;
-    default: return 0;
+    case ColorSpaceModel::xyz:
+        return 4;
+    case ColorSpaceModel::cmyk:
+        return 5;
+    default:
+        return 0;
     }
 }
 
@@ -149,22 +167,32 @@ namespace lcms {
 
 cmsUInt32Number doubleFormat(ColorSpaceModel model) {
     switch (model) {
-    case ColorSpaceModel::rgb: return TYPE_RGB_DBL;
-    case ColorSpaceModel::monochrome: return TYPE_GRAY_DBL;
-    case ColorSpaceModel::lab: return TYPE_Lab_DBL;
-    case ColorSpaceModel::xyz: return TYPE_XYZ_DBL;
-    case ColorSpaceModel::cmyk: return TYPE_CMYK_DBL;
-    default: return 0;
+    case ColorSpaceModel::rgb:
+        return TYPE_RGB_DBL;
+    case ColorSpaceModel::monochrome:
+        return TYPE_GRAY_DBL;
+    case ColorSpaceModel::lab:
+        return TYPE_Lab_DBL;
+    case ColorSpaceModel::xyz:
+        return TYPE_XYZ_DBL;
+    case ColorSpaceModel::cmyk:
+        return TYPE_CMYK_DBL;
+    default:
+        return 0;
     }
 }
 
 cmsUInt32Number intent(RenderingIntent intent) {
     switch (intent) {
-    case RenderingIntent::absoluteColorimetric: return INTENT_ABSOLUTE_COLORIMETRIC;
-    case RenderingIntent::relativeColorimetric: return INTENT_RELATIVE_COLORIMETRIC;
-    case RenderingIntent::saturation: return INTENT_SATURATION;
+    case RenderingIntent::absoluteColorimetric:
+        return INTENT_ABSOLUTE_COLORIMETRIC;
+    case RenderingIntent::relativeColorimetric:
+        return INTENT_RELATIVE_COLORIMETRIC;
+    case RenderingIntent::saturation:
+        return INTENT_SATURATION;
     case RenderingIntent::perceptual:
-    case RenderingIntent::defaultIntent: return INTENT_PERCEPTUAL;
+    case RenderingIntent::defaultIntent:
+        return INTENT_PERCEPTUAL;
     }
     return INTENT_PERCEPTUAL;
 }
@@ -174,8 +202,8 @@ Transform makeTransform(const ColorSpace& from, cmsUInt32Number fromFormat, cons
                         cmsUInt32Number flags) {
     if (!fromFormat || !toFormat) return nullptr;
     std::lock_guard lock(lcmsMutex());
-    return Transform(cmsCreateTransform(from.impl().profile, fromFormat, to.impl().profile, toFormat,
-                                        intent(renderingIntent), flags));
+    return Transform(cmsCreateTransform(from.impl().profile, fromFormat, to.impl().profile,
+                                        toFormat, intent(renderingIntent), flags));
 }
 
 } // namespace lcms

@@ -1,11 +1,10 @@
 #pragma once
 // Little CMS plumbing shared by the platform's colour code.
 
-#include <lcms2.h>
-
-#include <memory>
-
 #include "bic/platform/cg/color_space.hpp"
+
+#include <lcms2.h>
+#include <memory>
 
 namespace bic::cg {
 

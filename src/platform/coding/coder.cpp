@@ -1,8 +1,8 @@
 #include "bic/platform/coding/coder.hpp"
 
-#include <cmath>
-
 #include "bic/platform/coding/formats.hpp"
+
+#include <cmath>
 
 namespace bic::coding {
 

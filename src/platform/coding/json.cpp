@@ -1,8 +1,7 @@
-#include <nlohmann/json.hpp>
+#include "bic/platform/coding/formats.hpp"
 
 #include <cmath>
-
-#include "bic/platform/coding/formats.hpp"
+#include <nlohmann/json.hpp>
 
 namespace bic::coding {
 
@@ -12,17 +11,24 @@ using Json = nlohmann::ordered_json;
 
 Json toJson(const Value& v, CodingPath& path) {
     switch (v.kind()) {
-    case Value::Kind::null: return nullptr;
-    case Value::Kind::boolean: return *v.get<bool>();
-    case Value::Kind::integer: return *v.get<std::int64_t>();
+    case Value::Kind::null:
+        return nullptr;
+    case Value::Kind::boolean:
+        return *v.get<bool>();
+    case Value::Kind::integer:
+        return *v.get<std::int64_t>();
     case Value::Kind::real: {
         const double d = *v.get<double>();
-        if (!std::isfinite(d)) throw EncodingError(path, "Unable to encode a non-finite number in JSON.");
+        if (!std::isfinite(d))
+            throw EncodingError(path, "Unable to encode a non-finite number in JSON.");
         return d;
     }
-    case Value::Kind::string: return *v.get<std::string>();
-    case Value::Kind::data: return base64Encode(*v.get<Data>());
-    case Value::Kind::date: return v.get<Date>()->secondsSinceReferenceDate;
+    case Value::Kind::string:
+        return *v.get<std::string>();
+    case Value::Kind::data:
+        return base64Encode(*v.get<Data>());
+    case Value::Kind::date:
+        return v.get<Date>()->secondsSinceReferenceDate;
     case Value::Kind::array: {
         Json out = Json::array();
         const Array& a = *v.get<Array>();
@@ -48,28 +54,36 @@ Json toJson(const Value& v, CodingPath& path) {
 
 Value fromJson(const Json& j) {
     switch (j.type()) {
-    case Json::value_t::null: return Value();
-    case Json::value_t::boolean: return Value(j.get<bool>());
-    case Json::value_t::number_integer: return Value(j.get<std::int64_t>());
+    case Json::value_t::null:
+        return Value();
+    case Json::value_t::boolean:
+        return Value(j.get<bool>());
+    case Json::value_t::number_integer:
+        return Value(j.get<std::int64_t>());
     case Json::value_t::number_unsigned: {
         const auto u = j.get<std::uint64_t>();
         if (u > static_cast<std::uint64_t>(INT64_MAX)) return Value(static_cast<double>(u));
         return Value(static_cast<std::int64_t>(u));
     }
-    case Json::value_t::number_float: return Value(j.get<double>());
-    case Json::value_t::string: return Value(j.get<std::string>());
+    case Json::value_t::number_float:
+        return Value(j.get<double>());
+    case Json::value_t::string:
+        return Value(j.get<std::string>());
     case Json::value_t::array: {
         Array out;
         out.reserve(j.size());
-        for (const auto& e : j) out.push_back(fromJson(e));
+        for (const auto& e : j)
+            out.push_back(fromJson(e));
         return Value(std::move(out));
     }
     case Json::value_t::object: {
         Dictionary out;
-        for (auto it = j.begin(); it != j.end(); ++it) out.emplace_back(it.key(), fromJson(it.value()));
+        for (auto it = j.begin(); it != j.end(); ++it)
+            out.emplace_back(it.key(), fromJson(it.value()));
         return Value(std::move(out));
     }
-    default: return Value();
+    default:
+        return Value();
     }
 }
 
@@ -132,8 +146,8 @@ bool base64Decode(std::string_view text, Data& out) {
         }
     }
     // Valid endings: no leftover bits beyond the padding the encoder would have written.
-    const bool ok = (bits == 0 && padding == 0) || (bits == 2 && padding == 2) ||
-                    (bits == 4 && padding == 1);
+    const bool ok =
+        (bits == 0 && padding == 0) || (bits == 2 && padding == 2) || (bits == 4 && padding == 1);
     return ok && (accumulator & ((1u << bits) - 1)) == 0;
 }
 

@@ -1,10 +1,9 @@
-#include <plist/plist.h>
+#include "bic/platform/coding/formats.hpp"
 
 #include <cmath>
 #include <cstdlib>
 #include <memory>
-
-#include "bic/platform/coding/formats.hpp"
+#include <plist/plist.h>
 
 namespace bic::coding {
 
@@ -19,12 +18,15 @@ plist_t toPlist(const Value& v, CodingPath& path) {
     switch (v.kind()) {
     case Value::Kind::null:
         throw EncodingError(path, "Property lists cannot hold a null value.");
-    case Value::Kind::boolean: return plist_new_bool(*v.get<bool>() ? 1 : 0);
+    case Value::Kind::boolean:
+        return plist_new_bool(*v.get<bool>() ? 1 : 0);
     // libplist stores integers as 64 raw bits and writes them back as signed numbers.
     case Value::Kind::integer:
         return plist_new_uint(static_cast<std::uint64_t>(*v.get<std::int64_t>()));
-    case Value::Kind::real: return plist_new_real(*v.get<double>());
-    case Value::Kind::string: return plist_new_string(v.get<std::string>()->c_str());
+    case Value::Kind::real:
+        return plist_new_real(*v.get<double>());
+    case Value::Kind::string:
+        return plist_new_string(v.get<std::string>()->c_str());
     case Value::Kind::data: {
         const Data& d = *v.get<Data>();
         return plist_new_data(reinterpret_cast<const char*>(d.data()), d.size());
@@ -101,7 +103,8 @@ Value fromPlist(plist_t node) {
         Array out;
         const std::uint32_t n = plist_array_get_size(node);
         out.reserve(n);
-        for (std::uint32_t i = 0; i < n; ++i) out.push_back(fromPlist(plist_array_get_item(node, i)));
+        for (std::uint32_t i = 0; i < n; ++i)
+            out.push_back(fromPlist(plist_array_get_item(node, i)));
         return Value(std::move(out));
     }
     case PLIST_DICT: {
@@ -141,7 +144,8 @@ Data writePropertyList(const Value& root, PropertyListFormat format) {
         plist_to_xml(plist.get(), &bytes, &length);
     }
     if (!bytes) throw EncodingError({}, "The property list could not be written.");
-    Data out(reinterpret_cast<std::uint8_t*>(bytes), reinterpret_cast<std::uint8_t*>(bytes) + length);
+    Data out(reinterpret_cast<std::uint8_t*>(bytes),
+             reinterpret_cast<std::uint8_t*>(bytes) + length);
     std::free(bytes);
     return out;
 }

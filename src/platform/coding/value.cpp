@@ -22,15 +22,24 @@ const Value* Value::find(std::string_view key) const {
 
 std::string_view kindName(Value::Kind kind) {
     switch (kind) {
-    case Value::Kind::null: return "null";
-    case Value::Kind::boolean: return "boolean";
-    case Value::Kind::integer: return "integer";
-    case Value::Kind::real: return "real";
-    case Value::Kind::string: return "string";
-    case Value::Kind::data: return "data";
-    case Value::Kind::date: return "date";
-    case Value::Kind::array: return "array";
-    case Value::Kind::dictionary: return "dictionary";
+    case Value::Kind::null:
+        return "null";
+    case Value::Kind::boolean:
+        return "boolean";
+    case Value::Kind::integer:
+        return "integer";
+    case Value::Kind::real:
+        return "real";
+    case Value::Kind::string:
+        return "string";
+    case Value::Kind::data:
+        return "data";
+    case Value::Kind::date:
+        return "date";
+    case Value::Kind::array:
+        return "array";
+    case Value::Kind::dictionary:
+        return "dictionary";
     }
     return "unknown";
 }

@@ -1,9 +1,8 @@
 #include "bic/platform/ns/formatter.hpp"
 
+#include <memory>
 #include <unicode/unum.h>
 #include <unicode/ustring.h>
-
-#include <memory>
 #include <vector>
 
 namespace bic::ns {

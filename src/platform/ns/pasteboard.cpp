@@ -51,18 +51,22 @@ std::optional<PasteboardData> MemoryPasteboard::data(std::string_view type) cons
 std::vector<std::string> MemoryPasteboard::types() const {
     std::lock_guard lock(mutex_);
     std::vector<std::string> out;
-    for (const auto& item : items_) out.push_back(item.first);
+    for (const auto& item : items_)
+        out.push_back(item.first);
     return out;
 }
 
 void writeColor(Pasteboard& pasteboard, const cg::Color& color) {
     coding::Dictionary d;
     const auto& name = color.colorSpace().name();
-    d.emplace_back("Color Space", name ? coding::Value(*name) : coding::Value(color.colorSpace().iccData()));
+    d.emplace_back("Color Space",
+                   name ? coding::Value(*name) : coding::Value(color.colorSpace().iccData()));
     coding::Array components;
-    for (double c : color.components()) components.emplace_back(c);
+    for (double c : color.components())
+        components.emplace_back(c);
     d.emplace_back("Components", coding::Value(std::move(components)));
-    pasteboard.setData(pasteboard_type::color, coding::writePropertyList(coding::Value(std::move(d))));
+    pasteboard.setData(pasteboard_type::color,
+                       coding::writePropertyList(coding::Value(std::move(d))));
 }
 
 std::optional<cg::Color> readColor(const Pasteboard& pasteboard) {
@@ -74,8 +78,10 @@ std::optional<cg::Color> readColor(const Pasteboard& pasteboard) {
         const coding::Value* componentsValue = root.find("Components");
         if (!spaceValue || !componentsValue) return std::nullopt;
         std::optional<cg::ColorSpace> space;
-        if (const auto* name = spaceValue->get<std::string>()) space = cg::ColorSpace::named(*name);
-        else if (const auto* icc = spaceValue->get<coding::Data>()) space = cg::ColorSpace::fromICCProfile(*icc);
+        if (const auto* name = spaceValue->get<std::string>())
+            space = cg::ColorSpace::named(*name);
+        else if (const auto* icc = spaceValue->get<coding::Data>())
+            space = cg::ColorSpace::fromICCProfile(*icc);
         if (!space) return std::nullopt;
         return cg::Color::make(*space, coding::decode<std::vector<double>>(*componentsValue));
     } catch (const coding::DecodingError&) {

@@ -28,7 +28,9 @@ struct AffineTransform {
     AffineTransform inverted() const;
 
     Point apply(const Point& p) const { return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty}; }
-    Size apply(const Size& s) const { return {a * s.width + c * s.height, b * s.width + d * s.height}; }
+    Size apply(const Size& s) const {
+        return {a * s.width + c * s.height, b * s.width + d * s.height};
+    }
     /// The bounding box of the transformed corners; null and infinite rectangles stay so.
     Rect apply(const Rect& r) const;
 

@@ -1,10 +1,10 @@
 #pragma once
 // A colour of the drawing layer: components in a colour space, alpha last.
 
+#include "bic/platform/cg/color_space.hpp"
+
 #include <optional>
 #include <vector>
-
-#include "bic/platform/cg/color_space.hpp"
 
 namespace bic::cg {
 

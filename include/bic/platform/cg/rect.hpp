@@ -7,9 +7,9 @@
 // extent of images that are defined everywhere. A negative width or height is legal; every
 // derived value treats such a rectangle as its standardized form.
 
-#include <limits>
-
 #include "bic/platform/cg/geometry.hpp"
+
+#include <limits>
 
 namespace bic::cg {
 
@@ -23,8 +23,8 @@ struct Rect {
         : origin{x, y}, size{width, height} {}
 
     static constexpr Rect null() {
-        return {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity(),
-                0, 0};
+        return {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity(), 0,
+                0};
     }
     static constexpr Rect infinite() {
         constexpr double m = std::numeric_limits<double>::max();

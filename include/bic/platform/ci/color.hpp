@@ -1,9 +1,9 @@
 #pragma once
 // A colour of the lazy-image engine: unpremultiplied red, green, blue and alpha.
 
-#include <optional>
-
 #include "bic/platform/cg/color.hpp"
+
+#include <optional>
 
 namespace bic::ci {
 

@@ -20,13 +20,19 @@ constexpr int bytesPerPixel(Format f) {
     switch (f) {
     case Format::ARGB8:
     case Format::BGRA8:
-    case Format::RGBA8: return 4;
-    case Format::L8: return 1;
-    case Format::RGBA16: return 8;
-    case Format::L16: return 2;
-    case Format::RGBAf: return 16;
+    case Format::RGBA8:
+        return 4;
+    case Format::L8:
+        return 1;
+    case Format::RGBA16:
+        return 8;
+    case Format::L16:
+        return 2;
+    case Format::RGBAf:
+        return 16;
     case Format::Lf:
-    case Format::Rf: return 4;
+    case Format::Rf:
+        return 4;
     }
     return 0;
 }

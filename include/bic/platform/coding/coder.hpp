@@ -7,6 +7,9 @@
 // Booleans, integers, floats, strings, Data, Date, std::vector and std::optional are built in.
 // Decoders throw DecodingError with the coding path of the offending value.
 
+#include "bic/platform/coding/errors.hpp"
+#include "bic/platform/coding/value.hpp"
+
 #include <concepts>
 #include <cstdint>
 #include <limits>
@@ -16,16 +19,15 @@
 #include <type_traits>
 #include <vector>
 
-#include "bic/platform/coding/errors.hpp"
-#include "bic/platform/coding/value.hpp"
-
 namespace bic::coding {
 
 class Encoder;
 class Decoder;
 
 template <class T>
-concept SelfEncodable = requires(const T& t, Encoder& e) { t.encode(e); };
+concept SelfEncodable = requires(const T& t, Encoder& e) {
+    t.encode(e);
+};
 template <class T>
 concept SelfDecodable = requires(const Decoder& d) {
     { T::decode(d) } -> std::same_as<T>;
@@ -80,7 +82,9 @@ public:
     KeyedEncoder keyed();
     UnkeyedEncoder unkeyed();
     template <class T>
-    void encodeSingle(const T& value) { slot_ = coding::encode(value, path_); }
+    void encodeSingle(const T& value) {
+        slot_ = coding::encode(value, path_);
+    }
     const CodingPath& codingPath() const { return path_; }
 
 private:
@@ -148,7 +152,9 @@ public:
     KeyedDecoder keyed() const;
     UnkeyedDecoder unkeyed() const;
     template <class T>
-    T decodeSingle() const { return coding::decode<T>(value_, path_); }
+    T decodeSingle() const {
+        return coding::decode<T>(value_, path_);
+    }
     const Value& value() const { return value_; }
     const CodingPath& codingPath() const { return path_; }
 
@@ -184,7 +190,8 @@ Value encode(const T& value, CodingPath path) {
     } else if constexpr (std::is_integral_v<T>) {
         if constexpr (std::is_unsigned_v<T> && sizeof(T) == 8) {
             if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
-                throw EncodingError(path, "Unsigned value does not fit in a signed 64-bit integer.");
+                throw EncodingError(path,
+                                    "Unsigned value does not fit in a signed 64-bit integer.");
         }
         return Value(static_cast<std::int64_t>(value));
     } else if constexpr (std::is_floating_point_v<T>) {
@@ -199,7 +206,8 @@ Value encode(const T& value, CodingPath path) {
         Value out;
         Encoder e(out, std::move(path));
         auto u = e.unkeyed();
-        for (const auto& element : value) u.encode(element);
+        for (const auto& element : value)
+            u.encode(element);
         return out;
     } else {
         static_assert(SelfEncodable<T>, "type has no encode(coding::Encoder&) member");
@@ -220,7 +228,8 @@ T decode(const Value& value, CodingPath path) {
     } else if constexpr (std::is_integral_v<T>) {
         if constexpr (std::is_unsigned_v<T>) {
             const std::uint64_t u = detail::unsignedValue(value, path);
-            if (u > std::numeric_limits<T>::max()) detail::doesNotFit(value, "unsigned integer", path);
+            if (u > std::numeric_limits<T>::max())
+                detail::doesNotFit(value, "unsigned integer", path);
             return static_cast<T>(u);
         } else {
             const std::int64_t i = detail::integerValue(value, path);
@@ -253,7 +262,8 @@ T decode(const Value& value, CodingPath path) {
         auto u = d.unkeyed();
         T out;
         out.reserve(u.count());
-        while (!u.isAtEnd()) out.push_back(u.template decode<typename T::value_type>());
+        while (!u.isAtEnd())
+            out.push_back(u.template decode<typename T::value_type>());
         return out;
     } else {
         static_assert(SelfDecodable<T>, "type has no static decode(const coding::Decoder&)");

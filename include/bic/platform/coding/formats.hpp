@@ -5,12 +5,12 @@
 // base64 string and dates as seconds since 2001-01-01, and both read back through the
 // decoders of coder.hpp.
 
+#include "bic/platform/coding/coder.hpp"
+
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "bic/platform/coding/coder.hpp"
 
 namespace bic::coding {
 

@@ -49,9 +49,13 @@ public:
     bool isNull() const { return kind() == Kind::null; }
 
     template <class T>
-    const T* get() const { return std::get_if<T>(&v_); }
+    const T* get() const {
+        return std::get_if<T>(&v_);
+    }
     template <class T>
-    T* get() { return std::get_if<T>(&v_); }
+    T* get() {
+        return std::get_if<T>(&v_);
+    }
 
     /// The value stored under `key` of a dictionary, or nullptr.
     const Value* find(std::string_view key) const;

@@ -1,9 +1,9 @@
 #pragma once
 // Checked signed 64-bit arithmetic: sizes and coordinates never wrap silently.
 
-#include <cstdint>
-
 #include "bic/platform/core/fatal.hpp"
+
+#include <cstdint>
 
 namespace bic::checked {
 

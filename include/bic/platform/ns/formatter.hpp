@@ -22,7 +22,8 @@ public:
     virtual bool getObjectValue(Object& object, std::string_view string,
                                 std::string& errorDescription) const = 0;
     /// Whether `partial`, the text while the user types, may stand. The default accepts all.
-    virtual bool isPartialStringValid(std::string_view partial, std::string& errorDescription) const;
+    virtual bool isPartialStringValid(std::string_view partial,
+                                      std::string& errorDescription) const;
 
     /// The number an object holds, if it is one.
     static std::optional<double> numberValue(const Object& object);

@@ -4,6 +4,8 @@
 // The library only talks to the interface. The in-process default serves tools and tests; an
 // editor installs its own adapter to the desktop's pasteboard with `setGeneral`.
 
+#include "bic/platform/cg/color.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -12,8 +14,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "bic/platform/cg/color.hpp"
 
 namespace bic::ns {
 
