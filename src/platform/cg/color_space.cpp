@@ -51,44 +51,71 @@ ColorSpace make(std::optional<std::string> name, ColorSpaceModel model, cmsHPROF
 }
 } // namespace
 
+// The built-in spaces are immutable, so each is built once and shared; building an lcms profile
+// costs far more than the conversions that usually follow.
+
 ColorSpace ColorSpace::deviceRGB() {
-    return make("kCGColorSpaceDeviceRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile());
+    static const ColorSpace shared = [] {
+        return make("kCGColorSpaceDeviceRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile());
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::deviceGray() {
-    cmsCIExyY d65 = {0.3127, 0.3290, 1.0};
-    cmsToneCurve* curve = sRGBCurve();
-    cmsHPROFILE p = cmsCreateGrayProfile(&d65, curve);
-    cmsFreeToneCurve(curve);
-    return make("kCGColorSpaceDeviceGray", ColorSpaceModel::monochrome, p);
+    static const ColorSpace shared = [] {
+        cmsCIExyY d65 = {0.3127, 0.3290, 1.0};
+        cmsToneCurve* curve = sRGBCurve();
+        cmsHPROFILE p = cmsCreateGrayProfile(&d65, curve);
+        cmsFreeToneCurve(curve);
+        return make("kCGColorSpaceDeviceGray", ColorSpaceModel::monochrome, p);
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::sRGB() {
-    return make("kCGColorSpaceSRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile());
+    static const ColorSpace shared = [] {
+        return make("kCGColorSpaceSRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile());
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::linearSRGB() {
-    return make("kCGColorSpaceLinearSRGB", ColorSpaceModel::rgb,
-                rgbProfile(kSRGBPrimaries, cmsBuildGamma(nullptr, 1.0)));
+    static const ColorSpace shared = [] {
+        return make("kCGColorSpaceLinearSRGB", ColorSpaceModel::rgb,
+                    rgbProfile(kSRGBPrimaries, cmsBuildGamma(nullptr, 1.0)));
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::displayP3() {
-    constexpr cmsCIExyYTRIPLE p3 = {{0.680, 0.320, 1}, {0.265, 0.690, 1}, {0.150, 0.060, 1}};
-    return make("kCGColorSpaceDisplayP3", ColorSpaceModel::rgb, rgbProfile(p3, sRGBCurve()));
+    static const ColorSpace shared = [] {
+        constexpr cmsCIExyYTRIPLE p3 = {{0.680, 0.320, 1}, {0.265, 0.690, 1}, {0.150, 0.060, 1}};
+        return make("kCGColorSpaceDisplayP3", ColorSpaceModel::rgb, rgbProfile(p3, sRGBCurve()));
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::adobeRGB1998() {
-    constexpr cmsCIExyYTRIPLE adobe = {{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
-    return make("kCGColorSpaceAdobeRGB1998", ColorSpaceModel::rgb,
-                rgbProfile(adobe, cmsBuildGamma(nullptr, 563.0 / 256.0)));
+    static const ColorSpace shared = [] {
+        constexpr cmsCIExyYTRIPLE adobe = {{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
+        return make("kCGColorSpaceAdobeRGB1998", ColorSpaceModel::rgb,
+                    rgbProfile(adobe, cmsBuildGamma(nullptr, 563.0 / 256.0)));
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::psdLab() {
-    return make(std::nullopt, ColorSpaceModel::lab, cmsCreateLab4Profile(cmsD50_xyY()));
+    static const ColorSpace shared = [] {
+        return make(std::nullopt, ColorSpaceModel::lab, cmsCreateLab4Profile(cmsD50_xyY()));
+    }();
+    return shared;
 }
 
 ColorSpace ColorSpace::genericXYZ() {
-    return make("kCGColorSpaceGenericXYZ", ColorSpaceModel::xyz, cmsCreateXYZProfile());
+    static const ColorSpace shared = [] {
+        return make("kCGColorSpaceGenericXYZ", ColorSpaceModel::xyz, cmsCreateXYZProfile());
+    }();
+    return shared;
 }
 
 std::optional<ColorSpace> ColorSpace::fromICCProfile(std::span<const std::uint8_t> icc) {
