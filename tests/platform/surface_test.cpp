@@ -1,0 +1,108 @@
+#include "bic/platform/io/surface.hpp"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+
+using namespace bic::io;
+
+namespace {
+SurfaceProperties props(std::int64_t w, std::int64_t h, std::uint32_t format) {
+    const int element = surface_format::bytesPerElement(format);
+    return {w, h, format, element, Surface::alignBytesPerRow(w * element)};
+}
+} // namespace
+
+TEST(Surface, FormatCodesAndElementSizes) {
+    EXPECT_EQ(surface_format::gray8, 0x4C303038u);
+    EXPECT_EQ(surface_format::rgba16, 0x6C363472u);
+    EXPECT_EQ(surface_format::gray16, 0x4C303136u);
+    EXPECT_EQ(surface_format::rgbaf, 0x52476641u);
+    EXPECT_EQ(surface_format::grayf, 0x4C303066u);
+    EXPECT_EQ(surface_format::bytesPerElement(surface_format::argb8), 4);
+    EXPECT_EQ(surface_format::bytesPerElement(surface_format::rgbaf), 16);
+    EXPECT_EQ(surface_format::bytesPerElement(fourCharCode("abcd")), 0);
+}
+
+TEST(Surface, RowsAreAlignedAndMemoryZeroed) {
+    EXPECT_EQ(Surface::alignBytesPerRow(1), 64);
+    EXPECT_EQ(Surface::alignBytesPerRow(64), 64);
+    EXPECT_EQ(Surface::alignBytesPerRow(65), 128);
+    const auto s = Surface::make(props(17, 3, surface_format::rgba16));
+    ASSERT_TRUE(s);
+    EXPECT_EQ(s->bytesPerRow(), 192);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(s->baseAddress()) % 64, 0u);
+    EXPECT_GE(s->allocationSize(), 192u * 3);
+    s->lock(LockOptions::readOnly);
+    for (std::size_t i = 0; i < 192 * 3; ++i)
+        ASSERT_EQ(s->baseAddress()[i], 0);
+    s->unlock(LockOptions::readOnly);
+}
+
+TEST(Surface, RefusesBadProperties) {
+    EXPECT_FALSE(Surface::make(props(0, 5, surface_format::gray8)));
+    EXPECT_FALSE(Surface::make(props(Surface::maximumWidth + 1, 1, surface_format::gray8)));
+    EXPECT_FALSE(Surface::make(props(1, Surface::maximumHeight + 1, surface_format::gray8)));
+    EXPECT_FALSE(Surface::make({10, 1, surface_format::argb8, 4, 39}));   // row too short
+    EXPECT_FALSE(Surface::make({10, 1, surface_format::rgbaf, 16, 168})); // not whole elements
+    EXPECT_FALSE(Surface::make({10, 1, surface_format::argb8, 0, 64}));
+    // The largest canvas is accepted without touching its memory.
+    const auto big =
+        Surface::make(props(Surface::maximumWidth, Surface::maximumHeight, surface_format::rgbaf));
+    ASSERT_TRUE(big);
+    EXPECT_EQ(big->allocationSize(), std::size_t(16384) * 16384 * 16);
+}
+
+TEST(Surface, IDsAreUniqueAndSeedsChangeAfterWrites) {
+    std::set<std::uint32_t> ids;
+    for (int i = 0; i < 50; ++i)
+        ids.insert(Surface::make(props(1, 1, surface_format::gray8))->id());
+    EXPECT_EQ(ids.size(), 50u);
+
+    const auto s = Surface::make(props(4, 4, surface_format::argb8));
+    const std::uint32_t first = s->seed();
+    std::uint32_t seen = 0;
+    ASSERT_TRUE(s->lock(LockOptions::readOnly, &seen));
+    EXPECT_EQ(seen, first);
+    ASSERT_TRUE(s->unlock(LockOptions::readOnly, &seen));
+    EXPECT_EQ(seen, first) << "reading does not change the seed";
+    ASSERT_TRUE(s->lock(LockOptions::readWrite));
+    s->baseAddress()[0] = 7;
+    ASSERT_TRUE(s->unlock(LockOptions::readWrite, &seen));
+    EXPECT_NE(seen, first);
+    EXPECT_EQ(s->seed(), seen);
+    EXPECT_FALSE(s->unlock(LockOptions::readWrite)) << "no lock is held";
+    EXPECT_FALSE(s->unlock(LockOptions::readOnly));
+    EXPECT_EQ(s->seed(), seen);
+}
+
+TEST(Surface, ReadersShareAndWritersExclude) {
+    const auto s = Surface::make(props(64, 64, surface_format::gray8));
+    std::atomic<int> inside{0};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 4; ++t)
+        readers.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                s->lock(LockOptions::readOnly);
+                ++inside;
+                std::this_thread::yield();
+                --inside;
+                s->unlock(LockOptions::readOnly);
+            }
+        });
+    std::atomic<bool> overlap{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 200; ++i) {
+            s->lock(LockOptions::readWrite);
+            if (inside.load() != 0) overlap = true;
+            s->baseAddress()[i % 64] = std::uint8_t(i);
+            s->unlock(LockOptions::readWrite);
+        }
+    });
+    for (auto& r : readers)
+        r.join();
+    writer.join();
+    EXPECT_FALSE(overlap.load());
+    EXPECT_EQ(s->seed(), 201u);
+}
