@@ -10,7 +10,7 @@ namespace bic::ci {
 struct Color {
     double red = 0, green = 0, blue = 0, alpha = 1;
     /// Nothing means the engine's working space (device RGB, no conversion).
-    std::optional<cg::ColorSpace> colorSpace;
+    std::optional<cg::ColorSpace> colorSpace = std::nullopt;
 
     static Color clear() { return {0, 0, 0, 0, std::nullopt}; }
     static Color white() { return {1, 1, 1, 1, std::nullopt}; }

@@ -1,0 +1,85 @@
+#pragma once
+// Filters: named image operations with key-value inputs, created by name from one registry.
+//
+// The engine registers its built-in filters ("CIColorMatrix", "CIGaussianBlur", …) with the
+// platform's input names and defaults; the library and an editor may register more, either as a
+// definition (inputs plus an output function) or as a constructor of a Filter subclass.
+
+#include "bic/platform/cg/affine_transform.hpp"
+#include "bic/platform/ci/image.hpp"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace bic::ci {
+
+/// An input value: none, an image, a number, a vector, a colour, a transform, bytes or text.
+using FilterValue = std::variant<std::monostate, Image, double, std::vector<double>, Color,
+                                 cg::AffineTransform, std::vector<std::uint8_t>, std::string>;
+using FilterParameters = std::vector<std::pair<std::string, FilterValue>>;
+
+/// A filter was asked for an input it does not have.
+class UnknownFilterInputError : public std::invalid_argument {
+public:
+    UnknownFilterInputError(const std::string& filter, const std::string& key);
+    const std::string& key() const { return key_; }
+
+private:
+    std::string key_;
+};
+
+class Filter {
+public:
+    struct Input {
+        std::string key;
+        FilterValue defaultValue;
+    };
+    using Output = std::function<std::optional<Image>(const Filter&)>;
+    using Constructor = std::function<std::shared_ptr<Filter>()>;
+
+    Filter(std::string name, std::vector<Input> inputs, Output output = {});
+    virtual ~Filter() = default;
+
+    /// A new filter of the registered name with default inputs; nothing for unknown names.
+    static std::shared_ptr<Filter> named(std::string_view name);
+    /// Registers (or replaces) a filter made from inputs and an output function.
+    static void registerFilter(std::string name, std::vector<Input> inputs, Output output);
+    /// Registers (or replaces) a constructor for `name`.
+    static void registerConstructor(std::string name, Constructor constructor);
+    static std::vector<std::string> filterNames();
+
+    const std::string& name() const { return name_; }
+    std::vector<std::string> inputKeys() const;
+    /// Throws UnknownFilterInputError for keys the filter does not have.
+    void setValue(std::string_view key, FilterValue value);
+    const FilterValue& value(std::string_view key) const;
+    void setDefaults();
+
+    /// Typed reads of inputs; nothing when unset or of another type.
+    std::optional<Image> image(std::string_view key) const;
+    std::optional<double> number(std::string_view key) const;
+    std::optional<std::vector<double>> vector(std::string_view key) const;
+    std::optional<Color> color(std::string_view key) const;
+
+    /// The result; nothing when a required input is missing.
+    virtual std::optional<Image> outputImage() const;
+
+private:
+    std::string name_;
+    std::vector<Input> inputs_;
+    std::vector<FilterValue> values_;
+    Output output_;
+};
+
+/// `image` as the filter's "inputImage", the parameters set on top; nothing for unknown filters
+/// or when the filter has no output. Unknown parameter keys throw UnknownFilterInputError.
+std::optional<Image> applyingFilter(const Image& image, std::string_view name,
+                                    const FilterParameters& parameters = {});
+
+} // namespace bic::ci

@@ -1,0 +1,416 @@
+// The engine's built-in filters, with the platform's names, inputs and defaults.
+
+#include "bic/platform/ci/blend_formulas.hpp"
+#include "bic/platform/ci/filter.hpp"
+#include "nodes.hpp"
+
+#include <cmath>
+#include <map>
+
+namespace bic::ci {
+namespace detail {
+
+namespace {
+
+using Registry = std::map<std::string, Filter::Constructor, std::less<>>;
+using Vector = std::vector<double>;
+
+void add(Registry& registry, std::string name, std::vector<Filter::Input> inputs,
+         Filter::Output output) {
+    registry.insert_or_assign(
+        name, [name, inputs, output] { return std::make_shared<Filter>(name, inputs, output); });
+}
+
+Image kernelImage(const cg::Rect& extent, RowFunction f, std::vector<NodePtr> images,
+                  std::vector<KernelValue> values = {}) {
+    if (extent.isEmpty()) return Image();
+    return Image(
+        std::make_shared<ColorKernelNode>(extent, f, std::move(images), std::move(values)));
+}
+
+// ---- Colour filters: unpremultiply, compute, premultiply --------------------------------------
+
+template <class F>
+inline void perUnpremultiplied(const KernelRow& row, F&& f) {
+    const float* s = row.samples[0];
+    float* o = row.out;
+    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
+        const float a = s[i + 3];
+        const float k = a > 0 ? 1.0f / a : 0.0f;
+        float c[4] = {s[i] * k, s[i + 1] * k, s[i + 2] * k, a};
+        f(c);
+        o[i] = c[0] * c[3];
+        o[i + 1] = c[1] * c[3];
+        o[i + 2] = c[2] * c[3];
+        o[i + 3] = c[3];
+    }
+}
+
+void colorMatrixRow(const KernelRow& row) {
+    float m[20];
+    const Vector& v = row.vector(0);
+    for (int i = 0; i < 20; ++i)
+        m[i] = float(v[i]);
+    perUnpremultiplied(row, [&](float* c) {
+        float r[4];
+        for (int k = 0; k < 4; ++k)
+            r[k] = m[4 * k] * c[0] + m[4 * k + 1] * c[1] + m[4 * k + 2] * c[2] +
+                   m[4 * k + 3] * c[3] + m[16 + k];
+        std::copy(r, r + 4, c);
+    });
+}
+
+void colorClampRow(const KernelRow& row) {
+    const Vector& lo = row.vector(0);
+    const Vector& hi = row.vector(1);
+    perUnpremultiplied(row, [&](float* c) {
+        for (int k = 0; k < 4; ++k)
+            c[k] = std::clamp(c[k], float(lo[k]), float(hi[k]));
+    });
+}
+
+void colorInvertRow(const KernelRow& row) {
+    perUnpremultiplied(row, [](float* c) {
+        for (int k = 0; k < 3; ++k)
+            c[k] = 1 - c[k];
+    });
+}
+
+void gammaRow(const KernelRow& row) {
+    const float p = float(row.number(0));
+    perUnpremultiplied(row, [p](float* c) {
+        for (int k = 0; k < 3; ++k)
+            c[k] = c[k] > 0 ? std::pow(c[k], p) : c[k];
+    });
+}
+
+// Grey becomes coverage of white: (g, g, g, g) from the premultiplied red.
+void maskToAlphaRow(const KernelRow& row) {
+    const float* s = row.samples[0];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4)
+        row.out[i] = row.out[i + 1] = row.out[i + 2] = row.out[i + 3] = s[i];
+}
+
+// ---- Compositing --------------------------------------------------------------------------------
+
+void sourceAtopRow(const KernelRow& row) {
+    const float *f = row.samples[0], *b = row.samples[1];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4)
+        for (int c = 0; c < 4; ++c)
+            row.out[i + c] = f[i + c] * b[i + 3] + b[i + c] * (1 - f[i + 3]);
+}
+
+void sourceOutRow(const KernelRow& row) {
+    const float *f = row.samples[0], *b = row.samples[1];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4)
+        for (int c = 0; c < 4; ++c)
+            row.out[i + c] = f[i + c] * (1 - b[i + 3]);
+}
+
+void multiplyCompositingRow(const KernelRow& row) {
+    const float *f = row.samples[0], *b = row.samples[1];
+    for (std::int64_t i = 0; i < row.count * 4; ++i)
+        row.out[i] = f[i] * b[i];
+}
+
+void mixRow(const KernelRow& row) {
+    const float *f = row.samples[0], *b = row.samples[1];
+    const float t = float(row.number(0));
+    for (std::int64_t i = 0; i < row.count * 4; ++i)
+        row.out[i] = b[i] + (f[i] - b[i]) * t;
+}
+
+template <blend::SeparableMode Mode>
+void blendRow(const KernelRow& row) {
+    blend::separableRow<Mode>(row.samples[0], row.samples[1], row.out, row.count);
+}
+
+// ---- Generators ---------------------------------------------------------------------------------
+
+void premultiplied(const Color& c, float out[4]) {
+    const float a = float(c.alpha);
+    out[0] = float(c.red) * a;
+    out[1] = float(c.green) * a;
+    out[2] = float(c.blue) * a;
+    out[3] = a;
+}
+
+template <class T>
+void gradientRow(const KernelRow& row, T&& parameterAt) {
+    float c0[4], c1[4];
+    premultiplied(row.color(0), c0);
+    premultiplied(row.color(1), c1);
+    const double y = double(row.y) + 0.5;
+    for (std::int64_t i = 0; i < row.count; ++i) {
+        const float t = float(std::clamp(parameterAt(double(row.x + i) + 0.5, y), 0.0, 1.0));
+        for (int c = 0; c < 4; ++c)
+            row.out[4 * i + c] = c0[c] + (c1[c] - c0[c]) * t;
+    }
+}
+
+// values: color0, color1, (x0, y0, x1, y1)
+void linearGradientRow(const KernelRow& row) {
+    const Vector& p = row.vector(2);
+    const double dx = p[2] - p[0], dy = p[3] - p[1], len2 = dx * dx + dy * dy;
+    gradientRow(row, [&](double x, double y) {
+        return len2 > 0 ? ((x - p[0]) * dx + (y - p[1]) * dy) / len2 : 1.0;
+    });
+}
+
+// values: color0, color1, (cx, cy, r0, r1)
+void radialGradientRow(const KernelRow& row) {
+    const Vector& p = row.vector(2);
+    gradientRow(row, [&](double x, double y) {
+        const double d = std::hypot(x - p[0], y - p[1]);
+        if (p[3] == p[2]) return d < p[2] ? 0.0 : 1.0;
+        return (d - p[2]) / (p[3] - p[2]);
+    });
+}
+
+// ---- Convolution
+// ---------------------------------------------------------------------------------
+
+/// A separable convolution with one symmetric kernel along x, then along y.
+struct SeparableNode final : Node {
+    SeparableNode(NodePtr in, std::vector<float> w)
+        : Node(in->extent.insetBy(-double(w.size() / 2), -double(w.size() / 2))),
+          input(std::move(in)), weights(std::move(w)) {}
+    NodePtr input;
+    std::vector<float> weights;
+
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override {
+        const auto radius = std::int64_t(weights.size() / 2);
+        const IRect src = r.grownBy(radius);
+        const Scratch::Lease in = renderToScratch(*input, src, s);
+        const Scratch::Lease mid = s.take(std::size_t(src.h * r.w * 4));
+        const std::size_t n = weights.size();
+        for (std::int64_t i = 0; i < src.h; ++i) {
+            const float* srow = in.data() + i * src.w * 4;
+            float* m = mid.data() + i * r.w * 4;
+            for (std::int64_t j = 0; j < r.w; ++j) {
+                float acc[4] = {0, 0, 0, 0};
+                const float* p = srow + j * 4;
+                for (std::size_t k = 0; k < n; ++k, p += 4)
+                    for (int c = 0; c < 4; ++c)
+                        acc[c] += weights[k] * p[c];
+                std::copy(acc, acc + 4, m + j * 4);
+            }
+        }
+        for (std::int64_t i = 0; i < r.h; ++i) {
+            float* o = out.row(i);
+            std::fill(o, o + r.w * 4, 0.0f);
+            for (std::size_t k = 0; k < n; ++k) {
+                const float w = weights[k];
+                const float* m = mid.data() + (i + std::int64_t(k)) * r.w * 4;
+                for (std::int64_t j = 0; j < r.w * 4; ++j)
+                    o[j] += w * m[j];
+            }
+        }
+    }
+};
+
+std::vector<float> gaussianWeights(double sigma) {
+    const auto radius = std::int64_t(std::ceil(3 * sigma));
+    std::vector<float> w(std::size_t(2 * radius + 1));
+    double sum = 0;
+    for (std::int64_t k = -radius; k <= radius; ++k)
+        sum += std::exp(-double(k * k) / (2 * sigma * sigma));
+    for (std::int64_t k = -radius; k <= radius; ++k)
+        w[std::size_t(k + radius)] = float(std::exp(-double(k * k) / (2 * sigma * sigma)) / sum);
+    return w;
+}
+
+/// The input's integral extent repeated over the whole plane.
+struct TileNode final : Node {
+    TileNode(NodePtr in) : Node(cg::Rect::infinite()), input(std::move(in)) {}
+    NodePtr input;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override {
+        const IRect b = input->bounds;
+        const Scratch::Lease tile = renderToScratch(*input, b, s);
+        auto wrap = [](std::int64_t v, std::int64_t origin, std::int64_t size) {
+            const std::int64_t m = (v - origin) % size;
+            return m < 0 ? m + size : m;
+        };
+        for (std::int64_t i = 0; i < r.h; ++i) {
+            const std::int64_t sy = wrap(r.maxY() - 1 - i, b.y, b.h);
+            const float* srow = tile.data() + (b.h - 1 - sy) * b.w * 4;
+            float* o = out.row(i);
+            for (std::int64_t j = 0; j < r.w; ++j)
+                std::copy_n(srow + wrap(r.x + j, b.x, b.w) * 4, 4, o + j * 4);
+        }
+    }
+};
+
+Vector vectorOr(const Filter& f, std::string_view key, Vector fallback, std::size_t size) {
+    Vector v = f.vector(key).value_or(fallback);
+    v.resize(size, 0.0);
+    return v;
+}
+
+std::optional<Image> unary(const Filter& f, RowFunction fn, std::vector<KernelValue> values = {}) {
+    const auto image = f.image("inputImage");
+    if (!image) return std::nullopt;
+    return kernelImage(image->extent(), fn, {image->node()}, std::move(values));
+}
+
+enum class ExtentRule { unionOf, background, foreground, intersection };
+
+std::optional<Image> binary(const Filter& f, RowFunction fn, ExtentRule rule,
+                            std::vector<KernelValue> values = {}) {
+    const auto fg = f.image("inputImage");
+    const auto bg = f.image("inputBackgroundImage");
+    if (!fg || !bg) return std::nullopt;
+    cg::Rect extent;
+    switch (rule) {
+    case ExtentRule::unionOf:
+        extent = fg->extent().unionWith(bg->extent());
+        break;
+    case ExtentRule::background:
+        extent = bg->extent();
+        break;
+    case ExtentRule::foreground:
+        extent = fg->extent();
+        break;
+    case ExtentRule::intersection:
+        extent = fg->extent().intersection(bg->extent());
+        break;
+    }
+    return kernelImage(extent, fn, {fg->node(), bg->node()}, std::move(values));
+}
+
+const Filter::Input kImage{"inputImage", {}};
+const Filter::Input kBackground{"inputBackgroundImage", {}};
+
+} // namespace
+
+void registerBuiltinFilters(Registry& r) {
+    add(r, "CIColorMatrix",
+        {kImage,
+         {"inputRVector", Vector{1, 0, 0, 0}},
+         {"inputGVector", Vector{0, 1, 0, 0}},
+         {"inputBVector", Vector{0, 0, 1, 0}},
+         {"inputAVector", Vector{0, 0, 0, 1}},
+         {"inputBiasVector", Vector{0, 0, 0, 0}}},
+        [](const Filter& f) {
+            Vector m;
+            for (const char* key : {"inputRVector", "inputGVector", "inputBVector", "inputAVector",
+                                    "inputBiasVector"}) {
+                const Vector v = vectorOr(f, key, {}, 4);
+                m.insert(m.end(), v.begin(), v.end());
+            }
+            return unary(f, colorMatrixRow, {m});
+        });
+    add(r, "CIColorClamp",
+        {kImage,
+         {"inputMinComponents", Vector{0, 0, 0, 0}},
+         {"inputMaxComponents", Vector{1, 1, 1, 1}}},
+        [](const Filter& f) {
+            return unary(f, colorClampRow,
+                         {vectorOr(f, "inputMinComponents", {}, 4),
+                          vectorOr(f, "inputMaxComponents", {1, 1, 1, 1}, 4)});
+        });
+    add(r, "CIColorInvert", {kImage}, [](const Filter& f) { return unary(f, colorInvertRow); });
+    add(r, "CIMaskToAlpha", {kImage}, [](const Filter& f) { return unary(f, maskToAlphaRow); });
+    add(r, "CIGammaAdjust", {kImage, {"inputPower", 1.0}},
+        [](const Filter& f) { return unary(f, gammaRow, {f.number("inputPower").value_or(1.0)}); });
+
+    add(r, "CISourceOverCompositing", {kImage, kBackground},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto fg = f.image("inputImage");
+            const auto bg = f.image("inputBackgroundImage");
+            if (!fg || !bg) return std::nullopt;
+            return fg->composited(*bg);
+        });
+    add(r, "CISourceAtopCompositing", {kImage, kBackground},
+        [](const Filter& f) { return binary(f, sourceAtopRow, ExtentRule::background); });
+    add(r, "CISourceOutCompositing", {kImage, kBackground},
+        [](const Filter& f) { return binary(f, sourceOutRow, ExtentRule::foreground); });
+    add(r, "CIMultiplyCompositing", {kImage, kBackground}, [](const Filter& f) {
+        return binary(f, multiplyCompositingRow, ExtentRule::intersection);
+    });
+    add(r, "CIMix", {kImage, kBackground, {"inputAmount", 1.0}}, [](const Filter& f) {
+        return binary(f, mixRow, ExtentRule::unionOf, {f.number("inputAmount").value_or(1.0)});
+    });
+
+    const std::pair<const char*, RowFunction> modes[] = {
+        {"CIDarkenBlendMode", blendRow<blend::Darken>},
+        {"CIMultiplyBlendMode", blendRow<blend::Multiply>},
+        {"CILightenBlendMode", blendRow<blend::Lighten>},
+        {"CIScreenBlendMode", blendRow<blend::Screen>},
+        {"CIOverlayBlendMode", blendRow<blend::Overlay>},
+        {"CISoftLightBlendMode", blendRow<blend::SoftLight>},
+        {"CIHardLightBlendMode", blendRow<blend::HardLight>},
+        {"CIDifferenceBlendMode", blendRow<blend::Difference>},
+        {"CIExclusionBlendMode", blendRow<blend::Exclusion>}};
+    for (const auto& [name, fn] : modes) {
+        RowFunction row = fn;
+        add(r, name, {kImage, kBackground},
+            [row](const Filter& f) { return binary(f, row, ExtentRule::unionOf); });
+    }
+
+    add(r, "CIConstantColorGenerator", {{"inputColor", Color::black()}},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto c = f.color("inputColor");
+            if (!c) return std::nullopt;
+            return Image::constant(*c);
+        });
+    add(r, "CILinearGradient",
+        {{"inputPoint0", Vector{0, 0}},
+         {"inputPoint1", Vector{200, 200}},
+         {"inputColor0", Color::white()},
+         {"inputColor1", Color::black()}},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto c0 = f.color("inputColor0"), c1 = f.color("inputColor1");
+            if (!c0 || !c1) return std::nullopt;
+            const Vector p0 = vectorOr(f, "inputPoint0", {0, 0}, 2),
+                         p1 = vectorOr(f, "inputPoint1", {0, 0}, 2);
+            return kernelImage(cg::Rect::infinite(), linearGradientRow, {},
+                               {*c0, *c1, Vector{p0[0], p0[1], p1[0], p1[1]}});
+        });
+    add(r, "CIRadialGradient",
+        {{"inputCenter", Vector{150, 150}},
+         {"inputRadius0", 5.0},
+         {"inputRadius1", 100.0},
+         {"inputColor0", Color::white()},
+         {"inputColor1", Color::black()}},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto c0 = f.color("inputColor0"), c1 = f.color("inputColor1");
+            if (!c0 || !c1) return std::nullopt;
+            const Vector c = vectorOr(f, "inputCenter", {0, 0}, 2);
+            return kernelImage(cg::Rect::infinite(), radialGradientRow, {},
+                               {*c0, *c1,
+                                Vector{c[0], c[1], f.number("inputRadius0").value_or(0),
+                                       f.number("inputRadius1").value_or(0)}});
+        });
+
+    add(r, "CIGaussianBlur", {kImage, {"inputRadius", 10.0}},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto image = f.image("inputImage");
+            if (!image) return std::nullopt;
+            const double sigma = f.number("inputRadius").value_or(10.0);
+            if (!(sigma > 0) || image->extent().isEmpty()) return image;
+            return Image(std::make_shared<SeparableNode>(image->node(), gaussianWeights(sigma)));
+        });
+    add(r, "CIBoxBlur", {kImage, {"inputRadius", 10.0}},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto image = f.image("inputImage");
+            if (!image) return std::nullopt;
+            const double radius = std::round(f.number("inputRadius").value_or(10.0));
+            if (!(radius >= 1) || image->extent().isEmpty()) return image;
+            const auto n = std::size_t(2 * radius + 1);
+            return Image(std::make_shared<SeparableNode>(image->node(),
+                                                         std::vector<float>(n, 1.0f / float(n))));
+        });
+    add(r, "CIAffineTile", {kImage, {"inputTransform", cg::AffineTransform::identity()}},
+        [](const Filter& f) -> std::optional<Image> {
+            const auto image = f.image("inputImage");
+            if (!image) return std::nullopt;
+            if (image->extent().isEmpty() || image->extent().isInfinite()) return Image();
+            const auto* t = std::get_if<cg::AffineTransform>(&f.value("inputTransform"));
+            return Image(std::make_shared<TileNode>(image->node()))
+                .transformed(t ? *t : cg::AffineTransform());
+        });
+}
+
+} // namespace detail
+} // namespace bic::ci

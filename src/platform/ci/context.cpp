@@ -1,0 +1,129 @@
+#include "bic/platform/ci/context.hpp"
+
+#include "bic/platform/io/surface.hpp"
+#include "node.hpp"
+#include "pixel_io.hpp"
+
+#include <cmath>
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+namespace bic::ci {
+
+using namespace detail;
+
+namespace {
+
+Format formatOf(const io::Surface& s) {
+    switch (s.pixelFormat()) {
+    case io::surface_format::argb8:
+        return Format::ARGB8;
+    case io::surface_format::gray8:
+        return Format::L8;
+    case io::surface_format::rgba16:
+        return Format::RGBA16;
+    case io::surface_format::gray16:
+        return Format::L16;
+    case io::surface_format::rgbaf:
+        return Format::RGBAf;
+    case io::surface_format::grayf:
+        return Format::Lf;
+    default:
+        throw RenderError("The surface's pixel format cannot be rendered into.");
+    }
+}
+
+} // namespace
+
+RenderDestination::RenderDestination(void* bytes, std::int64_t width, std::int64_t height,
+                                     std::int64_t rowBytes, Format format)
+    : bytes_(static_cast<std::uint8_t*>(bytes)), width_(width), height_(height),
+      rowBytes_(rowBytes), format_(format) {
+    if (!bytes || width < 0 || height < 0 || rowBytes < width * bytesPerPixel(format))
+        throw RenderError("The destination's memory is too small for its size.");
+}
+
+RenderDestination::RenderDestination(std::shared_ptr<io::Surface> surface)
+    : bytes_(surface->baseAddress()), width_(surface->width()), height_(surface->height()),
+      rowBytes_(surface->bytesPerRow()), format_(formatOf(*surface)), surface_(std::move(surface)) {
+}
+
+std::shared_ptr<Context> Context::shared() {
+    static const std::shared_ptr<Context> context = std::make_shared<Context>();
+    return context;
+}
+
+RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRect,
+                                      const RenderDestination& d, cg::Point atPoint) const {
+    if (fromRect.isNull() || fromRect.isInfinite() || fromRect.isEmpty())
+        throw RenderError("A render needs a finite, non-empty rectangle.");
+    if (!std::isfinite(atPoint.x) || !std::isfinite(atPoint.y) ||
+        std::abs(fromRect.minX()) > double(kFar) || std::abs(fromRect.maxX()) > double(kFar) ||
+        std::abs(fromRect.minY()) > double(kFar) || std::abs(fromRect.maxY()) > double(kFar))
+        throw RenderError("A render needs finite coordinates.");
+    const IRect r = pixelBounds(fromRect);
+    const auto px = std::int64_t(std::floor(atPoint.x)), py = std::int64_t(std::floor(atPoint.y));
+    if (px < 0 || py < 0 || px + r.w > d.width_ || py + r.h > d.height_)
+        throw RenderError("The destination is too small for the rendered rectangle.");
+
+    const std::int64_t tw = std::max<std::int64_t>(1, options_.tileWidth);
+    const std::int64_t th = std::max<std::int64_t>(1, options_.tileHeight);
+    const std::int64_t columns = (r.w + tw - 1) / tw, rows = (r.h + th - 1) / th;
+    const Node& root = *image.node();
+    const bool writesFloats = d.format_ == Format::RGBAf;
+
+    struct Local {
+        Scratch scratch;
+        std::vector<float> tile;
+    };
+    tbb::enumerable_thread_specific<Local> locals;
+    auto renderTile = [&](std::int64_t index) {
+        Local& local = locals.local();
+        const std::int64_t tx = index % columns, ty = index / columns;
+        // Tiles are laid out from the top row of the rectangle down.
+        const std::int64_t x = r.x + tx * tw, w = std::min(tw, r.maxX() - x);
+        const std::int64_t top = r.maxY() - ty * th, h = std::min(th, top - r.y);
+        const IRect tile{x, top - h, w, h};
+        // The destination row of image row y: rows are stored top first from height − 1.
+        const std::int64_t firstRow = d.height_ - 1 - (py + (top - 1 - r.y));
+        std::uint8_t* dst =
+            d.bytes_ + firstRow * d.rowBytes_ + (px + (x - r.x)) * bytesPerPixel(d.format_);
+        if (writesFloats && d.rowBytes_ % 16 == 0 &&
+            reinterpret_cast<std::uintptr_t>(d.bytes_) % 4 == 0) {
+            // Working floats go straight into a float destination.
+            root.render(tile, Tile{reinterpret_cast<float*>(dst), d.rowBytes_ / 4}, local.scratch);
+            return;
+        }
+        local.tile.resize(std::size_t(w * h * 4));
+        root.render(tile, Tile{local.tile.data(), w * 4}, local.scratch);
+        for (std::int64_t i = 0; i < h; ++i)
+            writeRow(d.format_, local.tile.data() + i * w * 4, dst + i * d.rowBytes_, w);
+    };
+
+    if (d.surface_) d.surface_->lock(io::LockOptions::readWrite);
+    const std::int64_t count = columns * rows;
+    if (options_.threads == 1 || count == 1) {
+        for (std::int64_t i = 0; i < count; ++i)
+            renderTile(i);
+    } else {
+        auto run = [&] {
+            tbb::parallel_for(std::int64_t{0}, count, [&](std::int64_t i) { renderTile(i); });
+        };
+        if (options_.threads > 1)
+            tbb::task_arena(options_.threads).execute(run);
+        else
+            run();
+    }
+    if (d.surface_) d.surface_->unlock(io::LockOptions::readWrite);
+    return {};
+}
+
+void Context::render(const Image& image, void* bytes, std::int64_t rowBytes, const cg::Rect& bounds,
+                     Format format) const {
+    const IRect r = pixelBounds(bounds);
+    RenderDestination d(bytes, r.w, r.h, rowBytes, format);
+    startTaskToRender(image, bounds, d, {0, 0});
+}
+
+} // namespace bic::ci

@@ -1,0 +1,365 @@
+#include "bic/platform/ci/image.hpp"
+
+#include "bic/platform/core/fatal.hpp"
+#include "bic/platform/io/surface.hpp"
+#include "nodes.hpp"
+#include "pixel_io.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace bic::ci {
+
+using namespace detail;
+
+namespace {
+
+struct EmptyNode final : Node {
+    EmptyNode() : Node(cg::Rect::null()) {}
+    void renderInside(const IRect&, const Tile&, Scratch&) const override {}
+};
+
+const NodePtr& emptyNode() {
+    static const NodePtr node = std::make_shared<EmptyNode>();
+    return node;
+}
+
+NodePtr constantNode(float r, float g, float b, float a) {
+    const float c[4] = {r * a, g * a, b * a, a};
+    return std::make_shared<ConstantNode>(c);
+}
+
+// Source over, on premultiplied samples.
+void sourceOverRow(const KernelRow& row) {
+    const float* f = row.samples[0];
+    const float* b = row.samples[1];
+    float* o = row.out;
+    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
+        const float k = 1.0f - f[i + 3];
+        for (int c = 0; c < 4; ++c)
+            o[i + c] = f[i + c] + b[i + c] * k;
+    }
+}
+
+void premultiplyRow(const KernelRow& row) {
+    const float* s = row.samples[0];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
+        const float a = s[i + 3];
+        row.out[i] = s[i] * a;
+        row.out[i + 1] = s[i + 1] * a;
+        row.out[i + 2] = s[i + 2] * a;
+        row.out[i + 3] = a;
+    }
+}
+
+void unpremultiplyRow(const KernelRow& row) {
+    const float* s = row.samples[0];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
+        const float a = s[i + 3];
+        const float k = a > 0 ? 1.0f / a : 0.0f;
+        row.out[i] = s[i] * k;
+        row.out[i + 1] = s[i + 1] * k;
+        row.out[i + 2] = s[i + 2] * k;
+        row.out[i + 3] = a;
+    }
+}
+
+bool isFinite(const cg::AffineTransform& t) {
+    return std::isfinite(t.a) && std::isfinite(t.b) && std::isfinite(t.c) && std::isfinite(t.d) &&
+           std::isfinite(t.tx) && std::isfinite(t.ty);
+}
+
+// Looks through sampling markers for the mode later transforms should use.
+bool samplesNearest(const NodePtr& node) {
+    const auto* s = dynamic_cast<const SamplingNode*>(node.get());
+    return s && s->nearest;
+}
+
+} // namespace
+
+// ---- Node kinds -------------------------------------------------------------------------------
+
+namespace detail {
+
+ConstantNode::ConstantNode(const float rgba[4]) : Node(cg::Rect::infinite()) {
+    std::copy(rgba, rgba + 4, color);
+}
+
+void ConstantNode::renderInside(const IRect& r, const Tile& out, Scratch&) const {
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        float* row = out.row(i);
+        for (std::int64_t x = 0; x < r.w; ++x)
+            std::memcpy(row + 4 * x, color, sizeof color);
+    }
+}
+
+BitmapNode::BitmapNode(std::shared_ptr<const void> o, const std::uint8_t* b, std::int64_t rb,
+                       std::int64_t w, std::int64_t h, Format f, std::shared_ptr<io::Surface> s)
+    : Node(cg::Rect(0, 0, double(w), double(h))), owner(std::move(o)), bytes(b), rowBytes(rb),
+      width(w), height(h), format(f), surface(std::move(s)) {}
+
+void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch&) const {
+    if (surface) surface->lock(io::LockOptions::readOnly);
+    const int bpp = bytesPerPixel(format);
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        const std::int64_t y = r.maxY() - 1 - i;
+        const std::uint8_t* src = bytes + (height - 1 - y) * rowBytes + r.x * bpp;
+        readRow(format, src, out.row(i), r.w);
+    }
+    if (surface) surface->unlock(io::LockOptions::readOnly);
+}
+
+TranslateNode::TranslateNode(NodePtr in, std::int64_t x, std::int64_t y)
+    : Node(in->extent.offsetBy(double(x), double(y))), input(std::move(in)), dx(x), dy(y) {}
+
+void TranslateNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    input->render({r.x - dx, r.y - dy, r.w, r.h}, out, s);
+}
+
+TransformNode::TransformNode(NodePtr in, const cg::AffineTransform& t, bool n)
+    : Node(t.apply(in->extent)), input(std::move(in)), inverse(t.inverted()), nearest(n) {}
+
+void TransformNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    // Region of interest: the source area under the output rectangle, one pixel wider for the
+    // bilinear neighbours, limited to where the input has pixels.
+    const cg::Rect area =
+        inverse.apply(cg::Rect(double(r.x), double(r.y), double(r.w), double(r.h)));
+    const IRect roi = pixelBounds(area).grownBy(1).intersection(input->bounds);
+    if (roi.isEmpty()) {
+        fillZero(out, r.w, r.h);
+        return;
+    }
+    const Scratch::Lease src = renderToScratch(*input, roi, s);
+    const Sampler sampler{src.data(), roi.x, roi.y, roi.w, roi.h, roi.w * 4};
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        float* o = out.row(i);
+        const double cy = double(r.maxY() - 1 - i) + 0.5;
+        for (std::int64_t j = 0; j < r.w; ++j, o += 4) {
+            const double cx = double(r.x + j) + 0.5;
+            const double sx = inverse.a * cx + inverse.c * cy + inverse.tx;
+            const double sy = inverse.b * cx + inverse.d * cy + inverse.ty;
+            if (nearest) {
+                std::memcpy(
+                    o, sampler.at(std::int64_t(std::floor(sx)), std::int64_t(std::floor(sy))), 16);
+                continue;
+            }
+            const double fx0 = std::floor(sx - 0.5), fy0 = std::floor(sy - 0.5);
+            const float fx = float(sx - 0.5 - fx0), fy = float(sy - 0.5 - fy0);
+            const auto x0 = std::int64_t(fx0), y0 = std::int64_t(fy0);
+            const float* p00 = sampler.at(x0, y0);
+            const float* p10 = sampler.at(x0 + 1, y0);
+            const float* p01 = sampler.at(x0, y0 + 1);
+            const float* p11 = sampler.at(x0 + 1, y0 + 1);
+            for (int c = 0; c < 4; ++c) {
+                const float bottom = p00[c] + (p10[c] - p00[c]) * fx;
+                const float top = p01[c] + (p11[c] - p01[c]) * fx;
+                o[c] = bottom + (top - bottom) * fy;
+            }
+        }
+    }
+}
+
+CropNode::CropNode(NodePtr in, const cg::Rect& rc)
+    : Node(in->extent.intersection(rc)), input(std::move(in)), rect(rc.standardized()) {}
+
+void CropNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    input->render(r, out, s);
+    if (rect.isInfinite()) return;
+    // Coverage of each pixel by the crop rectangle; 1 inside, a fraction on fractional edges.
+    auto cover = [](double p, double lo, double hi) {
+        return float(std::clamp(std::min(p + 1, hi) - std::max(p, lo), 0.0, 1.0));
+    };
+    std::vector<float> columns(std::size_t(r.w));
+    bool partialColumns = false;
+    for (std::int64_t j = 0; j < r.w; ++j) {
+        columns[j] = cover(double(r.x + j), rect.minX(), rect.maxX());
+        partialColumns |= columns[j] != 1.0f;
+    }
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        const float rowCover = cover(double(r.maxY() - 1 - i), rect.minY(), rect.maxY());
+        if (rowCover == 1.0f && !partialColumns) continue;
+        float* o = out.row(i);
+        for (std::int64_t j = 0; j < r.w; ++j, o += 4) {
+            const float k = rowCover * columns[j];
+            if (k != 1.0f)
+                for (int c = 0; c < 4; ++c)
+                    o[c] *= k;
+        }
+    }
+}
+
+ClampNode::ClampNode(NodePtr in, const IRect& e)
+    : Node(cg::Rect::infinite()), input(std::move(in)), edge(e) {}
+
+void ClampNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    auto clampX = [&](std::int64_t x) { return std::clamp(x, edge.x, edge.maxX() - 1); };
+    auto clampY = [&](std::int64_t y) { return std::clamp(y, edge.y, edge.maxY() - 1); };
+    const std::int64_t x0 = clampX(r.x), x1 = clampX(r.maxX() - 1) + 1;
+    const std::int64_t y0 = clampY(r.y), y1 = clampY(r.maxY() - 1) + 1;
+    const IRect src{x0, y0, x1 - x0, y1 - y0};
+    const Scratch::Lease lease = renderToScratch(*input, src, s);
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        const std::int64_t sy = clampY(r.maxY() - 1 - i);
+        const float* srow = lease.data() + (src.maxY() - 1 - sy) * src.w * 4;
+        float* o = out.row(i);
+        for (std::int64_t j = 0; j < r.w; ++j)
+            std::memcpy(o + 4 * j, srow + 4 * (clampX(r.x + j) - src.x), 16);
+    }
+}
+
+SamplingNode::SamplingNode(NodePtr in, bool n)
+    : Node(in->extent), input(std::move(in)), nearest(n) {}
+
+void SamplingNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    input->render(r, out, s);
+}
+
+IntermediateNode::IntermediateNode(NodePtr in) : Node(in->extent), input(std::move(in)) {}
+
+void IntermediateNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    auto floorDiv = [](std::int64_t a, std::int64_t b) {
+        return a >= 0 ? a / b : -((-a + b - 1) / b);
+    };
+    for (std::int64_t ty = floorDiv(r.y, kTile); ty * kTile < r.maxY(); ++ty) {
+        for (std::int64_t tx = floorDiv(r.x, kTile); tx * kTile < r.maxX(); ++tx) {
+            std::shared_ptr<Entry> entry;
+            {
+                std::lock_guard lock(mutex);
+                auto& slot = tiles[{tx, ty}];
+                if (!slot) slot = std::make_shared<Entry>();
+                entry = slot;
+            }
+            const IRect tile{tx * kTile, ty * kTile, kTile, kTile};
+            std::call_once(entry->once, [&] {
+                entry->pixels.resize(std::size_t(kTile * kTile * 4));
+                input->render(tile, Tile{entry->pixels.data(), kTile * 4}, s);
+            });
+            const IRect part = tile.intersection(r);
+            for (std::int64_t y = part.y; y < part.maxY(); ++y) {
+                const float* src = entry->pixels.data() + (tile.maxY() - 1 - y) * kTile * 4 +
+                                   (part.x - tile.x) * 4;
+                std::memcpy(out.row(r.maxY() - 1 - y) + (part.x - r.x) * 4, src,
+                            std::size_t(part.w) * 16);
+            }
+        }
+    }
+}
+
+} // namespace detail
+
+// ---- Image ------------------------------------------------------------------------------------
+
+Image::Image() : node_(emptyNode()) {}
+Image::Image(std::shared_ptr<const detail::Node> node) : node_(std::move(node)) {}
+
+Image Image::clear() { return Image(constantNode(0, 0, 0, 0)); }
+Image Image::white() { return Image(constantNode(1, 1, 1, 1)); }
+Image Image::black() { return Image(constantNode(0, 0, 0, 1)); }
+Image Image::constant(const Color& c) {
+    return Image(constantNode(float(c.red), float(c.green), float(c.blue), float(c.alpha)));
+}
+
+std::optional<Image> Image::fromBitmap(const void* bytes, std::int64_t rowBytes, std::int64_t width,
+                                       std::int64_t height, Format format,
+                                       std::optional<cg::ColorSpace>) {
+    if (!bytes || width < 1 || height < 1 || rowBytes < width * bytesPerPixel(format))
+        return std::nullopt;
+    const std::int64_t packed = width * bytesPerPixel(format);
+    auto copy = std::shared_ptr<std::uint8_t[]>(new std::uint8_t[std::size_t(packed * height)]);
+    for (std::int64_t y = 0; y < height; ++y)
+        std::memcpy(copy.get() + y * packed, static_cast<const std::uint8_t*>(bytes) + y * rowBytes,
+                    std::size_t(packed));
+    const std::uint8_t* data = copy.get();
+    return Image(std::make_shared<BitmapNode>(std::shared_ptr<const void>(copy, data), data, packed,
+                                              width, height, format));
+}
+
+std::optional<Image> Image::withSharedBitmap(std::shared_ptr<const void> owner, const void* bytes,
+                                             std::int64_t rowBytes, std::int64_t width,
+                                             std::int64_t height, Format format) {
+    if (!bytes || width < 1 || height < 1 || rowBytes < width * bytesPerPixel(format))
+        return std::nullopt;
+    return Image(std::make_shared<BitmapNode>(std::move(owner),
+                                              static_cast<const std::uint8_t*>(bytes), rowBytes,
+                                              width, height, format));
+}
+
+std::optional<Image> Image::fromSurface(std::shared_ptr<io::Surface> surface) {
+    if (!surface) return std::nullopt;
+    std::optional<Format> format;
+    switch (surface->pixelFormat()) {
+    case io::surface_format::argb8:
+        format = Format::ARGB8;
+        break;
+    case io::surface_format::gray8:
+        format = Format::L8;
+        break;
+    case io::surface_format::rgba16:
+        format = Format::RGBA16;
+        break;
+    case io::surface_format::gray16:
+        format = Format::L16;
+        break;
+    case io::surface_format::rgbaf:
+        format = Format::RGBAf;
+        break;
+    case io::surface_format::grayf:
+        format = Format::Lf;
+        break;
+    default:
+        return std::nullopt;
+    }
+    io::Surface* s = surface.get();
+    return Image(std::make_shared<BitmapNode>(surface, s->baseAddress(), s->bytesPerRow(),
+                                              s->width(), s->height(), *format, surface));
+}
+
+const cg::Rect& Image::extent() const { return node_->extent; }
+
+Image Image::transformed(const cg::AffineTransform& t) const {
+    precondition(isFinite(t), "Cannot transform an image by a non-finite transform.");
+    if (t.isIdentity() || node_->extent.isNull()) return *this;
+    if (t.isIntegerTranslation())
+        return Image(
+            std::make_shared<TranslateNode>(node_, std::int64_t(t.tx), std::int64_t(t.ty)));
+    return Image(std::make_shared<TransformNode>(node_, t, samplesNearest(node_)));
+}
+
+Image Image::cropped(const cg::Rect& rect) const {
+    precondition(!std::isnan(rect.origin.x) && !std::isnan(rect.origin.y) &&
+                     !std::isnan(rect.size.width) && !std::isnan(rect.size.height),
+                 "Cannot crop an image to a rectangle with NaN coordinates.");
+    if (rect.isInfinite()) return *this;
+    if (node_->extent.intersection(rect).isEmpty()) return Image();
+    return Image(std::make_shared<CropNode>(node_, rect));
+}
+
+Image Image::clamped(const cg::Rect& rect) const {
+    const IRect edge = pixelBounds(rect).intersection(pixelBounds(cg::Rect::infinite()));
+    if (edge.isEmpty() || rect.isInfinite()) return *this;
+    return Image(std::make_shared<ClampNode>(node_, edge));
+}
+
+Image Image::composited(const Image& background) const {
+    static const BlendKernel over("sourceOver", sourceOverRow);
+    return over.apply(*this, background);
+}
+
+Image Image::premultiplyingAlpha() const {
+    return Image(std::make_shared<ColorKernelNode>(
+        extent(), premultiplyRow, std::vector<NodePtr>{node_}, std::vector<KernelValue>{}));
+}
+
+Image Image::unpremultiplyingAlpha() const {
+    return Image(std::make_shared<ColorKernelNode>(
+        extent(), unpremultiplyRow, std::vector<NodePtr>{node_}, std::vector<KernelValue>{}));
+}
+
+Image Image::samplingNearest() const { return Image(std::make_shared<SamplingNode>(node_, true)); }
+Image Image::samplingLinear() const { return Image(std::make_shared<SamplingNode>(node_, false)); }
+Image Image::insertingIntermediate() const {
+    return Image(std::make_shared<IntermediateNode>(node_));
+}
+
+} // namespace bic::ci

@@ -1,0 +1,163 @@
+#include "bic/platform/ci/kernel.hpp"
+
+#include "bic/platform/core/fatal.hpp"
+#include "nodes.hpp"
+
+namespace bic::ci {
+
+using namespace detail;
+
+namespace {
+
+// Splits arguments into the images (sampled) and the other values (passed through).
+void split(std::vector<KernelArgument>& arguments, std::vector<NodePtr>& images,
+           std::vector<KernelValue>& values) {
+    for (auto& a : arguments) {
+        if (auto* image = std::get_if<Image>(&a)) {
+            images.push_back(image->node());
+        } else {
+            std::visit(
+                [&](auto&& v) {
+                    if constexpr (!std::is_same_v<std::decay_t<decltype(v)>, Image>)
+                        values.emplace_back(std::move(v));
+                },
+                a);
+        }
+    }
+}
+
+} // namespace
+
+namespace detail {
+
+ColorKernelNode::ColorKernelNode(const cg::Rect& e, RowFunction f, std::vector<NodePtr> i,
+                                 std::vector<KernelValue> v)
+    : Node(e), function(f), images(std::move(i)), values(std::move(v)) {}
+
+void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    std::vector<Scratch::Lease> leases;
+    leases.reserve(images.size());
+    for (const auto& image : images)
+        leases.push_back(renderToScratch(*image, r, s));
+    const float* samples[8];
+    std::vector<const float*> many;
+    const float** rows = images.size() <= 8 ? samples : (many.resize(images.size()), many.data());
+    KernelRow row;
+    row.x = r.x;
+    row.count = r.w;
+    row.samples = rows;
+    row.values = &values;
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        for (std::size_t k = 0; k < images.size(); ++k)
+            rows[k] = leases[k].data() + i * r.w * 4;
+        row.y = r.maxY() - 1 - i;
+        row.out = out.row(i);
+        function(row);
+    }
+}
+
+GeneralKernelNode::GeneralKernelNode(const cg::Rect& e, GeneralRowFunction f, RegionOfInterest r,
+                                     std::vector<NodePtr> i, std::vector<KernelValue> v)
+    : Node(e), function(f), roi(std::move(r)), images(std::move(i)), values(std::move(v)) {}
+
+void GeneralKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    std::vector<Scratch::Lease> leases;
+    std::vector<Sampler> samplers;
+    leases.reserve(images.size());
+    const cg::Rect destination(double(r.x), double(r.y), double(r.w), double(r.h));
+    for (std::size_t k = 0; k < images.size(); ++k) {
+        const IRect need = pixelBounds(roi(int(k), destination)).intersection(images[k]->bounds);
+        if (need.isEmpty()) {
+            samplers.push_back(Sampler{});
+            continue;
+        }
+        leases.push_back(renderToScratch(*images[k], need, s));
+        samplers.push_back(
+            Sampler{leases.back().data(), need.x, need.y, need.w, need.h, need.w * 4});
+    }
+    GeneralKernelRow row;
+    row.x = r.x;
+    row.count = r.w;
+    row.samplers = samplers.data();
+    row.values = &values;
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        row.y = r.maxY() - 1 - i;
+        row.out = out.row(i);
+        function(row);
+    }
+}
+
+} // namespace detail
+
+std::optional<Image> ColorKernel::apply(const cg::Rect& extent,
+                                        std::vector<KernelArgument> arguments) const {
+    if (extent.isEmpty()) return std::nullopt;
+    std::vector<NodePtr> images;
+    std::vector<KernelValue> values;
+    split(arguments, images, values);
+    return Image(
+        std::make_shared<ColorKernelNode>(extent, function_, std::move(images), std::move(values)));
+}
+
+Image BlendKernel::apply(const Image& foreground, const Image& background) const {
+    const cg::Rect extent = foreground.extent().unionWith(background.extent());
+    if (extent.isEmpty()) return Image();
+    return Image(std::make_shared<ColorKernelNode>(
+        extent, function_, std::vector<NodePtr>{foreground.node(), background.node()},
+        std::vector<KernelValue>{}));
+}
+
+std::optional<Image> GeneralKernel::apply(const cg::Rect& extent, const RegionOfInterest& roi,
+                                          std::vector<KernelArgument> arguments) const {
+    if (extent.isEmpty() || !roi) return std::nullopt;
+    std::vector<NodePtr> images;
+    std::vector<KernelValue> values;
+    split(arguments, images, values);
+    return Image(std::make_shared<GeneralKernelNode>(extent, function_, roi, std::move(images),
+                                                     std::move(values)));
+}
+
+KernelLibrary::KernelLibrary() = default;
+
+KernelLibrary& KernelLibrary::shared() {
+    static KernelLibrary library;
+    return library;
+}
+
+void KernelLibrary::addColorKernel(std::string name, RowFunction function) {
+    std::lock_guard lock(mutex_);
+    color_.insert_or_assign(name, ColorKernel(name, function));
+}
+
+void KernelLibrary::addBlendKernel(std::string name, RowFunction function) {
+    std::lock_guard lock(mutex_);
+    blend_.insert_or_assign(name, BlendKernel(name, function));
+}
+
+void KernelLibrary::addGeneralKernel(std::string name, GeneralRowFunction function) {
+    std::lock_guard lock(mutex_);
+    general_.insert_or_assign(name, GeneralKernel(name, function));
+}
+
+namespace {
+template <class Map>
+const auto& lookup(std::mutex& m, const Map& map, std::string_view name) {
+    std::lock_guard lock(m);
+    const auto it = map.find(name);
+    if (it == map.end())
+        fatalError("Kernel function not found in the kernel library: " + std::string(name));
+    return it->second; // map nodes are stable; entries are never removed
+}
+} // namespace
+
+const ColorKernel& KernelLibrary::colorKernel(std::string_view name) const {
+    return lookup(mutex_, color_, name);
+}
+const BlendKernel& KernelLibrary::blendKernel(std::string_view name) const {
+    return lookup(mutex_, blend_, name);
+}
+const GeneralKernel& KernelLibrary::generalKernel(std::string_view name) const {
+    return lookup(mutex_, general_, name);
+}
+
+} // namespace bic::ci

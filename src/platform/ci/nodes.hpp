@@ -1,0 +1,110 @@
+#pragma once
+// The engine's node kinds, shared by the image operations, kernels and filters.
+
+#include "bic/platform/ci/kernel.hpp"
+#include "node.hpp"
+
+#include <map>
+#include <mutex>
+#include <vector>
+
+namespace bic::ci::detail {
+
+struct ConstantNode final : Node {
+    explicit ConstantNode(const float rgba[4]);
+    float color[4];
+    void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
+};
+
+/// Pixels of a stored layout: shared bytes, or a surface read under a read-only lock.
+struct BitmapNode final : Node {
+    BitmapNode(std::shared_ptr<const void> owner, const std::uint8_t* bytes, std::int64_t rowBytes,
+               std::int64_t width, std::int64_t height, Format format,
+               std::shared_ptr<io::Surface> surface = nullptr);
+    std::shared_ptr<const void> owner;
+    const std::uint8_t* bytes;
+    std::int64_t rowBytes, width, height;
+    Format format;
+    std::shared_ptr<io::Surface> surface;
+    void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
+};
+
+struct TranslateNode final : Node {
+    TranslateNode(NodePtr input, std::int64_t dx, std::int64_t dy);
+    NodePtr input;
+    std::int64_t dx, dy;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+struct TransformNode final : Node {
+    TransformNode(NodePtr input, const cg::AffineTransform& t, bool nearest);
+    NodePtr input;
+    cg::AffineTransform inverse;
+    bool nearest;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+struct CropNode final : Node {
+    CropNode(NodePtr input, const cg::Rect& rect);
+    NodePtr input;
+    cg::Rect rect;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+struct ClampNode final : Node {
+    ClampNode(NodePtr input, const IRect& edge);
+    NodePtr input;
+    IRect edge;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+/// Marks how later transforms sample its input; renders the input unchanged.
+struct SamplingNode final : Node {
+    SamplingNode(NodePtr input, bool nearest);
+    NodePtr input;
+    bool nearest;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+/// Keeps rendered tiles of its input; each tile is rendered once, by whichever thread needs it
+/// first, while others wait for it.
+struct IntermediateNode final : Node {
+    explicit IntermediateNode(NodePtr input);
+    NodePtr input;
+    static constexpr std::int64_t kTile = 128;
+    struct Entry {
+        std::once_flag once;
+        std::vector<float> pixels;
+    };
+    mutable std::mutex mutex;
+    mutable std::map<std::pair<std::int64_t, std::int64_t>, std::shared_ptr<Entry>> tiles;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+struct ColorKernelNode final : Node {
+    ColorKernelNode(const cg::Rect& extent, RowFunction function, std::vector<NodePtr> images,
+                    std::vector<KernelValue> values);
+    RowFunction function;
+    std::vector<NodePtr> images;
+    std::vector<KernelValue> values;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+struct GeneralKernelNode final : Node {
+    GeneralKernelNode(const cg::Rect& extent, GeneralRowFunction function, RegionOfInterest roi,
+                      std::vector<NodePtr> images, std::vector<KernelValue> values);
+    GeneralRowFunction function;
+    RegionOfInterest roi;
+    std::vector<NodePtr> images;
+    std::vector<KernelValue> values;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+/// Renders `node` over `r` into a new scratch lease of r.w × r.h pixels.
+inline Scratch::Lease renderToScratch(const Node& node, const IRect& r, Scratch& s) {
+    Scratch::Lease lease = s.take(std::size_t(r.w) * std::size_t(r.h) * 4);
+    node.render(r, Tile{lease.data(), r.w * 4}, s);
+    return lease;
+}
+
+} // namespace bic::ci::detail

@@ -1,0 +1,137 @@
+#include "pixel_io.hpp"
+
+#include <array>
+#include <cstring>
+
+namespace bic::ci::detail {
+
+namespace {
+
+const std::array<float, 256>& byteToFloat() {
+    static const std::array<float, 256> table = [] {
+        std::array<float, 256> t{};
+        for (int i = 0; i < 256; ++i)
+            t[i] = float(i) / 255.0f;
+        return t;
+    }();
+    return table;
+}
+
+inline float clamp01(float v) { return v > 0 ? (v < 1 ? v : 1.0f) : 0.0f; } // NaN → 0
+
+inline std::uint8_t to8(float v) { return std::uint8_t(clamp01(v) * 255.0f + 0.5f); }
+inline std::uint16_t to16(float v) { return std::uint16_t(clamp01(v) * 65535.0f + 0.5f); }
+
+template <int R, int G, int B, int A>
+void read8888(const std::uint8_t* s, float* o, std::int64_t n) {
+    const auto& t = byteToFloat();
+    for (std::int64_t i = 0; i < n; ++i, s += 4, o += 4) {
+        o[0] = t[s[R]];
+        o[1] = t[s[G]];
+        o[2] = t[s[B]];
+        o[3] = t[s[A]];
+    }
+}
+
+template <int R, int G, int B, int A>
+void write8888(const float* in, std::uint8_t* d, std::int64_t n) {
+    for (std::int64_t i = 0; i < n; ++i, in += 4, d += 4) {
+        d[R] = to8(in[0]);
+        d[G] = to8(in[1]);
+        d[B] = to8(in[2]);
+        d[A] = to8(in[3]);
+    }
+}
+
+} // namespace
+
+void readRow(Format format, const std::uint8_t* src, float* out, std::int64_t n) {
+    switch (format) {
+    case Format::ARGB8:
+        return read8888<1, 2, 3, 0>(src, out, n);
+    case Format::BGRA8:
+        return read8888<2, 1, 0, 3>(src, out, n);
+    case Format::RGBA8:
+        return read8888<0, 1, 2, 3>(src, out, n);
+    case Format::L8: {
+        const auto& t = byteToFloat();
+        for (std::int64_t i = 0; i < n; ++i, out += 4) {
+            out[0] = out[1] = out[2] = t[src[i]];
+            out[3] = 1;
+        }
+        return;
+    }
+    case Format::RGBA16: {
+        std::uint16_t v[4];
+        for (std::int64_t i = 0; i < n; ++i, src += 8, out += 4) {
+            std::memcpy(v, src, 8);
+            for (int c = 0; c < 4; ++c)
+                out[c] = float(v[c]) / 65535.0f;
+        }
+        return;
+    }
+    case Format::L16: {
+        std::uint16_t v;
+        for (std::int64_t i = 0; i < n; ++i, src += 2, out += 4) {
+            std::memcpy(&v, src, 2);
+            out[0] = out[1] = out[2] = float(v) / 65535.0f;
+            out[3] = 1;
+        }
+        return;
+    }
+    case Format::RGBAf:
+        std::memcpy(out, src, std::size_t(n) * 16);
+        return;
+    case Format::Lf:
+    case Format::Rf: {
+        float v;
+        for (std::int64_t i = 0; i < n; ++i, src += 4, out += 4) {
+            std::memcpy(&v, src, 4);
+            out[0] = v;
+            out[1] = out[2] = format == Format::Lf ? v : 0.0f;
+            out[3] = 1;
+        }
+        return;
+    }
+    }
+}
+
+void writeRow(Format format, const float* in, std::uint8_t* dst, std::int64_t n) {
+    switch (format) {
+    case Format::ARGB8:
+        return write8888<1, 2, 3, 0>(in, dst, n);
+    case Format::BGRA8:
+        return write8888<2, 1, 0, 3>(in, dst, n);
+    case Format::RGBA8:
+        return write8888<0, 1, 2, 3>(in, dst, n);
+    case Format::L8:
+        for (std::int64_t i = 0; i < n; ++i, in += 4)
+            dst[i] = to8(in[0]);
+        return;
+    case Format::RGBA16: {
+        std::uint16_t v[4];
+        for (std::int64_t i = 0; i < n; ++i, in += 4, dst += 8) {
+            for (int c = 0; c < 4; ++c)
+                v[c] = to16(in[c]);
+            std::memcpy(dst, v, 8);
+        }
+        return;
+    }
+    case Format::L16:
+        for (std::int64_t i = 0; i < n; ++i, in += 4, dst += 2) {
+            const std::uint16_t v = to16(in[0]);
+            std::memcpy(dst, &v, 2);
+        }
+        return;
+    case Format::RGBAf:
+        std::memcpy(dst, in, std::size_t(n) * 16);
+        return;
+    case Format::Lf:
+    case Format::Rf:
+        for (std::int64_t i = 0; i < n; ++i, in += 4, dst += 4)
+            std::memcpy(dst, in, 4);
+        return;
+    }
+}
+
+} // namespace bic::ci::detail
