@@ -1,11 +1,14 @@
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/ci/filter.hpp"
+#include "bic/platform/ci/image_accumulator.hpp"
 #include "bic/platform/ci/kernel.hpp"
+#include "bic/platform/ci/processor_kernel.hpp"
 #include "bic/platform/io/surface.hpp"
 
 #include <atomic>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <numbers>
 #include <random>
 
@@ -308,4 +311,85 @@ TEST(Engine, SurfacesAsSourcesAndDestinations) {
     ASSERT_TRUE(image);
     EXPECT_EQ(image->extent(), cg::Rect(0, 0, 3, 2));
     expectPixel(renderFloats(*image, {0, 0, 3, 1}), 1, {1, 0, 0, 1});
+}
+
+namespace {
+
+// Doubles red and reports every region it was given, for the checks below.
+struct DoublingKernel : ProcessorKernel {
+    mutable std::vector<cg::Rect> regions;
+    mutable std::mutex mutex;
+    void process(const std::vector<ProcessorInput>& inputs, const ProcessorArguments& arguments,
+                 const ProcessorOutput& output) const override {
+        {
+            std::lock_guard lock(mutex);
+            regions.push_back(output.region);
+        }
+        const double factor = std::get<double>(arguments.at("factor"));
+        const ProcessorInput& in = inputs[0];
+        EXPECT_EQ(in.format, Format::RGBAf);
+        in.surface->lock(io::LockOptions::readOnly);
+        output.surface->lock(io::LockOptions::readWrite);
+        const auto w = std::int64_t(output.region.width()),
+                   h = std::int64_t(output.region.height());
+        for (std::int64_t y = 0; y < h; ++y) {
+            const auto* s = reinterpret_cast<const float*>(in.surface->baseAddress() +
+                                                           y * in.surface->bytesPerRow());
+            auto* d = reinterpret_cast<float*>(output.surface->baseAddress() +
+                                               y * output.surface->bytesPerRow());
+            for (std::int64_t x = 0; x < w * 4; ++x)
+                d[x] = s[x] * float(x % 4 == 0 ? factor : 1.0);
+        }
+        output.surface->unlock(io::LockOptions::readWrite);
+        in.surface->unlock(io::LockOptions::readOnly);
+    }
+};
+
+struct FailingKernel : ProcessorKernel {
+    void process(const std::vector<ProcessorInput>&, const ProcessorArguments&,
+                 const ProcessorOutput&) const override {
+        throw std::runtime_error("kernel failed");
+    }
+};
+
+} // namespace
+
+TEST(Engine, ProcessorKernelsRunPerTileOnTheirRegions) {
+    auto kernel = std::make_shared<DoublingKernel>();
+    const Image source = greyRow({51, 102, 153, 204}).cropped({0, 0, 4, 1});
+    const auto image = ProcessorKernel::apply(kernel, source.extent(), {source}, {{"factor", 2.0}});
+    ASSERT_TRUE(image);
+    const auto px = renderFloats(*image, {0, 0, 4, 1}, {2, 1, 1});
+    expectPixel(px, 0, {0.4f, 0.2f, 0.2f, 1});
+    expectPixel(px, 3, {1.6f, 0.8f, 0.8f, 1});
+    ASSERT_EQ(kernel->regions.size(), 2u) << "one call per tile";
+    EXPECT_EQ(kernel->regions[0], cg::Rect(0, 0, 2, 1));
+    EXPECT_EQ(kernel->regions[1], cg::Rect(2, 0, 2, 1));
+    EXPECT_FALSE(ProcessorKernel::apply(kernel, cg::Rect::infinite(), {source}, {}));
+
+    const auto failing =
+        ProcessorKernel::apply(std::make_shared<FailingKernel>(), source.extent(), {source}, {});
+    std::vector<float> out(16);
+    EXPECT_THROW(Context().render(*failing, out.data(), 64, {0, 0, 4, 1}, Format::RGBAf),
+                 std::runtime_error);
+}
+
+TEST(Engine, AccumulatorsKeepPixelsAndUpdateDirtyRegions) {
+    const auto accumulator = ImageAccumulator::make({10, 20, 4, 2}, Format::RGBA8);
+    ASSERT_TRUE(accumulator);
+    EXPECT_FALSE(ImageAccumulator::make(cg::Rect::infinite(), Format::RGBA8));
+    EXPECT_FALSE(ImageAccumulator::make(cg::Rect::null(), Format::RGBA8));
+    accumulator->setImage(Image::white());
+    const Image before = accumulator->image();
+    EXPECT_EQ(before.extent(), cg::Rect(10, 20, 4, 2));
+    accumulator->setImage(Image::black(),
+                          {11.5, 20, 1, 1}); // rounds out to x 11…13, the bottom row
+    const auto after = renderFloats(accumulator->image(), {10, 20, 4, 2});
+    expectPixel(after, 4, {1, 1, 1, 1}); // bottom row, x = 10
+    expectPixel(after, 5, {0, 0, 0, 1});
+    expectPixel(after, 6, {0, 0, 0, 1});
+    expectPixel(after, 7, {1, 1, 1, 1});
+    expectPixel(after, 1, {1, 1, 1, 1}); // top row untouched
+    // The earlier image still shows the earlier contents.
+    expectPixel(renderFloats(before, {10, 20, 4, 2}), 5, {1, 1, 1, 1});
 }

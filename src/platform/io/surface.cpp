@@ -13,6 +13,7 @@ std::atomic<std::uint32_t> nextID{1};
 int surface_format::bytesPerElement(std::uint32_t format) {
     switch (format) {
     case argb8:
+    case bgra8:
         return 4;
     case gray8:
         return 1;

@@ -28,6 +28,8 @@ inline constexpr std::uint32_t rgba16 =
 inline constexpr std::uint32_t gray16 = fourCharCode("L016"); ///< 2 bytes
 inline constexpr std::uint32_t rgbaf = fourCharCode("RGfA");  ///< 32-bit float RGBA: 16 bytes
 inline constexpr std::uint32_t grayf = fourCharCode("L00f");  ///< 4 bytes
+inline constexpr std::uint32_t bgra8 =
+    fourCharCode("BGRA"); ///< 8-bit blue, green, red, alpha: 4 bytes
 /// Bytes per element of one of the codes above; 0 for other codes.
 int bytesPerElement(std::uint32_t format);
 } // namespace surface_format
