@@ -393,3 +393,28 @@ TEST(Engine, AccumulatorsKeepPixelsAndUpdateDirtyRegions) {
     // The earlier image still shows the earlier contents.
     expectPixel(renderFloats(before, {10, 20, 4, 2}), 5, {1, 1, 1, 1});
 }
+
+TEST(Engine, ByteCopiesOfBitmapsLandWhereRenderedPixelsWould) {
+    std::mt19937 random(3);
+    std::vector<std::uint8_t> bytes(5 * 3 * 4);
+    for (auto& b : bytes)
+        b = std::uint8_t(random());
+    const Image moved = rgba8(5, 3, bytes).translated(-2, 7);
+    // Same layout, wholly inside the bitmap: copied as bytes.
+    std::vector<std::uint8_t> copied(4 * 3 * 4, 0);
+    RenderDestination d(copied.data(), 4, 3, 16, Format::RGBA8);
+    Context().startTaskToRender(moved, {-1, 7, 3, 2}, d, {1, 1});
+    // Another layout takes the general path; both must agree pixel for pixel.
+    std::vector<std::uint8_t> general(4 * 3 * 4, 0);
+    std::vector<float> floats(4 * 3 * 4, 0.0f);
+    RenderDestination f(floats.data(), 4, 3, 64, Format::RGBAf);
+    Context().startTaskToRender(moved, {-1, 7, 3, 2}, f, {1, 1});
+    for (std::size_t i = 0; i < floats.size(); ++i)
+        general[i] = std::uint8_t(std::lround(floats[i] * 255));
+    EXPECT_EQ(copied, general);
+    // Memory row 0 of the destination stays untouched; row 1 starts with source column 1, top row.
+    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin(), copied.begin() + 16),
+              std::vector<std::uint8_t>(16, 0));
+    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 20, copied.begin() + 24),
+              std::vector<std::uint8_t>(bytes.begin() + 4, bytes.begin() + 8));
+}

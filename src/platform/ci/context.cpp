@@ -1,10 +1,11 @@
 #include "bic/platform/ci/context.hpp"
 
 #include "bic/platform/io/surface.hpp"
-#include "node.hpp"
+#include "nodes.hpp"
 #include "pixel_io.hpp"
 
 #include <cmath>
+#include <cstring>
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -32,6 +33,55 @@ Format formatOf(const io::Surface& s) {
     default:
         throw RenderError("The surface's pixel format cannot be rendered into.");
     }
+}
+
+// A bitmap seen through integer translations only: its rows can be copied as bytes into a
+// destination of the same layout, which is what a plain copy through the engine amounts to.
+struct DirectSource {
+    const BitmapNode* bitmap = nullptr;
+    std::int64_t dx = 0, dy = 0;
+};
+
+DirectSource directSource(const Node* node) {
+    DirectSource d;
+    for (;;) {
+        if (const auto* t = dynamic_cast<const TranslateNode*>(node)) {
+            d.dx += t->dx;
+            d.dy += t->dy;
+            node = t->input.get();
+        } else if (const auto* s = dynamic_cast<const SamplingNode*>(node)) {
+            node = s->input.get();
+        } else {
+            d.bitmap = dynamic_cast<const BitmapNode*>(node);
+            return d;
+        }
+    }
+}
+
+// Holds a surface's lock for the length of a render, also when the render throws.
+struct SurfaceLock {
+    io::Surface* surface;
+    io::LockOptions options;
+    SurfaceLock(io::Surface* s, io::LockOptions o) : surface(s), options(o) {
+        if (surface) surface->lock(options);
+    }
+    ~SurfaceLock() {
+        if (surface) surface->unlock(options);
+    }
+};
+
+template <class F>
+void forEach(std::int64_t count, int threads, F&& f) {
+    if (threads == 1 || count == 1) {
+        for (std::int64_t i = 0; i < count; ++i)
+            f(i);
+        return;
+    }
+    auto run = [&] { tbb::parallel_for(std::int64_t{0}, count, [&](std::int64_t i) { f(i); }); };
+    if (threads > 1)
+        tbb::task_arena(threads).execute(run);
+    else
+        run();
 }
 
 } // namespace
@@ -67,6 +117,28 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
     if (px < 0 || py < 0 || px + r.w > d.width_ || py + r.h > d.height_)
         throw RenderError("The destination is too small for the rendered rectangle.");
 
+    const SurfaceLock lock(d.surface_.get(), io::LockOptions::readWrite);
+    const DirectSource direct = directSource(image.node().get());
+    if (direct.bitmap && direct.bitmap->format == d.format_ &&
+        r.intersection(direct.bitmap->bounds.offset(direct.dx, direct.dy)) == r) {
+        const BitmapNode& b = *direct.bitmap;
+        const SurfaceLock sourceLock(b.surface.get(), io::LockOptions::readOnly);
+        const int bpp = bytesPerPixel(d.format_);
+        constexpr std::int64_t rowsPerTask = 32;
+        forEach((r.h + rowsPerTask - 1) / rowsPerTask, options_.threads, [&](std::int64_t task) {
+            for (std::int64_t i = task * rowsPerTask; i < std::min(r.h, (task + 1) * rowsPerTask);
+                 ++i) {
+                const std::int64_t y = r.maxY() - 1 - i; // image row, top first
+                const std::uint8_t* src = b.bytes + (b.height - 1 - (y - direct.dy)) * b.rowBytes +
+                                          (r.x - direct.dx) * bpp;
+                std::uint8_t* dst =
+                    d.bytes_ + (d.height_ - 1 - (py + (y - r.y))) * d.rowBytes_ + px * bpp;
+                std::memcpy(dst, src, std::size_t(r.w * bpp));
+            }
+        });
+        return {};
+    }
+
     const std::int64_t tw = std::max<std::int64_t>(1, options_.tileWidth);
     const std::int64_t th = std::max<std::int64_t>(1, options_.tileHeight);
     const std::int64_t columns = (r.w + tw - 1) / tw, rows = (r.h + th - 1) / th;
@@ -101,21 +173,7 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
             writeRow(d.format_, local.tile.data() + i * w * 4, dst + i * d.rowBytes_, w);
     };
 
-    if (d.surface_) d.surface_->lock(io::LockOptions::readWrite);
-    const std::int64_t count = columns * rows;
-    if (options_.threads == 1 || count == 1) {
-        for (std::int64_t i = 0; i < count; ++i)
-            renderTile(i);
-    } else {
-        auto run = [&] {
-            tbb::parallel_for(std::int64_t{0}, count, [&](std::int64_t i) { renderTile(i); });
-        };
-        if (options_.threads > 1)
-            tbb::task_arena(options_.threads).execute(run);
-        else
-            run();
-    }
-    if (d.surface_) d.surface_->unlock(io::LockOptions::readWrite);
+    forEach(columns * rows, options_.threads, renderTile);
     return {};
 }
 

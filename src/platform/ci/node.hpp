@@ -24,6 +24,7 @@ struct IRect {
     std::int64_t maxY() const { return y + h; }
     IRect intersection(const IRect& o) const;
     IRect grownBy(std::int64_t d) const { return {x - d, y - d, w + 2 * d, h + 2 * d}; }
+    IRect offset(std::int64_t dx, std::int64_t dy) const { return {x + dx, y + dy, w, h}; }
     friend bool operator==(const IRect&, const IRect&) = default;
 };
 
