@@ -412,9 +412,9 @@ TEST(Engine, ByteCopiesOfBitmapsLandWhereRenderedPixelsWould) {
     for (std::size_t i = 0; i < floats.size(); ++i)
         general[i] = std::uint8_t(std::lround(floats[i] * 255));
     EXPECT_EQ(copied, general);
-    // Memory row 0 of the destination stays untouched; row 1 starts with source column 1, top row.
-    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin(), copied.begin() + 16),
-              std::vector<std::uint8_t>(16, 0));
-    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 20, copied.begin() + 24),
-              std::vector<std::uint8_t>(bytes.begin() + 4, bytes.begin() + 8));
+    // Destination rows y = 1, 2 are memory rows 1, 0; memory row 2 (y = 0) stays untouched.
+    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 32, copied.end()), std::vector<std::uint8_t>(16, 0));
+    // Memory row 0, x = 1 holds image (−1, 8): source column 1 of source memory row 1.
+    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 4, copied.begin() + 8),
+              std::vector<std::uint8_t>(bytes.begin() + 24, bytes.begin() + 28));
 }
