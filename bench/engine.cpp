@@ -105,19 +105,29 @@ std::vector<float> floatPhoto() {
 }
 
 void Blur(benchmark::State& state) {
+    const double sigma = double(state.range(0));
     using namespace bic::ci;
     const auto pixels = floatPhoto();
     const Image source =
         *Image::withSharedBitmap(nullptr, pixels.data(), kSize * 16, kSize, kSize, Format::RGBAf);
     const Image blurred =
-        *applyingFilter(source.clampedToExtent(), "CIGaussianBlur", {{"inputRadius", 10.0}});
+        *applyingFilter(source.clampedToExtent(), "CIGaussianBlur", {{"inputRadius", sigma}});
     std::vector<float> out(pixels.size());
     const auto ctx = context();
     for (auto _ : state)
         ctx.render(blurred, out.data(), kSize * 16, {0, 0, double(kSize), double(kSize)},
                    Format::RGBAf);
 }
-BENCHMARK(Blur)->Name("gaussian_sigma10_4096_rgbaf")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(Blur)
+    ->Name("gaussian_sigma10_4096_rgbaf")
+    ->Arg(10)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(Blur)
+    ->Name("gaussian_sigma40_4096_rgbaf")
+    ->Arg(40)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 #if BIC_HAVE_VIPS
 struct Vips {
@@ -193,15 +203,22 @@ BENCHMARK(VipsBlur)
 
 #if BIC_HAVE_OPENCV
 void OpenCVBlur(benchmark::State& state) {
+    const double sigma = double(state.range(0));
     cv::setNumThreads(kThreads);
     auto pixels = floatPhoto();
     const cv::Mat in{static_cast<int>(kSize), static_cast<int>(kSize), CV_32FC4, pixels.data()};
     cv::Mat out;
     for (auto _ : state)
-        cv::GaussianBlur(in, out, cv::Size(0, 0), 10.0, 10.0, cv::BORDER_REPLICATE);
+        cv::GaussianBlur(in, out, cv::Size(0, 0), sigma, sigma, cv::BORDER_REPLICATE);
 }
 BENCHMARK(OpenCVBlur)
     ->Name("gaussian_sigma10_4096_rgbaf/peer:OpenCV")
+    ->Arg(10)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(OpenCVBlur)
+    ->Name("gaussian_sigma40_4096_rgbaf/peer:OpenCV")
+    ->Arg(40)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 #endif

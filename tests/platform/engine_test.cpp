@@ -212,11 +212,14 @@ TEST(Engine, ResultsDoNotDependOnTilesOrThreads) {
             source.transformed(cg::AffineTransform::rotation(0.3).translatedBy(3.25, -1.5)),
             "CIGaussianBlur", {{"inputRadius", 1.5}}),
         "CIColorMatrix", {{"inputRVector", std::vector<double>{0.5, 0.5, 0, 0}}});
+    const Image wide = *applyingFilter(source, "CIGaussianBlur", {{"inputRadius", 24.0}});
     const cg::Rect area(-20, -20, 100, 90);
-    const auto reference = renderFloats(chain, area, {512, 64, 1});
-    EXPECT_EQ(renderFloats(chain, area, {7, 5, 1}), reference);
-    EXPECT_EQ(renderFloats(chain, area, {13, 1, 0}), reference);
-    EXPECT_EQ(renderFloats(chain, area, {100, 90, 2}), reference);
+    for (const Image& image : {chain, wide}) {
+        const auto reference = renderFloats(image, area, {512, 64, 1});
+        EXPECT_EQ(renderFloats(image, area, {7, 5, 1}), reference);
+        EXPECT_EQ(renderFloats(image, area, {13, 1, 0}), reference);
+        EXPECT_EQ(renderFloats(image, area, {100, 90, 2}), reference);
+    }
 }
 
 TEST(Engine, BadRendersAreRefusedBeforeWriting) {
@@ -413,7 +416,8 @@ TEST(Engine, ByteCopiesOfBitmapsLandWhereRenderedPixelsWould) {
         general[i] = std::uint8_t(std::lround(floats[i] * 255));
     EXPECT_EQ(copied, general);
     // Destination rows y = 1, 2 are memory rows 1, 0; memory row 2 (y = 0) stays untouched.
-    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 32, copied.end()), std::vector<std::uint8_t>(16, 0));
+    EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 32, copied.end()),
+              std::vector<std::uint8_t>(16, 0));
     // Memory row 0, x = 1 holds image (−1, 8): source column 1 of source memory row 1.
     EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 4, copied.begin() + 8),
               std::vector<std::uint8_t>(bytes.begin() + 24, bytes.begin() + 28));

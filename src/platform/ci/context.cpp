@@ -139,8 +139,11 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         return {};
     }
 
-    const std::int64_t tw = std::max<std::int64_t>(1, options_.tileWidth);
-    const std::int64_t th = std::max<std::int64_t>(1, options_.tileHeight);
+    // Tiles of recipes that read far beyond them (wide blurs) grow, so the margin each tile
+    // renders stays a fraction of the tile.
+    const std::int64_t wanted = std::min<std::int64_t>(4 * image.node()->reach, 512);
+    const std::int64_t tw = std::max<std::int64_t>({1, options_.tileWidth, wanted});
+    const std::int64_t th = std::max<std::int64_t>({1, options_.tileHeight, wanted});
     const std::int64_t columns = (r.w + tw - 1) / tw, rows = (r.h + th - 1) / th;
     const Node& root = *image.node();
     const bool writesFloats = d.format_ == Format::RGBAf;

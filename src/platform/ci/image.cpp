@@ -111,14 +111,16 @@ void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch&) const {
 }
 
 TranslateNode::TranslateNode(NodePtr in, std::int64_t x, std::int64_t y)
-    : Node(in->extent.offsetBy(double(x), double(y))), input(std::move(in)), dx(x), dy(y) {}
+    : Node(in->extent.offsetBy(double(x), double(y)), in->reach), input(std::move(in)), dx(x),
+      dy(y) {}
 
 void TranslateNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     input->render({r.x - dx, r.y - dy, r.w, r.h}, out, s);
 }
 
 TransformNode::TransformNode(NodePtr in, const cg::AffineTransform& t, bool n)
-    : Node(t.apply(in->extent)), input(std::move(in)), inverse(t.inverted()), nearest(n) {}
+    : Node(t.apply(in->extent), in->reach + 1), input(std::move(in)), inverse(t.inverted()),
+      nearest(n) {}
 
 void TransformNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     // Region of interest: the source area under the output rectangle, one pixel wider for the
@@ -161,7 +163,7 @@ void TransformNode::renderInside(const IRect& r, const Tile& out, Scratch& s) co
 }
 
 CropNode::CropNode(NodePtr in, const cg::Rect& rc)
-    : Node(in->extent.intersection(rc)), input(std::move(in)), rect(rc.standardized()) {}
+    : Node(in->extent.intersection(rc), in->reach), input(std::move(in)), rect(rc.standardized()) {}
 
 void CropNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     input->render(r, out, s);
@@ -190,7 +192,7 @@ void CropNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
 }
 
 ClampNode::ClampNode(NodePtr in, const IRect& e)
-    : Node(cg::Rect::infinite()), input(std::move(in)), edge(e) {}
+    : Node(cg::Rect::infinite(), in->reach), input(std::move(in)), edge(e) {}
 
 void ClampNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     auto clampX = [&](std::int64_t x) { return std::clamp(x, edge.x, edge.maxX() - 1); };
@@ -209,7 +211,7 @@ void ClampNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const 
 }
 
 SamplingNode::SamplingNode(NodePtr in, bool n)
-    : Node(in->extent), input(std::move(in)), nearest(n) {}
+    : Node(in->extent, in->reach), input(std::move(in)), nearest(n) {}
 
 void SamplingNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     input->render(r, out, s);

@@ -32,7 +32,7 @@ namespace detail {
 
 ColorKernelNode::ColorKernelNode(const cg::Rect& e, RowFunction f, std::vector<NodePtr> i,
                                  std::vector<KernelValue> v)
-    : Node(e), function(f), images(std::move(i)), values(std::move(v)) {}
+    : Node(e, maxReach(i)), function(f), images(std::move(i)), values(std::move(v)) {}
 
 void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     std::vector<Scratch::Lease> leases;
@@ -58,7 +58,8 @@ void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) 
 
 GeneralKernelNode::GeneralKernelNode(const cg::Rect& e, GeneralRowFunction f, RegionOfInterest r,
                                      std::vector<NodePtr> i, std::vector<KernelValue> v)
-    : Node(e), function(f), roi(std::move(r)), images(std::move(i)), values(std::move(v)) {}
+    : Node(e, maxReach(i) + 1), function(f), roi(std::move(r)), images(std::move(i)),
+      values(std::move(v)) {}
 
 void GeneralKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     std::vector<Scratch::Lease> leases;

@@ -34,7 +34,7 @@ Scratch::Lease Scratch::take(std::size_t floats) {
     return Lease(*this, b.data.get());
 }
 
-Node::Node(const cg::Rect& e) : extent(e), bounds(pixelBounds(e)) {}
+Node::Node(const cg::Rect& e, std::int64_t r) : extent(e), bounds(pixelBounds(e)), reach(r) {}
 
 void fillZero(const Tile& out, std::int64_t w, std::int64_t h) {
     for (std::int64_t i = 0; i < h; ++i)

@@ -75,7 +75,8 @@ private:
 };
 
 struct Node {
-    explicit Node(const cg::Rect& extent);
+    /// `reach`: how many pixels beyond a requested rectangle the node (with its inputs) reads.
+    explicit Node(const cg::Rect& extent, std::int64_t reach = 0);
     virtual ~Node() = default;
 
     /// Writes the pixels of `r` into `out`; pixels outside the extent are transparent.
@@ -83,6 +84,7 @@ struct Node {
 
     cg::Rect extent;
     IRect bounds; ///< pixelBounds(extent)
+    std::int64_t reach;
 
 protected:
     /// Writes the pixels of `r`, which lies inside `bounds`.

@@ -4,6 +4,7 @@
 #include "bic/platform/ci/kernel.hpp"
 #include "node.hpp"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <vector>
@@ -99,6 +100,13 @@ struct GeneralKernelNode final : Node {
     std::vector<KernelValue> values;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
 };
+
+inline std::int64_t maxReach(const std::vector<NodePtr>& nodes) {
+    std::int64_t r = 0;
+    for (const auto& n : nodes)
+        r = std::max(r, n->reach);
+    return r;
+}
 
 /// Renders `node` over `r` into a new scratch lease of r.w × r.h pixels.
 inline Scratch::Lease renderToScratch(const Node& node, const IRect& r, Scratch& s) {
