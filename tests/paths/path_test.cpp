@@ -1,5 +1,6 @@
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/paths/path.hpp"
+#include "bic/paths/path_drawing.hpp"
 
 #include <cmath>
 #include <functional>
@@ -163,4 +164,43 @@ TEST(Path, SVGPathData) {
     c.curveTo({3, 0}, {1, 1}, {2, 1});
     EXPECT_EQ(c.svgPathData(), "M 0 0 C 1 1 2 1 3 0");
     EXPECT_EQ(Path().svgPathData(), "");
+}
+
+TEST(PathDrawing, StrokeSettingsAndTheMarchingAnts) {
+    auto c = cg::Context::bitmap(nullptr, 40, 3, 8, 40, cg::ColorSpace::deviceGray(),
+                                 cg::bitmap::alphaNone);
+    Path line = Path::polygon({{0, 1.5}, {40, 1.5}});
+    line.lineWidth = 1;
+    selectionStroke(*c, line, 0);
+    // Memory row 1 is y = 1: white for six pixels, black for six, and so on.
+    const std::uint8_t* row = c->data() + 40;
+    for (int x = 0; x < 24; ++x)
+        EXPECT_EQ(row[x], (x / 6) % 2 == 0 ? 255 : 0) << x;
+    EXPECT_TRUE(c->shouldAntialias()) << "the graphics state is restored";
+    EXPECT_TRUE(c->lineDash().empty());
+
+    // A phase of 3 shifts the pattern three pixels to the left.
+    auto shifted = cg::Context::bitmap(nullptr, 40, 3, 8, 40, cg::ColorSpace::deviceGray(),
+                                       cg::bitmap::alphaNone);
+    bezierSelectionStroke(*shifted, line, 3);
+    const std::uint8_t* srow = shifted->data() + 40;
+    for (int x = 0; x < 24; ++x)
+        EXPECT_EQ(srow[x], ((x + 3) / 6) % 2 == 0 ? 255 : 0) << x;
+    EXPECT_TRUE(shifted->shouldAntialias());
+    EXPECT_TRUE(shifted->lineDash().empty());
+
+    // The path's own width reaches the context.
+    auto wide = cg::Context::bitmap(nullptr, 10, 10, 8, 10, cg::ColorSpace::deviceGray(),
+                                    cg::bitmap::alphaNone);
+    Path thick = Path::polygon({{0, 5}, {10, 5}});
+    thick.lineWidth = 4;
+    wide->setStrokeColor(cg::Color::deviceGray(1));
+    stroke(*wide, thick);
+    EXPECT_EQ(wide->data()[(9 - 3) * 10 + 5], 255);
+    EXPECT_EQ(wide->data()[(9 - 2) * 10 + 5], 0);
+    auto filled = cg::Context::bitmap(nullptr, 10, 10, 8, 10, cg::ColorSpace::deviceGray(),
+                                      cg::bitmap::alphaNone);
+    filled->setFillColor(cg::Color::deviceGray(1));
+    fill(*filled, Path::rect({2, 2, 3, 3}));
+    EXPECT_EQ(filled->data()[(9 - 3) * 10 + 3], 255);
 }

@@ -60,6 +60,8 @@ public:
     const AffineTransform& ctm() const { return state().ctm; }
     void clip(const Rect& rect);
     void setShouldAntialias(bool on) { state().antialias = on; }
+    bool shouldAntialias() const { return state().antialias; }
+    const std::vector<double>& lineDash() const { return state().dashes; }
     void setFillColor(const Color& color);
     void setStrokeColor(const Color& color);
     void setLineWidth(double width) { state().lineWidth = width; }
