@@ -330,3 +330,24 @@ TEST(Drawing, SourceOverAndGradients) {
     EXPECT_EQ(part->data()[4 * 2 + 3], 255);
     EXPECT_EQ(part->data()[4 * 8 + 3], 0);
 }
+
+TEST(Drawing, LargeFillsJoinTheirBandsWithoutSeams) {
+    // Large fills are rasterised in bands of 256 rows counted from the top of the area drawn. A
+    // tiny square far above the circle moves that area's top, and so every band edge, relative
+    // to the circle; with seamless bands the circle's pixels cannot change.
+    auto plain = grey8(1100, 1100);
+    auto shifted = grey8(1100, 1100);
+    for (auto* c : {plain.get(), shifted.get()})
+        c->setFillColor(Color::deviceGray(1));
+    plain->addPath(Path::ellipse({50, 20, 1000, 1000}));
+    plain->fillPath();
+    Path both = Path::ellipse({50, 20, 1000, 1000});
+    both.addRect({0, 1097, 1, 1});
+    shifted->addPath(both);
+    shifted->fillPath();
+    for (std::int64_t y = 0; y < 1090; ++y)
+        for (std::int64_t x = 0; x < 1100; ++x)
+            ASSERT_EQ(at(*plain, x, y), at(*shifted, x, y)) << x << "," << y;
+    const double area = std::numbers::pi * 500 * 500;
+    EXPECT_NEAR(coverage(*plain), area, area * 0.005);
+}

@@ -6,7 +6,11 @@
 #include <algorithm>
 #include <cairo.h>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
 
 namespace bic::cg {
 
@@ -45,17 +49,23 @@ bool isGrey(ci::Format f) {
     return f == ci::Format::L8 || f == ci::Format::L16 || f == ci::Format::Lf;
 }
 
+// An A8 coverage mask over memory the context keeps between draws: a large mask that is new
+// each time costs more in page faults than the drawing itself.
 struct CairoSurface {
-    std::vector<unsigned char> pixels;
+    unsigned char* pixels = nullptr;
     int stride = 0;
     cairo_surface_t* surface = nullptr;
     cairo_t* cr = nullptr;
-    CairoSurface(int w, int h) {
+    CairoSurface(std::vector<unsigned char>& memory, int w, int h) {
         stride = cairo_format_stride_for_width(CAIRO_FORMAT_A8, w);
-        pixels.assign(std::size_t(stride) * std::size_t(h), 0);
-        surface = cairo_image_surface_create_for_data(pixels.data(), CAIRO_FORMAT_A8, w, h, stride);
+        const std::size_t size = std::size_t(stride) * std::size_t(h);
+        if (memory.size() < size) memory.resize(size);
+        pixels = memory.data();
+        std::memset(pixels, 0, size);
+        surface = cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_A8, w, h, stride);
         cr = cairo_create(surface);
     }
+    CairoSurface(const CairoSurface&) = delete;
     ~CairoSurface() {
         cairo_destroy(cr);
         cairo_surface_destroy(surface);
@@ -153,6 +163,59 @@ void Context::composite(const DeviceRect& area, const std::uint8_t* coverage,
     }
 }
 
+void Context::compositeSolid(const DeviceRect& area, const std::uint8_t* coverage,
+                             std::int64_t coverageStride, const float color[4]) {
+    float s[4] = {color[0], color[1], color[2], color[3]};
+    if (isGrey(format_)) s[0] = s[1] = s[2] = 0.3f * s[0] + 0.59f * s[1] + 0.11f * s[2];
+    const bool copy = state().blendMode == BlendMode::copy;
+    // Fully covered pixels take the colour itself when nothing shows through it: their bytes
+    // are computed once and stored in runs. Only edge pixels are blended.
+    const bool replaces = copy || s[3] >= 1.0f;
+    const int bpp = ci::bytesPerPixel(format_);
+    std::uint8_t solid[16];
+    ci::detail::writeRow(format_, s, solid, 1);
+    for (std::int64_t i = 0; i < area.h; ++i) {
+        std::uint8_t* bytes = data_ + (area.row + i) * bytesPerRow_ + area.x * bpp;
+        const std::uint8_t* cov = coverage + i * coverageStride;
+        for (std::int64_t j = 0; j < area.w;) {
+            // Eight coverage bytes at a time: empty and fully covered stretches are the common
+            // case inside and outside a shape.
+            if (j + 8 <= area.w) {
+                std::uint64_t eight;
+                std::memcpy(&eight, cov + j, 8);
+                if (eight == 0) {
+                    j += 8;
+                    continue;
+                }
+                if (eight == ~std::uint64_t{0} && replaces) {
+                    for (int k = 0; k < 8; ++k)
+                        std::memcpy(bytes + (j + k) * bpp, solid, std::size_t(bpp));
+                    j += 8;
+                    continue;
+                }
+            }
+            const std::uint8_t c = cov[j];
+            if (c == 0) {
+                ++j;
+                continue;
+            }
+            if (c == 255 && replaces) {
+                std::memcpy(bytes + j * bpp, solid, std::size_t(bpp));
+                ++j;
+                continue;
+            }
+            const float f = float(c) / 255.0f;
+            float d[4];
+            ci::detail::readRow(format_, bytes + j * bpp, d, 1);
+            const float keep = copy ? 1 - f : 1 - s[3] * f;
+            for (int k = 0; k < 4; ++k)
+                d[k] = s[k] * f + d[k] * keep;
+            ci::detail::writeRow(format_, d, bytes + j * bpp, 1);
+            ++j;
+        }
+    }
+}
+
 void Context::drawPath(bool stroke, PathFillRule rule) {
     const Path path = std::move(path_);
     path_ = Path();
@@ -170,71 +233,83 @@ void Context::drawPath(bool stroke, PathFillRule rule) {
     const DeviceRect area = deviceArea(box, st.clip, width_, height_);
     if (area.isEmpty()) return;
 
-    CairoSurface mask(int(area.w), int(area.h));
-    cairo_t* cr = mask.cr;
-    cairo_set_antialias(cr, st.antialias ? CAIRO_ANTIALIAS_DEFAULT : CAIRO_ANTIALIAS_NONE);
-    // Device space (y up) to mask pixels (y down from the area's top row), after the user
-    // transform, so that stroke widths and dashes are measured in user space.
+    // Large areas are rasterised in horizontal bands in parallel; every pixel's coverage depends
+    // only on the geometry, so the bands join without seams.
     const bool invertible = st.ctm.a * st.ctm.d - st.ctm.b * st.ctm.c != 0;
     const AffineTransform user = invertible ? st.ctm : AffineTransform();
-    const AffineTransform toMask = user.concatenating(
-        AffineTransform{1, 0, 0, -1, -double(area.x), double(height_ - area.row)});
-    cairo_matrix_t matrix;
-    cairo_matrix_init(&matrix, toMask.a, toMask.b, toMask.c, toMask.d, toMask.tx, toMask.ty);
-    cairo_set_matrix(cr, &matrix);
     const AffineTransform back = user.inverted();
-    Point current{0, 0};
-    for (const auto& e : path.elements()) {
-        Point p[3];
-        for (int k = 0; k < e.pointCount(); ++k)
-            p[k] = back.apply(e.points[k]);
-        switch (e.type) {
-        case PathElementType::moveToPoint:
-            cairo_move_to(cr, p[0].x, p[0].y), current = p[0];
-            break;
-        case PathElementType::addLineToPoint:
-            cairo_line_to(cr, p[0].x, p[0].y), current = p[0];
-            break;
-        case PathElementType::addQuadCurveToPoint: {
-            const Point c1{current.x + 2.0 / 3 * (p[0].x - current.x),
-                           current.y + 2.0 / 3 * (p[0].y - current.y)};
-            const Point c2{p[1].x + 2.0 / 3 * (p[0].x - p[1].x),
-                           p[1].y + 2.0 / 3 * (p[0].y - p[1].y)};
-            cairo_curve_to(cr, c1.x, c1.y, c2.x, c2.y, p[1].x, p[1].y);
-            current = p[1];
-            break;
-        }
-        case PathElementType::addCurveToPoint:
-            cairo_curve_to(cr, p[0].x, p[0].y, p[1].x, p[1].y, p[2].x, p[2].y);
-            current = p[2];
-            break;
-        case PathElementType::closeSubpath:
-            cairo_close_path(cr);
-            break;
-        }
-    }
-    cairo_set_source_rgba(cr, 0, 0, 0, 1);
-    if (stroke) {
-        cairo_set_line_width(cr, st.lineWidth);
-        cairo_set_line_cap(cr, st.cap == LineCap::round    ? CAIRO_LINE_CAP_ROUND
-                               : st.cap == LineCap::square ? CAIRO_LINE_CAP_SQUARE
-                                                           : CAIRO_LINE_CAP_BUTT);
-        cairo_set_line_join(cr, st.join == LineJoin::round   ? CAIRO_LINE_JOIN_ROUND
-                                : st.join == LineJoin::bevel ? CAIRO_LINE_JOIN_BEVEL
-                                                             : CAIRO_LINE_JOIN_MITER);
-        cairo_set_miter_limit(cr, st.miterLimit);
-        cairo_set_dash(cr, st.dashes.data(), int(st.dashes.size()), st.dashPhase);
-        cairo_stroke(cr);
-    } else {
-        cairo_set_fill_rule(cr, rule == PathFillRule::evenOdd ? CAIRO_FILL_RULE_EVEN_ODD
-                                                              : CAIRO_FILL_RULE_WINDING);
-        cairo_fill(cr);
-    }
-    cairo_surface_flush(mask.surface);
     const float* color = stroke ? st.stroke : st.fill;
-    composite(area, mask.pixels.data(), mask.stride, [color](std::int64_t, std::int64_t, float* s) {
-        std::copy(color, color + 4, s);
-        return true;
+    auto renderBand = [&](const DeviceRect& band, std::vector<unsigned char>& memory) {
+        CairoSurface mask(memory, int(band.w), int(band.h));
+        cairo_t* cr = mask.cr;
+        cairo_set_antialias(cr, st.antialias ? CAIRO_ANTIALIAS_DEFAULT : CAIRO_ANTIALIAS_NONE);
+        // Device space (y up) to mask pixels (y down from the band's top row), after the user
+        // transform, so that stroke widths and dashes are measured in user space.
+        const AffineTransform toMask = user.concatenating(
+            AffineTransform{1, 0, 0, -1, -double(band.x), double(height_ - band.row)});
+        cairo_matrix_t matrix;
+        cairo_matrix_init(&matrix, toMask.a, toMask.b, toMask.c, toMask.d, toMask.tx, toMask.ty);
+        cairo_set_matrix(cr, &matrix);
+        Point current{0, 0};
+        for (const auto& e : path.elements()) {
+            Point p[3];
+            for (int k = 0; k < e.pointCount(); ++k)
+                p[k] = back.apply(e.points[k]);
+            switch (e.type) {
+            case PathElementType::moveToPoint:
+                cairo_move_to(cr, p[0].x, p[0].y), current = p[0];
+                break;
+            case PathElementType::addLineToPoint:
+                cairo_line_to(cr, p[0].x, p[0].y), current = p[0];
+                break;
+            case PathElementType::addQuadCurveToPoint: {
+                const Point c1{current.x + 2.0 / 3 * (p[0].x - current.x),
+                               current.y + 2.0 / 3 * (p[0].y - current.y)};
+                const Point c2{p[1].x + 2.0 / 3 * (p[0].x - p[1].x),
+                               p[1].y + 2.0 / 3 * (p[0].y - p[1].y)};
+                cairo_curve_to(cr, c1.x, c1.y, c2.x, c2.y, p[1].x, p[1].y);
+                current = p[1];
+                break;
+            }
+            case PathElementType::addCurveToPoint:
+                cairo_curve_to(cr, p[0].x, p[0].y, p[1].x, p[1].y, p[2].x, p[2].y);
+                current = p[2];
+                break;
+            case PathElementType::closeSubpath:
+                cairo_close_path(cr);
+                break;
+            }
+        }
+        cairo_set_source_rgba(cr, 0, 0, 0, 1);
+        if (stroke) {
+            cairo_set_line_width(cr, st.lineWidth);
+            cairo_set_line_cap(cr, st.cap == LineCap::round    ? CAIRO_LINE_CAP_ROUND
+                                   : st.cap == LineCap::square ? CAIRO_LINE_CAP_SQUARE
+                                                               : CAIRO_LINE_CAP_BUTT);
+            cairo_set_line_join(cr, st.join == LineJoin::round   ? CAIRO_LINE_JOIN_ROUND
+                                    : st.join == LineJoin::bevel ? CAIRO_LINE_JOIN_BEVEL
+                                                                 : CAIRO_LINE_JOIN_MITER);
+            cairo_set_miter_limit(cr, st.miterLimit);
+            cairo_set_dash(cr, st.dashes.data(), int(st.dashes.size()), st.dashPhase);
+            cairo_stroke(cr);
+        } else {
+            cairo_set_fill_rule(cr, rule == PathFillRule::evenOdd ? CAIRO_FILL_RULE_EVEN_ODD
+                                                                  : CAIRO_FILL_RULE_WINDING);
+            cairo_fill(cr);
+        }
+        cairo_surface_flush(mask.surface);
+        compositeSolid(band, mask.pixels, mask.stride, color);
+    };
+    constexpr std::int64_t kBandRows = 256;
+    if (area.w * area.h < (std::int64_t{1} << 20) || area.h <= kBandRows) {
+        renderBand(area, mask_);
+        return;
+    }
+    tbb::enumerable_thread_specific<std::vector<unsigned char>> masks;
+    tbb::parallel_for(std::int64_t{0}, (area.h + kBandRows - 1) / kBandRows, [&](std::int64_t b) {
+        const std::int64_t row = area.row + b * kBandRows;
+        renderBand({area.x, row, area.w, std::min(kBandRows, area.row + area.h - row)},
+                   masks.local());
     });
 }
 

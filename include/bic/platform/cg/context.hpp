@@ -108,7 +108,10 @@ private:
     State& state() { return states_.back(); }
     const State& state() const { return states_.back(); }
     void drawPath(bool stroke, PathFillRule rule);
-    /// Blends `color` (or per-pixel colours) into the device rows of `area` through `coverage`.
+    /// Blends one colour into the device rows of `area` through `coverage`.
+    void compositeSolid(const struct DeviceRect& area, const std::uint8_t* coverage,
+                        std::int64_t coverageStride, const float color[4]);
+    /// Blends per-pixel colours into the device rows of `area` through `coverage` (or fully).
     template <class ColorAt>
     void composite(const struct DeviceRect& area, const std::uint8_t* coverage,
                    std::int64_t coverageStride, ColorAt&& colorAt);
@@ -121,6 +124,7 @@ private:
     BitmapInfo bitmapInfo_;
     std::vector<State> states_;
     Path path_;
+    std::vector<unsigned char> mask_; // coverage memory reused from draw to draw
 };
 
 } // namespace bic::cg
