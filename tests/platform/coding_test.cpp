@@ -148,6 +148,10 @@ TEST(Coding, Base64MatchesTheStandardAlphabetAndPadding) {
     coding::Data out;
     ASSERT_TRUE(coding::base64Decode("TWFu\nIGlz", out));
     EXPECT_EQ(std::string(out.begin(), out.end()), text);
+    for (std::size_t n = 0; n <= 6; ++n) {
+        ASSERT_TRUE(coding::base64Decode(coding::base64Encode(bytes.first(n)), out)) << n;
+        EXPECT_EQ(std::string(out.begin(), out.end()), text.substr(0, n));
+    }
     EXPECT_FALSE(coding::base64Decode("TWE", out));  // missing padding
     EXPECT_FALSE(coding::base64Decode("TW=E", out)); // data after padding
     EXPECT_FALSE(coding::base64Decode("TWF=", out)); // non-zero spare bits

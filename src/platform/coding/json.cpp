@@ -146,8 +146,9 @@ bool base64Decode(std::string_view text, Data& out) {
         }
     }
     // Valid endings: no leftover bits beyond the padding the encoder would have written.
+    // One trailing byte leaves 4 spare bits and two "=", two trailing bytes leave 2 and one "=".
     const bool ok =
-        (bits == 0 && padding == 0) || (bits == 2 && padding == 2) || (bits == 4 && padding == 1);
+        (bits == 0 && padding == 0) || (bits == 4 && padding == 2) || (bits == 2 && padding == 1);
     return ok && (accumulator & ((1u << bits) - 1)) == 0;
 }
 

@@ -1,0 +1,32 @@
+#pragma once
+// Byte-stream coders of channel planes: PackBits run-length coding of one row and zlib-format
+// (RFC 1950) deflate of a whole buffer.
+
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <vector>
+
+namespace bic {
+
+/// A coder could not code its input: malformed or truncated data, or a size that does not match.
+class CompressionError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// PackBits: runs of three or more equal bytes as repeat packets, the rest as literal packets,
+/// at most 128 bytes a packet.
+std::vector<std::uint8_t> packBits(std::span<const std::uint8_t> bytes);
+/// Decodes PackBits data; throws CompressionError for a truncated packet or more than
+/// `capacity` bytes of output. The no-op header 0x80 is skipped.
+std::vector<std::uint8_t> unpackBits(std::span<const std::uint8_t> bytes, std::size_t capacity);
+
+/// Deflate at the default level (6) in a zlib wrapper, as zlib's compress() writes it.
+std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> bytes);
+/// Inflates a zlib stream that must decode to exactly `uncompressedSize` bytes; throws
+/// CompressionError otherwise.
+std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> bytes,
+                                          std::size_t uncompressedSize);
+
+} // namespace bic

@@ -1,0 +1,350 @@
+#include "bic/buffers/channel_data.hpp"
+
+#include "bic/buffers/compression.hpp"
+#include "bic/geometry/image_core_error.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace bic {
+
+std::string_view rawValue(ChannelDataCompressionType t) {
+    switch (t) {
+    case ChannelDataCompressionType::none:
+        return "None";
+    case ChannelDataCompressionType::rle:
+        return "RLE";
+    case ChannelDataCompressionType::zip:
+        return "Zip";
+    }
+    return "None";
+}
+
+std::string_view rawValue(PredictionType t) {
+    switch (t) {
+    case PredictionType::none:
+        return "None";
+    case PredictionType::sub:
+        return "Sub";
+    case PredictionType::up:
+        return "Up";
+    case PredictionType::average:
+        return "Average";
+    case PredictionType::paeth:
+        return "Paeth";
+    }
+    return "None";
+}
+
+std::optional<ChannelDataCompressionType> compressionTypeFromRaw(std::string_view raw) {
+    for (auto t : {ChannelDataCompressionType::none, ChannelDataCompressionType::rle,
+                   ChannelDataCompressionType::zip})
+        if (rawValue(t) == raw) return t;
+    return std::nullopt;
+}
+
+std::optional<PredictionType> predictionTypeFromRaw(std::string_view raw) {
+    for (auto t : {PredictionType::none, PredictionType::sub, PredictionType::up,
+                   PredictionType::average, PredictionType::paeth})
+        if (rawValue(t) == raw) return t;
+    return std::nullopt;
+}
+
+namespace {
+
+// ---- Prediction on integer samples, with wrapping arithmetic ---------------------------------
+
+template <class U>
+inline U wrap(std::int64_t v) {
+    return static_cast<U>(v);
+}
+
+inline std::int64_t paethPredictor(std::int64_t a, std::int64_t b, std::int64_t c) {
+    const std::int64_t p = a + b - c;
+    const std::int64_t pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
+    if (pa <= pb && pa <= pc) return a;
+    return pb <= pc ? b : c;
+}
+
+inline std::int64_t mean(std::int64_t a, std::int64_t b) {
+    return std::min(a, b) + (std::max(a, b) - std::min(a, b)) / 2;
+}
+
+// One loop for every integer width; the 8-bit instantiation is the dedicated byte loop.
+template <class U>
+void filter(U* s, std::int64_t w, std::int64_t h, PredictionType type) {
+    switch (type) {
+    case PredictionType::none:
+        return;
+    case PredictionType::sub:
+        for (std::int64_t r = 0; r < h; ++r) {
+            U* row = s + r * w;
+            for (std::int64_t c = w - 1; c > 0; --c)
+                row[c] = wrap<U>(row[c] - row[c - 1]);
+        }
+        return;
+    case PredictionType::up:
+        for (std::int64_t r = h - 1; r > 0; --r) {
+            U* row = s + r * w;
+            const U* above = row - w;
+            for (std::int64_t c = 0; c < w; ++c)
+                row[c] = wrap<U>(row[c] - above[c]);
+        }
+        return;
+    case PredictionType::average:
+    case PredictionType::paeth: {
+        const std::vector<U> original(s, s + w * h);
+        for (std::int64_t r = 0; r < h; ++r) {
+            const U* o = original.data() + r * w;
+            const U* above = r ? o - w : nullptr;
+            U* row = s + r * w;
+            for (std::int64_t c = 0; c < w; ++c) {
+                if (type == PredictionType::average) {
+                    const std::int64_t a = c ? o[c - 1] : 0, b = above ? above[c] : 0;
+                    row[c] = wrap<U>(o[c] - mean(a, b));
+                } else if (r && c) {
+                    row[c] = wrap<U>(o[c] - paethPredictor(o[c - 1], above[c], above[c - 1]));
+                }
+            }
+        }
+        return;
+    }
+    }
+}
+
+template <class U>
+void unfilter(U* s, std::int64_t w, std::int64_t h, PredictionType type) {
+    for (std::int64_t r = 0; r < h; ++r) {
+        U* row = s + r * w;
+        const U* above = r ? row - w : nullptr;
+        for (std::int64_t c = 0; c < w; ++c) {
+            switch (type) {
+            case PredictionType::none:
+                return;
+            case PredictionType::sub:
+                if (c) row[c] = wrap<U>(row[c] + row[c - 1]);
+                break;
+            case PredictionType::up:
+                if (above) row[c] = wrap<U>(row[c] + above[c]);
+                break;
+            case PredictionType::average:
+                row[c] = wrap<U>(row[c] + mean(c ? row[c - 1] : 0, above ? above[c] : 0));
+                break;
+            case PredictionType::paeth:
+                if (above && c)
+                    row[c] = wrap<U>(row[c] + paethPredictor(row[c - 1], above[c], above[c - 1]));
+                break;
+            }
+        }
+    }
+}
+
+template <ComponentType T>
+void swapBytes(std::vector<std::uint8_t>& data) {
+    if constexpr (sizeof(T) > 1) {
+        T v;
+        for (std::size_t i = 0; i + sizeof(T) <= data.size(); i += sizeof(T)) {
+            std::memcpy(&v, data.data() + i, sizeof(T));
+            v = bigEndian(v);
+            std::memcpy(data.data() + i, &v, sizeof(T));
+        }
+    }
+}
+
+// Float rows of big-endian bytes become four byte planes (most significant bytes first) and back.
+void toBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h) {
+    std::vector<std::uint8_t> row(std::size_t(w * 4));
+    for (std::int64_t r = 0; r < h; ++r) {
+        std::uint8_t* p = data.data() + r * w * 4;
+        for (std::int64_t i = 0; i < w; ++i)
+            for (int k = 0; k < 4; ++k)
+                row[std::size_t(k * w + i)] = p[i * 4 + k];
+        std::memcpy(p, row.data(), row.size());
+    }
+}
+
+void fromBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h) {
+    std::vector<std::uint8_t> row(std::size_t(w * 4));
+    for (std::int64_t r = 0; r < h; ++r) {
+        std::uint8_t* p = data.data() + r * w * 4;
+        for (std::int64_t i = 0; i < w; ++i)
+            for (int k = 0; k < 4; ++k)
+                row[std::size_t(i * 4 + k)] = p[k * w + i];
+        std::memcpy(p, row.data(), row.size());
+    }
+}
+
+// Host-order samples → predicted big-endian bytes.
+template <ComponentType T>
+void predict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h, PredictionType type) {
+    if constexpr (std::is_same_v<T, float>) {
+        swapBytes<T>(data);
+        if (type == PredictionType::none) return;
+        toBytePlanes(data, w, h);
+        filter(data.data(), w * 4, h, type);
+    } else {
+        filter(reinterpret_cast<T*>(data.data()), w, h, type);
+        swapBytes<T>(data);
+    }
+}
+
+// Predicted big-endian bytes → host-order samples.
+template <ComponentType T>
+void unpredict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h,
+               PredictionType type) {
+    if constexpr (std::is_same_v<T, float>) {
+        if (type != PredictionType::none) {
+            unfilter(data.data(), w * 4, h, type);
+            fromBytePlanes(data, w, h);
+        }
+        swapBytes<T>(data);
+    } else {
+        swapBytes<T>(data);
+        unfilter(reinterpret_cast<T*>(data.data()), w, h, type);
+    }
+}
+
+} // namespace
+
+template <ComponentType T>
+void ChannelData<T>::compress(ChannelDataCompressionType compression, PredictionType prediction,
+                              std::int64_t width, std::int64_t height,
+                              bool discardIneffectiveCompression) {
+    precondition(compressionType == ChannelDataCompressionType::none &&
+                     predictionType == PredictionType::none && !dataIsBigEndian,
+                 "A channel plane must be plain host-order samples to be compressed.");
+    precondition(width >= 0 && height >= 0 &&
+                     std::int64_t(data.size()) == width * height * std::int64_t(sizeof(T)),
+                 "A channel plane's length must be width × height samples.");
+    precondition(compression != ChannelDataCompressionType::rle || sizeof(T) == 1,
+                 "Run-length coding is only for 8-bit channel planes.");
+    const std::vector<std::uint8_t> original = data;
+    predict<T>(data, width, height, prediction);
+    predictionType = prediction;
+    dataIsBigEndian = true;
+
+    std::vector<std::uint8_t> coded;
+    std::vector<std::int64_t> counts;
+    switch (compression) {
+    case ChannelDataCompressionType::none:
+        return;
+    case ChannelDataCompressionType::rle:
+        for (std::int64_t r = 0; r < height; ++r) {
+            const auto row =
+                packBits(std::span(data).subspan(std::size_t(r * width), std::size_t(width)));
+            coded.insert(coded.end(), row.begin(), row.end());
+            counts.push_back(std::int64_t(row.size()));
+        }
+        break;
+    case ChannelDataCompressionType::zip:
+        coded = zipCompressed(data);
+        break;
+    }
+    if (discardIneffectiveCompression && coded.size() >= data.size()) {
+        data = original;
+        swapBytes<T>(data);
+        predictionType = PredictionType::none;
+        scanlineByteCounts.clear();
+        return;
+    }
+    data = std::move(coded);
+    scanlineByteCounts = std::move(counts);
+    compressionType = compression;
+}
+
+template <ComponentType T>
+void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
+    precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
+    precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
+    const std::size_t size = std::size_t(width * height) * sizeof(T);
+    std::vector<std::uint8_t> plain;
+    switch (compressionType) {
+    case ChannelDataCompressionType::zip:
+        plain = zipUncompressed(data, size);
+        break;
+    case ChannelDataCompressionType::rle: {
+        if (std::int64_t(scanlineByteCounts.size()) != height)
+            throw ImageCoreError(ImageCoreError::unknownError);
+        plain.reserve(size);
+        std::int64_t offset = 0;
+        for (const std::int64_t count : scanlineByteCounts) {
+            if (count < 0 || offset > std::int64_t(data.size()) - count)
+                throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+            const auto row =
+                unpackBits(std::span(data).subspan(std::size_t(offset), std::size_t(count)),
+                           std::size_t(width) * sizeof(T));
+            plain.insert(plain.end(), row.begin(), row.end());
+            offset += count;
+        }
+        break;
+    }
+    case ChannelDataCompressionType::none:
+        plain = data;
+        break;
+    }
+    // Nothing short or long goes on: a plane is whole or it is an error.
+    if (plain.size() != size) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+    unpredict<T>(plain, width, height, predictionType);
+    data = std::move(plain);
+    compressionType = ChannelDataCompressionType::none;
+    predictionType = PredictionType::none;
+    dataIsBigEndian = false;
+    scanlineByteCounts.clear();
+}
+
+template <ComponentType T>
+void ChannelData<T>::convertToBigEndian() {
+    precondition(!dataIsBigEndian, "The channel plane is big-endian already.");
+    swapBytes<T>(data);
+    dataIsBigEndian = true;
+}
+
+template <ComponentType T>
+void ChannelData<T>::convertFromBigEndian() {
+    precondition(dataIsBigEndian, "The channel plane is in host order already.");
+    swapBytes<T>(data);
+    dataIsBigEndian = false;
+}
+
+template <ComponentType T>
+void ChannelData<T>::encode(coding::Encoder& encoder) const {
+    precondition(dataIsBigEndian && compressionType != ChannelDataCompressionType::rle,
+                 "Only big-endian channel planes without run-length coding can be stored.");
+    auto k = encoder.keyed();
+    k.encode("Compression", std::string(rawValue(compressionType)));
+    if (predictionType != PredictionType::none)
+        k.encode("Prediction", std::string(rawValue(predictionType)));
+    k.encode("Data", data);
+}
+
+template <ComponentType T>
+ChannelData<T> ChannelData<T>::decode(const coding::Decoder& decoder) {
+    const auto k = decoder.keyed();
+    auto invalid = [&](const char* key, const std::string& raw) {
+        auto path = k.codingPath();
+        path.emplace_back(key);
+        return coding::DecodingError(coding::DecodingError::Kind::dataCorrupted, path,
+                                     "Cannot initialize from invalid String value " + raw);
+    };
+    ChannelData plane;
+    if (const auto raw = k.decodeIfPresent<std::string>("Compression")) {
+        const auto type = compressionTypeFromRaw(*raw);
+        if (!type) throw invalid("Compression", *raw);
+        plane.compressionType = *type;
+    }
+    if (const auto raw = k.decodeIfPresent<std::string>("Prediction")) {
+        const auto type = predictionTypeFromRaw(*raw);
+        if (!type) throw invalid("Prediction", *raw);
+        plane.predictionType = *type;
+    }
+    plane.data = k.decode<coding::Data>("Data");
+    plane.dataIsBigEndian = true;
+    return plane;
+}
+
+template class ChannelData<std::uint8_t>;
+template class ChannelData<std::uint16_t>;
+template class ChannelData<float>;
+
+} // namespace bic

@@ -1,0 +1,98 @@
+#include "bic/buffers/compression.hpp"
+
+#include <libdeflate.h>
+#include <memory>
+
+namespace bic {
+
+std::vector<std::uint8_t> packBits(std::span<const std::uint8_t> in) {
+    std::vector<std::uint8_t> out;
+    out.reserve(in.size() + in.size() / 128 + 1);
+    std::size_t i = 0;
+    const std::size_t n = in.size();
+    while (i < n) {
+        std::size_t run = 1;
+        while (i + run < n && run < 128 && in[i + run] == in[i])
+            ++run;
+        if (run >= 3) {
+            out.push_back(std::uint8_t(257 - run)); // −(run − 1) as a signed byte
+            out.push_back(in[i]);
+            i += run;
+            continue;
+        }
+        // A literal packet up to the next run of three.
+        const std::size_t start = i;
+        while (i < n && i - start < 128) {
+            if (i + 2 < n && in[i] == in[i + 1] && in[i] == in[i + 2]) break;
+            ++i;
+        }
+        out.push_back(std::uint8_t(i - start - 1));
+        out.insert(out.end(), in.begin() + std::ptrdiff_t(start), in.begin() + std::ptrdiff_t(i));
+    }
+    return out;
+}
+
+std::vector<std::uint8_t> unpackBits(std::span<const std::uint8_t> in, std::size_t capacity) {
+    std::vector<std::uint8_t> out;
+    out.reserve(capacity);
+    std::size_t i = 0;
+    while (i < in.size()) {
+        const auto header = std::int8_t(in[i++]);
+        if (header == -128) continue;
+        if (header >= 0) {
+            const std::size_t count = std::size_t(header) + 1;
+            if (i + count > in.size())
+                throw CompressionError("PackBits literal runs past the end of the data.");
+            if (out.size() + count > capacity)
+                throw CompressionError("PackBits data decodes to more than the row holds.");
+            out.insert(out.end(), in.begin() + std::ptrdiff_t(i),
+                       in.begin() + std::ptrdiff_t(i + count));
+            i += count;
+        } else {
+            const std::size_t count = std::size_t(1 - header);
+            if (i >= in.size()) throw CompressionError("PackBits repeat has no byte to repeat.");
+            if (out.size() + count > capacity)
+                throw CompressionError("PackBits data decodes to more than the row holds.");
+            out.insert(out.end(), count, in[i++]);
+        }
+    }
+    return out;
+}
+
+namespace {
+struct CompressorFree {
+    void operator()(libdeflate_compressor* c) const { libdeflate_free_compressor(c); }
+};
+struct DecompressorFree {
+    void operator()(libdeflate_decompressor* d) const { libdeflate_free_decompressor(d); }
+};
+} // namespace
+
+std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> in) {
+    // Coders keep large tables; one per thread serves every plane that thread codes.
+    thread_local std::unique_ptr<libdeflate_compressor, CompressorFree> compressor(
+        libdeflate_alloc_compressor(6));
+    if (!compressor) throw CompressionError("The deflate coder could not be made.");
+    std::vector<std::uint8_t> out(libdeflate_zlib_compress_bound(compressor.get(), in.size()));
+    const std::size_t size =
+        libdeflate_zlib_compress(compressor.get(), in.data(), in.size(), out.data(), out.size());
+    if (size == 0) throw CompressionError("Deflate output did not fit its bound.");
+    out.resize(size);
+    return out;
+}
+
+std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> in,
+                                          std::size_t uncompressedSize) {
+    thread_local std::unique_ptr<libdeflate_decompressor, DecompressorFree> decompressor(
+        libdeflate_alloc_decompressor());
+    if (!decompressor) throw CompressionError("The inflate coder could not be made.");
+    std::vector<std::uint8_t> out(uncompressedSize);
+    std::size_t actual = 0;
+    const auto result = libdeflate_zlib_decompress(decompressor.get(), in.data(), in.size(),
+                                                   out.data(), out.size(), &actual);
+    if (result != LIBDEFLATE_SUCCESS || actual != uncompressedSize)
+        throw CompressionError("The zip data is corrupt or does not decode to the plane's size.");
+    return out;
+}
+
+} // namespace bic
