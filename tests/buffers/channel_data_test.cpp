@@ -2,6 +2,7 @@
 #include "bic/buffers/compression.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/coding/formats.hpp"
+#include "support/expect_error.hpp"
 
 #include <cstring>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <zlib.h>
 
 using namespace bic;
+using bic::test_support::expectCode;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
@@ -29,15 +31,6 @@ std::vector<T> samplesOf(const Bytes& b) {
 }
 
 ChannelData<std::uint8_t> plane8(const Bytes& b) { return ChannelData<std::uint8_t>(b, false); }
-
-void expectCode(const std::function<void()>& f, ImageCoreError::Code code) {
-    try {
-        f();
-        ADD_FAILURE() << "no error";
-    } catch (const ImageCoreError& e) {
-        EXPECT_EQ(e.code(), code);
-    }
-}
 
 // Photo-like samples: smooth gradients with a little noise, so that prediction pays off.
 template <class T>

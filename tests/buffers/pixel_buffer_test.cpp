@@ -1,5 +1,6 @@
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "support/expect_error.hpp"
 
 #include <cstring>
 #include <functional>
@@ -7,17 +8,9 @@
 #include <random>
 
 using namespace bic;
+using bic::test_support::expectCode;
 
 namespace {
-
-void expectCode(const std::function<void()>& f, ImageCoreError::Code code) {
-    try {
-        f();
-        ADD_FAILURE() << "no error";
-    } catch (const ImageCoreError& e) {
-        EXPECT_EQ(e.code(), code);
-    }
-}
 
 template <class P>
 PixelBuffer<P> filled(std::int64_t w, std::int64_t h, unsigned seed) {

@@ -1,24 +1,17 @@
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/paths/path.hpp"
 #include "bic/paths/path_drawing.hpp"
+#include "support/expect_error.hpp"
 
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
 
 using namespace bic;
+using bic::test_support::expectCode;
 using cg::PathElementType;
 
 namespace {
-void expectCode(const std::function<void()>& f, ImageCoreError::Code code) {
-    try {
-        f();
-        ADD_FAILURE() << "no error";
-    } catch (const ImageCoreError& e) {
-        EXPECT_EQ(e.code(), code);
-    }
-}
-
 std::vector<PathElementType> types(const cg::Path& p) {
     std::vector<PathElementType> t;
     for (const auto& e : p.elements())

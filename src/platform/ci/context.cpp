@@ -17,22 +17,8 @@ using namespace detail;
 namespace {
 
 Format formatOf(const io::Surface& s) {
-    switch (s.pixelFormat()) {
-    case io::surface_format::argb8:
-        return Format::ARGB8;
-    case io::surface_format::gray8:
-        return Format::L8;
-    case io::surface_format::rgba16:
-        return Format::RGBA16;
-    case io::surface_format::gray16:
-        return Format::L16;
-    case io::surface_format::rgbaf:
-        return Format::RGBAf;
-    case io::surface_format::grayf:
-        return Format::Lf;
-    default:
-        throw RenderError("The surface's pixel format cannot be rendered into.");
-    }
+    if (const auto format = formatOfSurfaceCode(s.pixelFormat())) return *format;
+    throw RenderError("The surface's pixel format cannot be rendered into.");
 }
 
 // A bitmap seen through integer translations only: its rows can be copied as bytes into a

@@ -289,29 +289,8 @@ std::optional<Image> Image::withSharedBitmap(std::shared_ptr<const void> owner, 
 
 std::optional<Image> Image::fromSurface(std::shared_ptr<io::Surface> surface) {
     if (!surface) return std::nullopt;
-    std::optional<Format> format;
-    switch (surface->pixelFormat()) {
-    case io::surface_format::argb8:
-        format = Format::ARGB8;
-        break;
-    case io::surface_format::gray8:
-        format = Format::L8;
-        break;
-    case io::surface_format::rgba16:
-        format = Format::RGBA16;
-        break;
-    case io::surface_format::gray16:
-        format = Format::L16;
-        break;
-    case io::surface_format::rgbaf:
-        format = Format::RGBAf;
-        break;
-    case io::surface_format::grayf:
-        format = Format::Lf;
-        break;
-    default:
-        return std::nullopt;
-    }
+    const std::optional<Format> format = formatOfSurfaceCode(surface->pixelFormat());
+    if (!format) return std::nullopt;
     io::Surface* s = surface.get();
     return Image(std::make_shared<BitmapNode>(surface, s->baseAddress(), s->bytesPerRow(),
                                               s->width(), s->height(), *format, surface));

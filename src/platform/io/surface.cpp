@@ -1,5 +1,7 @@
 #include "bic/platform/io/surface.hpp"
 
+#include "bic/platform/ci/format.hpp"
+
 #include <atomic>
 #include <mutex>
 #include <sys/mman.h>
@@ -104,3 +106,29 @@ bool Surface::unlock(LockOptions options, std::uint32_t* seed) {
 }
 
 } // namespace bic::io
+
+namespace bic::ci {
+
+std::optional<Format> formatOfSurfaceCode(std::uint32_t code) {
+    namespace sf = io::surface_format;
+    switch (code) {
+    case sf::argb8:
+        return Format::ARGB8;
+    case sf::bgra8:
+        return Format::BGRA8;
+    case sf::gray8:
+        return Format::L8;
+    case sf::rgba16:
+        return Format::RGBA16;
+    case sf::gray16:
+        return Format::L16;
+    case sf::rgbaf:
+        return Format::RGBAf;
+    case sf::grayf:
+        return Format::Lf;
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace bic::ci

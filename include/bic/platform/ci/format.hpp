@@ -1,6 +1,9 @@
 #pragma once
 // Pixel layouts the lazy-image engine reads and writes.
 
+#include <cstdint>
+#include <optional>
+
 namespace bic::ci {
 
 enum class Format {
@@ -36,5 +39,8 @@ constexpr int bytesPerPixel(Format f) {
     }
     return 0;
 }
+
+/// The layout of a surface pixel-format code (see io::surface_format); nothing for others.
+std::optional<Format> formatOfSurfaceCode(std::uint32_t code);
 
 } // namespace bic::ci
