@@ -154,6 +154,7 @@ void swapBytes(std::vector<std::uint8_t>& data) {
 
 // Float rows of big-endian bytes become four byte planes (most significant bytes first) and back.
 void toBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h) {
+    if (w == 0) return;
     std::vector<std::uint8_t> row(std::size_t(w * 4));
     for (std::int64_t r = 0; r < h; ++r) {
         std::uint8_t* p = data.data() + r * w * 4;
@@ -165,6 +166,7 @@ void toBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t 
 }
 
 void fromBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h) {
+    if (w == 0) return;
     std::vector<std::uint8_t> row(std::size_t(w * 4));
     for (std::int64_t r = 0; r < h; ++r) {
         std::uint8_t* p = data.data() + r * w * 4;

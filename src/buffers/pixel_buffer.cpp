@@ -21,7 +21,10 @@ std::uint16_t expanded16BitValue(std::uint16_t r) {
 template <Pixel P>
 struct PixelBuffer<P>::Storage {
     explicit Storage(cg::ColorSpace s) : space(std::move(s)) {}
-    std::vector<std::uint8_t> bytes;
+    // The pixels live in their own block: images made from the buffer hold it, not the storage,
+    // whose cache holds one of those images.
+    std::shared_ptr<std::vector<std::uint8_t>> bytes =
+        std::make_shared<std::vector<std::uint8_t>>();
     cg::ColorSpace space;
     std::unique_ptr<cg::Context> context;
     std::mutex mutex; // guards the caches
@@ -62,13 +65,13 @@ void PixelBuffer<P>::allocate(const cg::ColorSpace& space) {
     pixelsPerRow_ = bytesPerRow / std::int64_t(sizeof(P));
     storage_ = std::make_shared<Storage>(space);
     try {
-        storage_->bytes.assign(std::size_t(checked::mul(bytesPerRow, size_.height)), 0);
+        storage_->bytes->assign(std::size_t(checked::mul(bytesPerRow, size_.height)), 0);
     } catch (const std::bad_alloc&) {
         throw ImageCoreError(ImageCoreError::memoryError);
     } catch (const std::length_error&) {
         throw ImageCoreError(ImageCoreError::memoryError);
     }
-    storage_->context = cg::Context::bitmap(storage_->bytes.data(), size_.width, size_.height,
+    storage_->context = cg::Context::bitmap(storage_->bytes->data(), size_.width, size_.height,
                                             P::bitDepth, bytesPerRow, space, P::bitmapInfo);
     if (!storage_->context) throw ImageCoreError(ImageCoreError::unknownError);
 }
@@ -90,7 +93,7 @@ PixelBuffer<P>::PixelBuffer(const ci::Image& image, const cg::Rect& extent, std:
     allocate(P::deviceColorSpace());
     const cg::Rect whole(0, 0, double(size_.width), double(size_.height));
     if (!moved.extent().intersects(whole)) return;
-    ci::RenderDestination destination(storage_->bytes.data(), size_.width, size_.height,
+    ci::RenderDestination destination(storage_->bytes->data(), size_.width, size_.height,
                                       bytesPerRow(), P::ciFormat);
     ci::Context::shared()->startTaskToRender(moved, whole, destination).waitUntilCompleted();
 }
@@ -154,7 +157,7 @@ PixelBuffer<P>::PixelBuffer(IntegralSize size, const std::vector<P>& table,
 
 template <Pixel P>
 P* PixelBuffer<P>::pixels() const {
-    return reinterpret_cast<P*>(storage_->bytes.data());
+    return reinterpret_cast<P*>(storage_->bytes->data());
 }
 
 template <Pixel P>
@@ -178,7 +181,7 @@ ci::Image PixelBuffer<P>::image() const {
     std::lock_guard lock(storage_->mutex);
     if (!storage_->image)
         storage_->image =
-            ci::Image::withSharedBitmap(storage_, storage_->bytes.data(), bytesPerRow(),
+            ci::Image::withSharedBitmap(storage_->bytes, storage_->bytes->data(), bytesPerRow(),
                                         size_.width, size_.height, P::ciFormat);
     return *storage_->image;
 }
@@ -187,7 +190,7 @@ template <Pixel P>
 cg::Image PixelBuffer<P>::cgImage(const cg::ColorSpace& space, cg::RenderingIntent intent) const {
     if (space.model() != P::model) throw ImageCoreError(ImageCoreError::parameterError);
     // The image shares the bytes, as a data provider over them would.
-    std::shared_ptr<const std::vector<std::uint8_t>> bytes(storage_, &storage_->bytes);
+    std::shared_ptr<const std::vector<std::uint8_t>> bytes = storage_->bytes;
     auto image =
         cg::Image::make(size_.width, size_.height, P::bitDepth, P::componentCount * P::bitDepth,
                         bytesPerRow(), space, P::bitmapInfo, std::move(bytes), intent);

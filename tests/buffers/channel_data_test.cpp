@@ -19,14 +19,14 @@ namespace {
 template <class T>
 Bytes bytesOf(const std::vector<T>& v) {
     Bytes b(v.size() * sizeof(T));
-    std::memcpy(b.data(), v.data(), b.size());
+    if (!b.empty()) std::memcpy(b.data(), v.data(), b.size());
     return b;
 }
 
 template <class T>
 std::vector<T> samplesOf(const Bytes& b) {
     std::vector<T> v(b.size() / sizeof(T));
-    std::memcpy(v.data(), b.data(), b.size());
+    if (!b.empty()) std::memcpy(v.data(), b.data(), b.size());
     return v;
 }
 

@@ -198,3 +198,15 @@ TEST(PixelBufferDeathTest, CallerErrorsStop) {
                  "Unsupported bit depth.");
     EXPECT_DEATH(PixelBuffer<PixelGray8>(IntegralSize(1, 1), cg::ColorSpace::sRGB()), "model");
 }
+
+TEST(PixelBuffer, ImagesOutliveTheirBuffer) {
+    std::optional<ci::Image> image;
+    {
+        PixelBuffer<PixelGray8> b(IntegralSize(2, 1), cg::ColorSpace::deviceGray());
+        b.withUnsafeBuffer([](std::span<PixelGray8> p) { p[1] = PixelGray8(51); });
+        image = b.image();
+        EXPECT_EQ(b.image(), *image) << "made once";
+    }
+    const PixelBuffer<PixelGray8> again(*image, cg::Rect(0, 0, 2, 1));
+    EXPECT_EQ(*again(1, 0), PixelGray8(51));
+}
