@@ -8,12 +8,16 @@
 
 namespace {
 
+// Drops the "/real_time" and "/<argument>" parts Google Benchmark appends to a name.
 std::string strip(std::string name) {
-    const std::string suffix = "/real_time";
-    if (name.size() > suffix.size() &&
-        name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
-        name.resize(name.size() - suffix.size());
-    return name;
+    for (;;) {
+        const auto slash = name.rfind('/');
+        if (slash == std::string::npos) return name;
+        const std::string last = name.substr(slash + 1);
+        const bool number = !last.empty() && last.find_first_not_of("0123456789") == std::string::npos;
+        if (last != "real_time" && !number) return name;
+        name.resize(slash);
+    }
 }
 
 class RecordingReporter : public benchmark::ConsoleReporter {
