@@ -351,3 +351,18 @@ TEST(Drawing, LargeFillsJoinTheirBandsWithoutSeams) {
     const double area = std::numbers::pi * 500 * 500;
     EXPECT_NEAR(coverage(*plain), area, area * 0.005);
 }
+
+TEST(Drawing, GradientsAcrossRectanglesAtAnAngle) {
+    const Gradient blackToWhite{{Color::deviceGray(0), Color::deviceGray(1)}, {0, 1}};
+    auto up = grey8(4, 10);
+    up->drawLinearGradient(blackToWhite, Rect(0, 0, 4, 10), 90); // bottom to top
+    EXPECT_EQ(at(*up, 0, 0), 13);                                // centre 0.5 of 10
+    EXPECT_EQ(at(*up, 3, 9), 242);
+    auto diagonal = grey8(10, 10);
+    diagonal->drawLinearGradient(blackToWhite, Rect(2, 2, 6, 6), 45);
+    EXPECT_EQ(at(*diagonal, 1, 1), 0) << "clipped to the rectangle";
+    EXPECT_LT(at(*diagonal, 2, 2), 30);
+    EXPECT_GT(at(*diagonal, 7, 7), 225);
+    EXPECT_EQ(at(*diagonal, 2, 7), at(*diagonal, 7, 2)) << "the other diagonal is one level";
+    EXPECT_TRUE(diagonal->ctm().isIdentity());
+}

@@ -385,4 +385,25 @@ void Context::drawLinearGradient(const Gradient& gradient, Point start, Point en
     });
 }
 
+void Context::drawLinearGradient(const Gradient& gradient, const Rect& rect, double angleDegrees) {
+    const Rect r = rect.standardized();
+    if (r.isEmpty()) return;
+    const double radians = angleDegrees * 3.14159265358979323846 / 180;
+    const double dx = std::cos(radians), dy = std::sin(radians);
+    double lo = 0, hi = 0;
+    bool first = true;
+    for (const Point corner : {Point{r.minX(), r.minY()}, Point{r.maxX(), r.minY()},
+                               Point{r.minX(), r.maxY()}, Point{r.maxX(), r.maxY()}}) {
+        const double along = (corner.x - r.midX()) * dx + (corner.y - r.midY()) * dy;
+        lo = first ? along : std::min(lo, along);
+        hi = first ? along : std::max(hi, along);
+        first = false;
+    }
+    saveGState();
+    clip(r);
+    drawLinearGradient(gradient, {r.midX() + lo * dx, r.midY() + lo * dy},
+                       {r.midX() + hi * dx, r.midY() + hi * dy});
+    restoreGState();
+}
+
 } // namespace bic::cg

@@ -86,6 +86,10 @@ public:
     /// flags say so, over the clip.
     void drawLinearGradient(const Gradient& gradient, Point start, Point end,
                             bool extendBefore = true, bool extendAfter = true);
+    /// The gradient across `rect` at `angleDegrees` (0 runs left to right, 90 bottom to top),
+    /// from the corner that comes first along that direction to the one that comes last, and
+    /// clipped to the rectangle.
+    void drawLinearGradient(const Gradient& gradient, const Rect& rect, double angleDegrees);
 
 private:
     struct State {
