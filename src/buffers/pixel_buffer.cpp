@@ -1,6 +1,7 @@
 #include "bic/buffers/pixel_buffer.hpp"
 
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/cg/color_transform.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
 
@@ -252,6 +253,46 @@ PixelBuffer<P> PixelBuffer<P>::cropped(const cg::Rect& rect) const {
         rect.intersection(cg::Rect(0, 0, double(size_.width), double(size_.height))).integral();
     if (area.isEmpty()) throw ImageCoreError(ImageCoreError::parameterError);
     return PixelBuffer(image().cropped(area), area, title_);
+}
+
+template <Pixel P>
+PixelBuffer<P> PixelBuffer<P>::converted(const cg::ColorSpace& from, const cg::ColorSpace& to,
+                                         cg::RenderingIntent intent) const {
+    if (from.model() != P::model || to.model() != P::model)
+        throw ImageCoreError(ImageCoreError::parameterError);
+    const auto transform = cg::ColorTransform::make(from, to, intent);
+    if (!transform) throw ImageCoreError(ImageCoreError::colorConversionError);
+    PixelBuffer out(size_, to, title_);
+    constexpr int n = RGBAPixel<P> ? 3 : 1;
+    std::vector<float> in(std::size_t(size_.width * n)), matched(in.size()),
+        alpha(std::size_t(size_.width));
+    for (std::int64_t row = 0; row < size_.height; ++row) {
+        const P* src = pixels() + row * pixelsPerRow_;
+        P* dst = out.pixels() + row * pixelsPerRow_;
+        for (std::int64_t x = 0; x < size_.width; ++x) {
+            if constexpr (RGBAPixel<P>) {
+                const float a = src[x].alpha();
+                const float k = a > 0 ? 1 / a : 0;
+                alpha[std::size_t(x)] = a;
+                in[std::size_t(3 * x)] = src[x].red() * k;
+                in[std::size_t(3 * x + 1)] = src[x].green() * k;
+                in[std::size_t(3 * x + 2)] = src[x].blue() * k;
+            } else {
+                in[std::size_t(x)] = src[x].gray();
+            }
+        }
+        transform->apply(in.data(), matched.data(), std::size_t(size_.width));
+        for (std::int64_t x = 0; x < size_.width; ++x) {
+            if constexpr (RGBAPixel<P>) {
+                const float a = alpha[std::size_t(x)];
+                const float* c = matched.data() + 3 * x;
+                dst[x] = P::withRGBA(c[0] * a, c[1] * a, c[2] * a, a);
+            } else {
+                dst[x] = P::withGray(matched[std::size_t(x)]);
+            }
+        }
+    }
+    return out;
 }
 
 template <Pixel P>

@@ -210,3 +210,35 @@ TEST(PixelBuffer, ImagesOutliveTheirBuffer) {
     const PixelBuffer<PixelGray8> again(*image, cg::Rect(0, 0, 2, 1));
     EXPECT_EQ(*again(1, 0), PixelGray8(51));
 }
+
+TEST(PixelBuffer, ColourSpaceConversionMatchesEachColour) {
+    const auto source = filled<PixelRGBA32>(5, 3, 11);
+    const auto p3 = source.converted(cg::ColorSpace::sRGB(), cg::ColorSpace::displayP3(),
+                                     cg::RenderingIntent::relativeColorimetric);
+    EXPECT_EQ(p3.colorSpace(), cg::ColorSpace::displayP3());
+    for (std::int64_t y = 0; y < 3; ++y)
+        for (std::int64_t x = 0; x < 5; ++x) {
+            const PixelRGBA32 s = *source(x, y);
+            if (s.alpha() == 0) continue;
+            // The same colour matched on its own, unpremultiplied.
+            const PixelRGBA32 straight =
+                PixelRGBA32::withRGBA(s.red() / s.alpha(), s.green() / s.alpha(),
+                                      s.blue() / s.alpha(), 1)
+                    .converted(cg::ColorSpace::sRGB(), cg::ColorSpace::displayP3(),
+                               cg::RenderingIntent::relativeColorimetric);
+            const PixelRGBA32 m = *p3(x, y);
+            EXPECT_NEAR(m.red(), straight.red() * s.alpha(), 2e-3f);
+            EXPECT_NEAR(m.blue(), straight.blue() * s.alpha(), 2e-3f);
+            EXPECT_EQ(m.alpha(), s.alpha());
+        }
+    const auto grey = filled<PixelGray8>(3, 3, 12);
+    EXPECT_EQ(grey.converted(cg::ColorSpace::deviceGray(), cg::ColorSpace::deviceGray(),
+                             cg::RenderingIntent::perceptual),
+              grey);
+    expectCode(
+        [&] {
+            grey.converted(cg::ColorSpace::sRGB(), cg::ColorSpace::deviceGray(),
+                           cg::RenderingIntent::perceptual);
+        },
+        ImageCoreError::parameterError);
+}

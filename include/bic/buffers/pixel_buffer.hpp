@@ -91,6 +91,11 @@ public:
     cg::Rect visibleExtent() const;
     /// The smallest rectangle holding every pixel unlike `background`; (0, 0, width, 0) if none.
     cg::Rect trimmedExtent(const P& background) const;
+    /// The pixels matched from `from` to `to` (both of P's model): colours are unpremultiplied,
+    /// matched and premultiplied again. Throws parameterError for spaces of another model and
+    /// colorConversionError when the spaces cannot be matched.
+    PixelBuffer converted(const cg::ColorSpace& from, const cg::ColorSpace& to,
+                          cg::RenderingIntent intent) const;
     /// A new buffer of the integral intersection with `rect`; parameterError when empty.
     PixelBuffer cropped(const cg::Rect& rect) const;
     /// One plane per component (red, green, blue, alpha or grey), each compressed. When a plane
