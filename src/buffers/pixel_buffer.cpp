@@ -331,21 +331,23 @@ PixelBuffer<P>::compressedChannels(bool reduced16BitColorRange,
 }
 
 template <Pixel P>
+bool PixelBuffer<P>::everyPixelIs(const P& value) const {
+    for (std::int64_t y = 0; y < size_.height; ++y) {
+        const P* row = pixels() + y * pixelsPerRow_;
+        if (!std::all_of(row, row + size_.width, [&](const P& p) { return p == value; }))
+            return false;
+    }
+    return true;
+}
+
+template <Pixel P>
 bool PixelBuffer<P>::isWhiteImage() const requires RGBAPixel<P> {
-    return withUnsafeBuffer([&](std::span<const P>) {
-        for (std::int64_t y = 0; y < size_.height; ++y)
-            for (std::int64_t x = 0; x < size_.width; ++x)
-                if (!(pixels()[y * pixelsPerRow_ + x] == P::whiteColor())) return false;
-        return true;
-    });
+    return everyPixelIs(P::whiteColor());
 }
 
 template <Pixel P>
 bool PixelBuffer<P>::isBlackImage() const requires RGBAPixel<P> {
-    for (std::int64_t y = 0; y < size_.height; ++y)
-        for (std::int64_t x = 0; x < size_.width; ++x)
-            if (!(pixels()[y * pixelsPerRow_ + x] == P::blackColor())) return false;
-    return true;
+    return everyPixelIs(P::blackColor());
 }
 
 template <Pixel P>

@@ -116,6 +116,7 @@ private:
     void allocate(const cg::ColorSpace& space);
     P* pixels() const;
     bool equalPixels(const PixelBuffer& other) const;
+    bool everyPixelIs(const P& value) const;
 
     std::string title_;
     IntegralSize size_;

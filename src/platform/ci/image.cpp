@@ -172,7 +172,8 @@ void CropNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     auto cover = [](double p, double lo, double hi) {
         return float(std::clamp(std::min(p + 1, hi) - std::max(p, lo), 0.0, 1.0));
     };
-    std::vector<float> columns(std::size_t(r.w));
+    const Scratch::Lease lease = s.take(std::size_t(r.w));
+    float* columns = lease.data();
     bool partialColumns = false;
     for (std::int64_t j = 0; j < r.w; ++j) {
         columns[j] = cover(double(r.x + j), rect.minX(), rect.maxX());

@@ -41,6 +41,7 @@ public:
     /// An image over a copy of bitmap bytes: `width` × `height` pixels of `format`, rows
     /// `rowBytes` apart, top row first, extent (0, 0, width, height). Nothing when the sizes are
     /// not positive or the rows are too short for the format.
+    /// The colour space says what the numbers mean to the caller; rendering never converts them.
     static std::optional<Image> fromBitmap(const void* bytes, std::int64_t rowBytes,
                                            std::int64_t width, std::int64_t height, Format format,
                                            std::optional<cg::ColorSpace> colorSpace = std::nullopt);
