@@ -4,6 +4,7 @@
 #include "bic/platform/cg/color_transform.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
+#include "pixel_rows.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -33,28 +34,17 @@ struct PixelBuffer<P>::Storage {
     std::optional<cg::Rect> visibleExtent;
 };
 
-namespace {
+using detail::ComponentOf;
 
 template <Pixel P>
-using ComponentOf = typename P::ComponentType;
-
-// Component k of a pixel in memory order; the formats are arrays of their component type.
-template <Pixel P>
-ComponentOf<P>* components(P* p) {
-    return reinterpret_cast<ComponentOf<P>*>(p);
+detail::PixelRows<P> PixelBuffer<P>::rows() const {
+    return {pixels(), pixelsPerRow_, size_};
 }
 
-// Index of the stored plane (red, green, blue, alpha) that memory component k comes from: only
-// the 8-bit format keeps alpha first.
 template <Pixel P>
-int planeOf(int k) {
-    if constexpr (P::alphaInfo == PixelAlphaInfo::first)
-        return (k + 3) % 4;
-    else
-        return k;
+detail::PixelRows<const P> PixelBuffer<P>::constRows() const {
+    return {pixels(), pixelsPerRow_, size_};
 }
-
-} // namespace
 
 template <Pixel P>
 void PixelBuffer<P>::allocate(const cg::ColorSpace& space) {
@@ -116,30 +106,9 @@ template <Pixel P>
 PixelBuffer<P>::PixelBuffer(IntegralSize size, std::vector<AnyChannelData> channels,
                             bool expand16BitColorRange, std::string title)
     : title_(std::move(title)), size_(size) {
-    using T = ComponentOf<P>;
-    if (size.width < 1 || size.height < 1 || std::int64_t(channels.size()) != P::componentCount)
-        throw ImageCoreError(ImageCoreError::parameterError);
-    std::vector<ChannelData<T>> planes;
-    for (auto& any : channels) {
-        auto* plane = std::get_if<ChannelData<T>>(&any);
-        if (!plane) throw ImageCoreError(ImageCoreError::parameterError);
-        planes.push_back(std::move(*plane));
-        planes.back().decompress(size.width, size.height);
-    }
+    const auto planes = detail::decodedPlanes<P>(size, std::move(channels));
     allocate(P::deviceColorSpace());
-    for (int k = 0; k < P::componentCount; ++k) {
-        const T* samples =
-            reinterpret_cast<const T*>(planes[std::size_t(planeOf<P>(k))].data.data());
-        for (std::int64_t row = 0; row < size_.height; ++row) {
-            P* out = pixels() + row * pixelsPerRow_;
-            for (std::int64_t x = 0; x < size_.width; ++x) {
-                T v = samples[row * size_.width + x];
-                if constexpr (std::is_same_v<T, std::uint16_t>)
-                    if (expand16BitColorRange) v = expanded16BitValue(v);
-                components(out + x)[k] = v;
-            }
-        }
-    }
+    detail::interleave(rows(), planes, expand16BitColorRange);
 }
 
 template <Pixel P>
@@ -202,49 +171,13 @@ cg::Image PixelBuffer<P>::cgImage(const cg::ColorSpace& space, cg::RenderingInte
 template <Pixel P>
 cg::Rect PixelBuffer<P>::visibleExtent() const {
     std::lock_guard lock(storage_->mutex);
-    if (storage_->visibleExtent) return *storage_->visibleExtent;
-    std::int64_t x0 = size_.width, x1 = -1, y0 = size_.height, y1 = -1;
-    for (std::int64_t y = 0; y < size_.height; ++y) {
-        const P* row = pixels() + (size_.height - 1 - y) * pixelsPerRow_;
-        for (std::int64_t x = 0; x < size_.width; ++x) {
-            if (row[x].trimComponent() == ComponentOf<P>(0)) continue;
-            x0 = std::min(x0, x), x1 = std::max(x1, x), y0 = std::min(y0, y), y1 = std::max(y1, y);
-        }
-    }
-    storage_->visibleExtent =
-        x1 < 0 ? cg::Rect::zero()
-               : cg::Rect(double(x0), double(y0), double(x1 - x0 + 1), double(y1 - y0 + 1));
+    if (!storage_->visibleExtent) storage_->visibleExtent = detail::visibleExtent(constRows());
     return *storage_->visibleExtent;
 }
 
 template <Pixel P>
 cg::Rect PixelBuffer<P>::trimmedExtent(const P& background) const {
-    const std::int64_t w = size_.width, h = size_.height;
-    auto rowIsBackground = [&](std::int64_t memoryRow) {
-        const P* row = pixels() + memoryRow * pixelsPerRow_;
-        return std::all_of(row, row + w, [&](const P& p) { return p == background; });
-    };
-    std::int64_t top = 0;
-    while (top < h && rowIsBackground(top))
-        ++top;
-    if (top == h) return cg::Rect(0, 0, double(w), 0);
-    std::int64_t bottom = h - 1;
-    while (bottom > top && rowIsBackground(bottom))
-        --bottom;
-    auto columnIsBackground = [&](std::int64_t x) {
-        for (std::int64_t r = top; r <= bottom; ++r)
-            if (!(pixels()[r * pixelsPerRow_ + x] == background)) return false;
-        return true;
-    };
-    std::int64_t left = 0;
-    while (columnIsBackground(left))
-        ++left;
-    std::int64_t right = w - 1;
-    while (right > left && columnIsBackground(right))
-        --right;
-    // Memory rows top…bottom are image rows h − 1 − bottom … h − 1 − top.
-    return cg::Rect(double(left), double(h - 1 - bottom), double(right - left + 1),
-                    double(bottom - top + 1));
+    return detail::trimmedExtent(constRows(), background);
 }
 
 template <Pixel P>
@@ -263,35 +196,7 @@ PixelBuffer<P> PixelBuffer<P>::converted(const cg::ColorSpace& from, const cg::C
     const auto transform = cg::ColorTransform::make(from, to, intent);
     if (!transform) throw ImageCoreError(ImageCoreError::colorConversionError);
     PixelBuffer out(size_, to, title_);
-    constexpr int n = RGBAPixel<P> ? 3 : 1;
-    std::vector<float> in(std::size_t(size_.width * n)), matched(in.size()),
-        alpha(std::size_t(size_.width));
-    for (std::int64_t row = 0; row < size_.height; ++row) {
-        const P* src = pixels() + row * pixelsPerRow_;
-        P* dst = out.pixels() + row * pixelsPerRow_;
-        for (std::int64_t x = 0; x < size_.width; ++x) {
-            if constexpr (RGBAPixel<P>) {
-                const float a = src[x].alpha();
-                const float k = a > 0 ? 1 / a : 0;
-                alpha[std::size_t(x)] = a;
-                in[std::size_t(3 * x)] = src[x].red() * k;
-                in[std::size_t(3 * x + 1)] = src[x].green() * k;
-                in[std::size_t(3 * x + 2)] = src[x].blue() * k;
-            } else {
-                in[std::size_t(x)] = src[x].gray();
-            }
-        }
-        transform->apply(in.data(), matched.data(), std::size_t(size_.width));
-        for (std::int64_t x = 0; x < size_.width; ++x) {
-            if constexpr (RGBAPixel<P>) {
-                const float a = alpha[std::size_t(x)];
-                const float* c = matched.data() + 3 * x;
-                dst[x] = P::withRGBA(c[0] * a, c[1] * a, c[2] * a, a);
-            } else {
-                dst[x] = P::withGray(matched[std::size_t(x)]);
-            }
-        }
-    }
+    detail::matchColors(constRows(), out.rows(), *transform);
     return out;
 }
 
@@ -300,64 +205,23 @@ std::vector<AnyChannelData>
 PixelBuffer<P>::compressedChannels(bool reduced16BitColorRange,
                                    ChannelDataCompressionType compression,
                                    PredictionType prediction, bool discard) const {
-    using T = ComponentOf<P>;
-    std::vector<AnyChannelData> planes;
-    std::exception_ptr failure;
-    for (int plane = 0; plane < P::componentCount; ++plane) {
-        int k = 0;
-        while (planeOf<P>(k) != plane)
-            ++k;
-        std::vector<std::uint8_t> bytes(std::size_t(size_.width * size_.height) * sizeof(T));
-        T* samples = reinterpret_cast<T*>(bytes.data());
-        for (std::int64_t row = 0; row < size_.height; ++row) {
-            P* in = pixels() + row * pixelsPerRow_;
-            for (std::int64_t x = 0; x < size_.width; ++x) {
-                T v = components(in + x)[k];
-                if constexpr (std::is_same_v<T, std::uint16_t>)
-                    if (reduced16BitColorRange) v = reduced16BitValue(v);
-                samples[row * size_.width + x] = v;
-            }
-        }
-        ChannelData<T> channel(std::move(bytes), false);
-        try {
-            channel.compress(compression, prediction, size_.width, size_.height, discard);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        planes.emplace_back(std::move(channel));
-    }
-    if (failure) std::rethrow_exception(failure);
-    return planes;
-}
-
-template <Pixel P>
-bool PixelBuffer<P>::everyPixelIs(const P& value) const {
-    for (std::int64_t y = 0; y < size_.height; ++y) {
-        const P* row = pixels() + y * pixelsPerRow_;
-        if (!std::all_of(row, row + size_.width, [&](const P& p) { return p == value; }))
-            return false;
-    }
-    return true;
+    return detail::compressedPlanes(constRows(), reduced16BitColorRange, compression, prediction,
+                                    discard);
 }
 
 template <Pixel P>
 bool PixelBuffer<P>::isWhiteImage() const requires RGBAPixel<P> {
-    return everyPixelIs(P::whiteColor());
+    return detail::everyPixelIs(constRows(), P::whiteColor());
 }
 
 template <Pixel P>
 bool PixelBuffer<P>::isBlackImage() const requires RGBAPixel<P> {
-    return everyPixelIs(P::blackColor());
+    return detail::everyPixelIs(constRows(), P::blackColor());
 }
 
 template <Pixel P>
 bool PixelBuffer<P>::equalPixels(const PixelBuffer& o) const {
-    if (!(size_ == o.size_)) return false;
-    for (std::int64_t y = 0; y < size_.height; ++y)
-        if (!std::equal(pixels() + y * pixelsPerRow_, pixels() + y * pixelsPerRow_ + size_.width,
-                        o.pixels() + y * o.pixelsPerRow_))
-            return false;
-    return true;
+    return detail::equalPixels(constRows(), o.constRows());
 }
 
 namespace {

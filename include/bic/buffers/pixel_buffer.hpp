@@ -24,6 +24,11 @@
 
 namespace bic {
 
+namespace detail {
+template <class P>
+struct PixelRows;
+}
+
 /// 16-bit samples kept in 1…32768 by some stores: floor(v / 2) + 1.
 std::uint16_t reduced16BitValue(std::uint16_t v);
 /// 2r − 1; a stored value above 32768 throws ImageCoreError::fileReadCorruptedDataError, and 0
@@ -116,7 +121,8 @@ private:
     void allocate(const cg::ColorSpace& space);
     P* pixels() const;
     bool equalPixels(const PixelBuffer& other) const;
-    bool everyPixelIs(const P& value) const;
+    detail::PixelRows<P> rows() const;
+    detail::PixelRows<const P> constRows() const;
 
     std::string title_;
     IntegralSize size_;
