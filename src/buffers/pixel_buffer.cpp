@@ -224,36 +224,9 @@ bool PixelBuffer<P>::equalPixels(const PixelBuffer& o) const {
     return detail::equalPixels(constRows(), o.constRows());
 }
 
-namespace {
-template <class Q, Pixel P>
-PixelBufferType drawnAs(const PixelBuffer<P>& b) {
-    return PixelBuffer<Q>(b.cgImage(), Q::deviceColorSpace(), b.title());
-}
-} // namespace
-
-PixelBufferType converted(const PixelBufferType& buffer, int bitDepth) {
-    return std::visit(
-        [&](const auto& b) -> PixelBufferType {
-            using P = typename std::decay_t<decltype(b)>::Element;
-            if (P::bitDepth == bitDepth) return b;
-            if (bitDepth != 8 && bitDepth != 16 && bitDepth != 32)
-                fatalError("Unsupported bit depth.");
-            if constexpr (P::model == cg::ColorSpaceModel::monochrome) {
-                if (bitDepth == 8) return drawnAs<PixelGray8>(b);
-                if (bitDepth == 16) return drawnAs<PixelGray16>(b);
-                return drawnAs<PixelGray32>(b);
-            } else {
-                if (bitDepth == 8) return drawnAs<PixelARGB8>(b);
-                if (bitDepth == 16) return drawnAs<PixelRGBA16>(b);
-                return drawnAs<PixelRGBA32>(b);
-            }
-        },
-        buffer);
-}
-
-bool equal(const std::optional<PixelBufferType>& a, const std::optional<PixelBufferType>& b) {
-    if (!a || !b) return !a && !b;
-    return a->index() == b->index() && *a == *b;
+template <Pixel P>
+void PixelBuffer<P>::encode(coding::Encoder& encoder) const {
+    detail::encodeRecord(size_, P::model, P::bitDepth, *this, encoder);
 }
 
 template class PixelBuffer<PixelARGB8>;

@@ -242,4 +242,24 @@ void matchColors(const PixelRows<const P>& in, const PixelRows<P>& out,
     }
 }
 
+/// Writes the stored record of `buffer`: planes predicted with "Sub" and deflated, or kept
+/// plain where deflate does not make them smaller.
+void encodeRecordHeader(coding::KeyedEncoder& record, IntegralSize size, cg::ColorSpaceModel model,
+                        int bitDepth);
+
+template <class Buffer>
+void encodeRecord(IntegralSize size, cg::ColorSpaceModel model, int bitDepth, const Buffer& buffer,
+                  coding::Encoder& encoder) {
+    using T = ComponentOf<typename Buffer::Element>;
+    auto planes = buffer.compressedChannels(false, ChannelDataCompressionType::zip,
+                                            PredictionType::sub, true);
+    std::vector<ChannelData<T>> typed;
+    typed.reserve(planes.size());
+    for (auto& plane : planes)
+        typed.push_back(std::move(std::get<ChannelData<T>>(plane)));
+    auto record = encoder.keyed();
+    encodeRecordHeader(record, size, model, bitDepth);
+    record.encode("Channels", typed);
+}
+
 } // namespace bic::detail

@@ -1,5 +1,6 @@
-#include "bic/buffers/pixel_buffer.hpp"
+#include "bic/buffers/pixel_buffer_type.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "support/buffers.hpp"
 #include "support/expect_error.hpp"
 
 #include <cstring>
@@ -10,28 +11,7 @@
 using namespace bic;
 using bic::test_support::expectCode;
 
-namespace {
-
-template <class P>
-PixelBuffer<P> filled(std::int64_t w, std::int64_t h, unsigned seed) {
-    PixelBuffer<P> b(IntegralSize(w, h), P::deviceColorSpace());
-    std::mt19937 random(seed);
-    b.withUnsafeBuffer([&](std::span<P> pixels) {
-        for (auto& p : pixels) {
-            if constexpr (RGBAPixel<P>) {
-                const float a = float(random() % 256) / 255.0f;
-                p = P::withRGBA(a * float(random() % 256) / 255.0f,
-                                a * float(random() % 256) / 255.0f,
-                                a * float(random() % 256) / 255.0f, a);
-            } else {
-                p = P::withGray(float(random() % 1000) / 999.0f);
-            }
-        }
-    });
-    return b;
-}
-
-} // namespace
+using bic::test_support::filled;
 
 TEST(PixelBuffer, LayoutAndAccess) {
     PixelBuffer<PixelARGB8> b(IntegralSize(3, 2), cg::ColorSpace::deviceRGB(), "layer");

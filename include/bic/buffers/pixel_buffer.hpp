@@ -39,6 +39,8 @@ template <Pixel P>
 class PixelBuffer {
 public:
     using Element = P;
+    template <Pixel Q>
+    using Rebind = PixelBuffer<Q>;
 
     /// A zero-filled buffer. Throws ImageCoreError: parameterError for a size below 1 × 1,
     /// memoryError when the bytes cannot be had. A colour space of another model than P's is a
@@ -113,6 +115,9 @@ public:
     bool isWhiteImage() const requires RGBAPixel<P>;
     bool isBlackImage() const requires RGBAPixel<P>;
 
+    /// The stored record (see pixel_buffer_record.hpp).
+    void encode(coding::Encoder& encoder) const;
+
     /// Same size and equal pixels; padding, titles and caches are not compared.
     friend bool operator==(const PixelBuffer& a, const PixelBuffer& b) { return a.equalPixels(b); }
 
@@ -129,17 +134,6 @@ private:
     std::int64_t pixelsPerRow_ = 0;
     std::shared_ptr<Storage> storage_;
 };
-
-/// Any pixel buffer.
-using PixelBufferType =
-    std::variant<PixelBuffer<PixelARGB8>, PixelBuffer<PixelGray8>, PixelBuffer<PixelRGBA16>,
-                 PixelBuffer<PixelGray16>, PixelBuffer<PixelRGBA32>, PixelBuffer<PixelGray32>>;
-
-/// The buffer at another depth of the same model (itself at its own depth), drawn through its
-/// image. Another depth than 8, 16 or 32 stops the process.
-PixelBufferType converted(const PixelBufferType& buffer, int bitDepth);
-/// Equal when of the same pixel format with equal pixels; absent buffers equal each other only.
-bool equal(const std::optional<PixelBufferType>& a, const std::optional<PixelBufferType>& b);
 
 extern template class PixelBuffer<PixelARGB8>;
 extern template class PixelBuffer<PixelGray8>;
