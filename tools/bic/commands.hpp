@@ -2,8 +2,10 @@
 // The tool's commands. Each registers itself on the command line and runs when chosen.
 
 #include "bic/pixels/pixel_formats.hpp"
+#include "bic/platform/coding/value.hpp"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -19,6 +21,16 @@ using Run = std::function<void()>;
 
 Run addColorCommand(CLI::App& app);
 Run addDemoCommand(CLI::App& app);
+Run addEncodeCommand(CLI::App& app);
+Run addDecodeCommand(CLI::App& app);
+
+/// A record file: JSON when it starts with "{", else a binary or XML property list.
+coding::Value readRecordFile(const std::filesystem::path& path);
+/// `form`: "binary" (the default form), "xml" or "json".
+void writeRecordFile(const coding::Value& record, const std::filesystem::path& path,
+                     const std::string& form = "binary");
+/// Size, model and depth, then each plane's compression, prediction and ratio, a line each.
+std::string describeRecord(const coding::Value& record);
 
 /// A colour typed as hex ("#FF8000", "ff8000") or as text ("1 0.5 0", "0.5").
 std::optional<PixelRGBA32> parseColor(const std::string& text);
