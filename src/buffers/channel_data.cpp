@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace bic {
 
@@ -255,19 +256,33 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
     compressionType = compression;
 }
 
+// The most a coded byte can stand for: deflate's longest match (258 bytes) costs at least two
+// bits; a two-byte PackBits repeat packet writes 128 bytes.
+constexpr std::size_t maximumDeflateRatio = 1032 + 1;
+constexpr std::size_t maximumPackBitsRatio = 64;
+
 template <ComponentType T>
 void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
     precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
     precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
-    const std::size_t size = std::size_t(width * height) * sizeof(T);
+    // The size comes from stored data too: one that no plane can have, or that the coded
+    // bytes cannot possibly expand to, is refused before anything that large is allocated.
+    constexpr std::int64_t sampleBytes = sizeof(T);
+    if (height > 0 && width > std::numeric_limits<std::int64_t>::max() / sampleBytes / height)
+        throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+    const std::size_t size = std::size_t(width * height * sampleBytes);
     std::vector<std::uint8_t> plain;
     switch (compressionType) {
     case ChannelDataCompressionType::zip:
+        if (size / maximumDeflateRatio > data.size())
+            throw CompressionError("The zip data is too short for the plane's size.");
         plain = zipUncompressed(data, size);
         break;
     case ChannelDataCompressionType::rle: {
         if (std::int64_t(scanlineByteCounts.size()) != height)
             throw ImageCoreError(ImageCoreError::unknownError);
+        if (size / maximumPackBitsRatio > data.size())
+            throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
         plain.reserve(size);
         std::int64_t offset = 0;
         for (const std::int64_t count : scanlineByteCounts) {

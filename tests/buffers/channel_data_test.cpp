@@ -235,6 +235,16 @@ TEST(ChannelData, DamagedDataIsAnErrorAndLeavesThePlane) {
     EXPECT_THROW(zip.decompress(16, 15), CompressionError) << "a plane of another size";
     ChannelData<std::uint8_t> plainWrong(Bytes(5), true);
     expectCode([&] { plainWrong.decompress(2, 2); }, ImageCoreError::fileReadCorruptedDataError);
+
+    // Sizes from a damaged record: refused before a plane that large is allocated.
+    EXPECT_THROW(zip.decompress(1 << 20, 1 << 20), CompressionError);
+    expectCode([&] { zip.decompress(std::int64_t(1) << 40, std::int64_t(1) << 40); },
+               ImageCoreError::fileReadCorruptedDataError);
+    auto huge = intact;
+    huge.scanlineByteCounts.assign(1 << 16, 0);
+    expectCode([&] { huge.decompress(1 << 16, 1 << 16); },
+               ImageCoreError::fileReadCorruptedDataError);
+    EXPECT_EQ(zip.compressionType, ChannelDataCompressionType::zip);
 }
 
 TEST(ChannelData, SerialisedForm) {
