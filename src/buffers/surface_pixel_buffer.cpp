@@ -79,7 +79,7 @@ SurfacePixelBuffer<P>::SurfacePixelBuffer(const ci::Image& image, const cg::Rect
     // The destination takes the surface's lock for the length of the render.
     ci::RenderDestination destination(surface_);
     ci::Context::shared()
-        ->startTaskToRender(image, integral, destination, cg::Point(0, 0))
+        ->startTaskToRender(image, integral, destination, cg::Point{0, 0})
         .waitUntilCompleted();
 }
 

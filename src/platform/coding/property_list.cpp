@@ -77,13 +77,12 @@ Value fromPlist(plist_t node) {
         plist_get_real_val(node, &d);
         return Value(d);
     }
-    case PLIST_STRING:
-    case PLIST_KEY: {
-        char* s = nullptr;
-        plist_get_string_val(node, &s);
-        std::string out = s ? s : "";
-        std::free(s);
-        return Value(std::move(out));
+    case PLIST_STRING: {
+        // By pointer and length: strings in binary lists may hold NUL characters, which the
+        // copying accessor refuses with an assertion.
+        std::uint64_t length = 0;
+        const char* s = plist_get_string_ptr(node, &length);
+        return Value(s ? std::string(s, length) : std::string());
     }
     case PLIST_DATA: {
         char* bytes = nullptr;
