@@ -283,15 +283,19 @@ void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
             throw ImageCoreError(ImageCoreError::unknownError);
         if (size / maximumPackBitsRatio > data.size())
             throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-        plain.reserve(size);
+        plain.resize(size);
+        const std::size_t rowBytes = std::size_t(width) * sizeof(T);
         std::int64_t offset = 0;
+        std::size_t written = 0;
         for (const std::int64_t count : scanlineByteCounts) {
             if (count < 0 || offset > std::int64_t(data.size()) - count)
                 throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-            const auto row =
-                unpackBits(std::span(data).subspan(std::size_t(offset), std::size_t(count)),
-                           std::size_t(width) * sizeof(T));
-            plain.insert(plain.end(), row.begin(), row.end());
+            // Each row is decoded into its own slot: a short row is an error, not a shift.
+            const std::size_t n =
+                unpackBitsInto(std::span(data).subspan(std::size_t(offset), std::size_t(count)),
+                               std::span(plain).subspan(written, rowBytes));
+            if (n != rowBytes) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+            written += n;
             offset += count;
         }
         break;

@@ -1,5 +1,6 @@
 #include "bic/buffers/compression.hpp"
 
+#include <cstring>
 #include <libdeflate.h>
 #include <memory>
 
@@ -32,30 +33,36 @@ std::vector<std::uint8_t> packBits(std::span<const std::uint8_t> in) {
     return out;
 }
 
-std::vector<std::uint8_t> unpackBits(std::span<const std::uint8_t> in, std::size_t capacity) {
-    std::vector<std::uint8_t> out;
-    out.reserve(capacity);
-    std::size_t i = 0;
-    while (i < in.size()) {
-        const auto header = std::int8_t(in[i++]);
-        if (header == -128) continue;
+std::size_t unpackBitsInto(std::span<const std::uint8_t> in, std::span<std::uint8_t> out) {
+    const std::uint8_t* p = in.data();
+    const std::uint8_t* const end = p + in.size();
+    std::uint8_t* o = out.data();
+    const std::uint8_t* const limit = o + out.size();
+    while (p < end) {
+        const auto header = std::int8_t(*p++);
         if (header >= 0) {
             const std::size_t count = std::size_t(header) + 1;
-            if (i + count > in.size())
+            if (count > std::size_t(end - p))
                 throw CompressionError("PackBits literal runs past the end of the data.");
-            if (out.size() + count > capacity)
+            if (count > std::size_t(limit - o))
                 throw CompressionError("PackBits data decodes to more than the row holds.");
-            out.insert(out.end(), in.begin() + std::ptrdiff_t(i),
-                       in.begin() + std::ptrdiff_t(i + count));
-            i += count;
-        } else {
+            std::memcpy(o, p, count);
+            o += count, p += count;
+        } else if (header != -128) {
             const std::size_t count = std::size_t(1 - header);
-            if (i >= in.size()) throw CompressionError("PackBits repeat has no byte to repeat.");
-            if (out.size() + count > capacity)
+            if (p == end) throw CompressionError("PackBits repeat has no byte to repeat.");
+            if (count > std::size_t(limit - o))
                 throw CompressionError("PackBits data decodes to more than the row holds.");
-            out.insert(out.end(), count, in[i++]);
+            std::memset(o, *p++, count);
+            o += count;
         }
     }
+    return std::size_t(o - out.data());
+}
+
+std::vector<std::uint8_t> unpackBits(std::span<const std::uint8_t> in, std::size_t capacity) {
+    std::vector<std::uint8_t> out(capacity);
+    out.resize(unpackBitsInto(in, out));
     return out;
 }
 

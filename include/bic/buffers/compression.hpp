@@ -21,6 +21,9 @@ std::vector<std::uint8_t> packBits(std::span<const std::uint8_t> bytes);
 /// Decodes PackBits data; throws CompressionError for a truncated packet or more than
 /// `capacity` bytes of output. The no-op header 0x80 is skipped.
 std::vector<std::uint8_t> unpackBits(std::span<const std::uint8_t> bytes, std::size_t capacity);
+/// The same into `out`, whose size is the capacity; returns the bytes written. On an error,
+/// `out` may be partly written.
+std::size_t unpackBitsInto(std::span<const std::uint8_t> bytes, std::span<std::uint8_t> out);
 
 /// Deflate at the default level (6) in a zlib wrapper, as zlib's compress() writes it.
 std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> bytes);
