@@ -138,13 +138,15 @@ TEST(Coding, MalformedInputIsRejectedNotCrashed) {
     EXPECT_THROW(coding::writePropertyList(Value()), coding::EncodingError);
     EXPECT_THROW(coding::writeJSON(Value(std::nan(""))), coding::EncodingError);
 
-    // A binary list whose one string holds a NUL: read, not refused by an assertion. The
-    // property-list library keeps strings as C strings, so the text ends at the NUL.
+    // A binary list whose one string holds a NUL: refused as corrupt (the property-list library
+    // keeps strings as C strings and would stop the process on it).
     std::vector<std::uint8_t> nul = {'b', 'p', 'l', 'i', 's', 't', '0', '0', 0x53, 'a', 0, 'b', 8};
     const std::uint8_t trailer[32] = {0, 0, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 1,
                                       0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 12};
     nul.insert(nul.end(), trailer, trailer + 32);
-    EXPECT_EQ(coding::readPropertyList(nul), Value("a"));
+    EXPECT_THROW(coding::readPropertyList(nul), DecodingError);
+    nul[10] = 'x';
+    EXPECT_EQ(coding::readPropertyList(nul), Value("axb"));
 }
 
 TEST(Coding, Base64MatchesTheStandardAlphabetAndPadding) {

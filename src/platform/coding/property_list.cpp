@@ -2,7 +2,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <optional>
 #include <plist/plist.h>
 
 namespace bic::coding {
@@ -149,7 +151,58 @@ Data writePropertyList(const Value& root, PropertyListFormat format) {
     return out;
 }
 
+namespace {
+
+// libplist keeps strings as C strings and asserts, rather than fails, when a binary list holds a
+// string or key with a NUL inside. Such lists are refused here first, by walking the object table
+// (format: "bplist00", objects, offset table, 32-byte trailer). Anything this walk cannot follow
+// is left for libplist to judge.
+bool binaryListHasStringWithNUL(std::span<const std::uint8_t> b) {
+    constexpr std::size_t trailerSize = 32;
+    if (b.size() < 8 + trailerSize || std::memcmp(b.data(), "bplist0", 7) != 0) return false;
+    auto bigEndian = [&](std::size_t at, std::size_t n) -> std::optional<std::uint64_t> {
+        if (n == 0 || n > 8 || at > b.size() || n > b.size() - at) return std::nullopt;
+        std::uint64_t v = 0;
+        for (std::size_t i = 0; i < n; ++i)
+            v = v << 8 | b[at + i];
+        return v;
+    };
+    const std::size_t trailer = b.size() - trailerSize;
+    const std::size_t offsetSize = b[trailer + 6];
+    const auto count = bigEndian(trailer + 8, 8);
+    const auto table = bigEndian(trailer + 24, 8);
+    if (!count || !table || *count > b.size()) return false;
+    for (std::uint64_t i = 0; i < *count; ++i) {
+        const auto at = bigEndian(std::size_t(*table + i * offsetSize), offsetSize);
+        if (!at || *at >= b.size()) return false;
+        const std::uint8_t marker = b[*at];
+        const int type = marker >> 4;
+        if (type != 0x5 && type != 0x6) continue;
+        std::uint64_t length = marker & 0xF;
+        std::size_t start = *at + 1;
+        if (length == 0xF) { // the length follows as an integer object
+            if (start >= b.size() || (b[start] >> 4) != 0x1) return false;
+            const std::size_t n = std::size_t(1) << (b[start] & 0x3);
+            const auto l = bigEndian(start + 1, n);
+            if (!l) return false;
+            length = *l, start += 1 + n;
+        }
+        const std::uint64_t unit = type == 0x6 ? 2 : 1;
+        if (length > (b.size() - start) / unit) return false;
+        for (std::uint64_t k = 0; k < length; ++k) {
+            const std::size_t c = start + std::size_t(k * unit);
+            if (b[c] == 0 && (unit == 1 || b[c + 1] == 0)) return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 Value readPropertyList(std::span<const std::uint8_t> bytes) {
+    if (binaryListHasStringWithNUL(bytes))
+        throw DecodingError(DecodingError::Kind::dataCorrupted, {},
+                            "The property list holds a string with a NUL character.");
     plist_t raw = nullptr;
     if (!bytes.empty() && bytes.size() <= UINT32_MAX)
         plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
