@@ -147,6 +147,15 @@ TEST(Coding, MalformedInputIsRejectedNotCrashed) {
     EXPECT_THROW(coding::readPropertyList(nul), DecodingError);
     nul[10] = 'x';
     EXPECT_EQ(coding::readPropertyList(nul), Value("axb"));
+
+    // A dictionary holding a value of a type we do not read (a UID) fails without leaking the
+    // dictionary walk (the sanitizer build checks leaks).
+    std::vector<std::uint8_t> uid = {'b', 'p', 'l',  'i', 's',  't', '0', '0', 0xD1,
+                                     1,   2,   0x51, 'k', 0x80, 5,   8,   11,  13};
+    const std::uint8_t uidTrailer[32] = {0, 0, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 3,
+                                         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 15};
+    uid.insert(uid.end(), uidTrailer, uidTrailer + 32);
+    EXPECT_THROW(coding::readPropertyList(uid), DecodingError);
 }
 
 TEST(Coding, Base64MatchesTheStandardAlphabetAndPadding) {

@@ -109,21 +109,20 @@ Value fromPlist(plist_t node) {
         return Value(std::move(out));
     }
     case PLIST_DICT: {
+        // Owned so that a value further down that throws frees them too.
+        using Owned = std::unique_ptr<void, decltype(&std::free)>;
         Dictionary out;
-        plist_dict_iter it = nullptr;
-        plist_dict_new_iter(node, &it);
+        plist_dict_iter rawIterator = nullptr;
+        plist_dict_new_iter(node, &rawIterator);
+        const Owned iterator(rawIterator, &std::free);
         for (;;) {
-            char* key = nullptr;
+            char* rawKey = nullptr;
             plist_t item = nullptr;
-            plist_dict_next_item(node, it, &key, &item);
-            if (!item) {
-                std::free(key);
-                break;
-            }
-            out.emplace_back(key ? key : "", fromPlist(item));
-            std::free(key);
+            plist_dict_next_item(node, rawIterator, &rawKey, &item);
+            const Owned key(rawKey, &std::free);
+            if (!item) break;
+            out.emplace_back(rawKey ? rawKey : "", fromPlist(item));
         }
-        std::free(it);
         return Value(std::move(out));
     }
     default:
