@@ -93,11 +93,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             record = structuredRecord(in);
         }
         const PixelBufferType buffer = coding::decode<PixelBufferDecoder>(record).pixelBuffer;
-        // A buffer that reads is whole: its record writes and reads back equal.
+        // A buffer that reads is whole: its record writes and reads back to the same bytes
+        // (compared as planes, so that float NaNs compare too).
         coding::Value again;
         coding::Encoder encoder(again, {});
         encode(buffer, encoder);
-        if (!equal(coding::decode<PixelBufferDecoder>(again).pixelBuffer, buffer)) std::abort();
+        auto planes = [](const PixelBufferType& b) {
+            return std::visit(
+                [](const auto& x) {
+                    return x.compressedChannels(false, ChannelDataCompressionType::none,
+                                                PredictionType::none, false);
+                },
+                b);
+        };
+        if (planes(coding::decode<PixelBufferDecoder>(again).pixelBuffer) != planes(buffer))
+            std::abort();
     } catch (const coding::DecodingError&) {
     } catch (const ImageCoreError&) {
     } catch (const CompressionError&) {
