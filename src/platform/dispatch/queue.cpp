@@ -6,7 +6,10 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <optional>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 
 namespace bic::dispatch {
 
@@ -101,9 +104,14 @@ struct MainQueue::State {
     std::mutex mutex;
     std::condition_variable arrived;
     std::deque<Block> blocks;
-    std::thread::id mainThread = std::this_thread::get_id();
+    std::optional<std::thread::id> boundThread;
     std::function<void()> wakeUp;
 };
+
+namespace {
+// The thread the process started on: its thread ID is the process ID.
+bool isProcessMainThread() { return ::syscall(SYS_gettid) == ::getpid(); }
+} // namespace
 
 MainQueue::MainQueue() : state_(std::make_unique<State>()) {}
 
@@ -114,12 +122,13 @@ MainQueue& MainQueue::shared() {
 
 void MainQueue::bindToCurrentThread() {
     std::lock_guard lock(state_->mutex);
-    state_->mainThread = std::this_thread::get_id();
+    state_->boundThread = std::this_thread::get_id();
 }
 
 bool MainQueue::isMainThread() const {
     std::lock_guard lock(state_->mutex);
-    return state_->mainThread == std::this_thread::get_id();
+    return state_->boundThread ? *state_->boundThread == std::this_thread::get_id()
+                               : isProcessMainThread();
 }
 
 void MainQueue::async(Block block) {

@@ -46,8 +46,8 @@ private:
 /// that calls them, which must be the main thread.
 class MainQueue {
 public:
-    /// The process's main queue. The main thread is the thread that first asks for it, unless
-    /// the host names another with `bindToCurrentThread` before anything is queued.
+    /// The process's main queue. Its thread is the one the process started on, unless the host
+    /// names another with `bindToCurrentThread`.
     static MainQueue& shared();
 
     void bindToCurrentThread();

@@ -1,0 +1,58 @@
+#pragma once
+// An accumulator for areas larger than one surface: square tiles on a fixed grid, each a surface
+// accumulator, made only where something has been rendered.
+
+#include "bic/accumulators/image_accumulator.hpp"
+
+#include <unordered_map>
+
+namespace bic {
+
+struct TileIndex {
+    std::int64_t x = 0, y = 0;
+    friend bool operator==(const TileIndex&, const TileIndex&) = default;
+};
+
+struct TileIndexHash {
+    std::size_t operator()(const TileIndex& i) const {
+        return std::hash<std::int64_t>()(i.x) * 31 + std::hash<std::int64_t>()(i.y);
+    }
+};
+
+template <Pixel P>
+class TiledImageAccumulator : public ImageAccumulator {
+public:
+    explicit TiledImageAccumulator(std::int64_t tileSize = 128,
+                                   std::optional<std::string> title = {});
+
+    /// The existing tiles laid over each other (they never overlap).
+    ci::Image image() override;
+    /// Renders into the existing tiles only.
+    void setImage(const ci::Image& image) override;
+    /// Renders into every tile the rectangle touches, making missing ones; a tile that cannot
+    /// be made is skipped. An error stops the pass; tiles already rendered keep their pixels.
+    void setImage(const ci::Image& image, const cg::Rect& dirtyRect) override;
+    /// The union of the existing tiles; null without tiles.
+    cg::Rect extent() const override;
+    int bitDepth() const override { return P::bitDepth; }
+
+    std::int64_t tileSize() const { return tileSize_; }
+    const std::unordered_map<TileIndex, std::shared_ptr<SurfaceImageAccumulator<P>>, TileIndexHash>&
+    tiles() const {
+        return tiles_;
+    }
+
+private:
+    std::int64_t tileSize_;
+    std::unordered_map<TileIndex, std::shared_ptr<SurfaceImageAccumulator<P>>, TileIndexHash>
+        tiles_;
+};
+
+extern template class TiledImageAccumulator<PixelARGB8>;
+extern template class TiledImageAccumulator<PixelGray8>;
+extern template class TiledImageAccumulator<PixelRGBA16>;
+extern template class TiledImageAccumulator<PixelGray16>;
+extern template class TiledImageAccumulator<PixelRGBA32>;
+extern template class TiledImageAccumulator<PixelGray32>;
+
+} // namespace bic

@@ -1,0 +1,36 @@
+#pragma once
+// The pixel format of an accumulator by bit depth and kind, shared by the factories.
+
+#include "bic/pixels/pixel_formats.hpp"
+#include "bic/platform/core/fatal.hpp"
+
+#include <type_traits>
+
+namespace bic::detail {
+
+/// Calls body(std::type_identity<P>()) with ARGB8, RGBA16 or RGBA32 for colour and the grey
+/// formats for masks; another depth stops the process.
+template <class Body>
+decltype(auto) withAccumulatorFormat(int bitDepth, bool isMask, Body&& body) {
+    switch (bitDepth) {
+    case 8:
+        return isMask ? body(std::type_identity<PixelGray8>())
+                      : body(std::type_identity<PixelARGB8>());
+    case 16:
+        return isMask ? body(std::type_identity<PixelGray16>())
+                      : body(std::type_identity<PixelRGBA16>());
+    case 32:
+        return isMask ? body(std::type_identity<PixelGray32>())
+                      : body(std::type_identity<PixelRGBA32>());
+    default:
+        fatalError("Unsupported bit depth.");
+    }
+}
+
+/// Column and memory row of image pixel (x, y) in a store over `extent` that is `height` rows
+/// tall; stops with "Cannot <verb> pixel at x: …, y: …" outside `width` × `height`.
+std::int64_t storeIndex(const cg::Rect& extent, std::int64_t width, std::int64_t height,
+                        std::int64_t pixelsPerRow, std::int64_t x, std::int64_t y,
+                        const char* verb);
+
+} // namespace bic::detail

@@ -1,0 +1,66 @@
+#include "bic/accumulators/tiled_image_accumulator.hpp"
+
+#include <cmath>
+
+namespace bic {
+
+template <Pixel P>
+TiledImageAccumulator<P>::TiledImageAccumulator(std::int64_t tileSize,
+                                                std::optional<std::string> title)
+    : tileSize_(tileSize) {
+    title_ = std::move(title);
+}
+
+template <Pixel P>
+ci::Image TiledImageAccumulator<P>::image() {
+    ci::Image result = ci::Image::empty();
+    for (auto& [index, tile] : tiles_)
+        result = tile->image().composited(result);
+    return result;
+}
+
+template <Pixel P>
+void TiledImageAccumulator<P>::setImage(const ci::Image& image) {
+    try {
+        setImage(image, extent().unionWith(this->image().extent()));
+    } catch (const ci::RenderError&) {
+    }
+}
+
+template <Pixel P>
+void TiledImageAccumulator<P>::setImage(const ci::Image& image, const cg::Rect& dirtyRect) {
+    if (dirtyRect.isNull() || dirtyRect.isEmpty() || dirtyRect.isInfinite()) return;
+    const double s = double(tileSize_);
+    const cg::Rect range = cg::Rect(dirtyRect.minX() / s, dirtyRect.minY() / s,
+                                    dirtyRect.width() / s, dirtyRect.height() / s)
+                               .integral();
+    for (auto column = std::int64_t(range.minX()); column < std::int64_t(range.maxX()); ++column)
+        for (auto row = std::int64_t(range.minY()); row < std::int64_t(range.maxY()); ++row) {
+            const TileIndex index{column, row};
+            auto it = tiles_.find(index);
+            if (it == tiles_.end()) {
+                auto tile = SurfaceImageAccumulator<P>::make(
+                    cg::Rect(double(column) * s, double(row) * s, s, s));
+                if (!tile) continue;
+                it = tiles_.emplace(index, std::move(tile)).first;
+            }
+            it->second->setImage(image, dirtyRect);
+        }
+}
+
+template <Pixel P>
+cg::Rect TiledImageAccumulator<P>::extent() const {
+    cg::Rect all = cg::Rect::null();
+    for (const auto& [index, tile] : tiles_)
+        all = all.unionWith(tile->extent());
+    return all;
+}
+
+template class TiledImageAccumulator<PixelARGB8>;
+template class TiledImageAccumulator<PixelGray8>;
+template class TiledImageAccumulator<PixelRGBA16>;
+template class TiledImageAccumulator<PixelGray16>;
+template class TiledImageAccumulator<PixelRGBA32>;
+template class TiledImageAccumulator<PixelGray32>;
+
+} // namespace bic
