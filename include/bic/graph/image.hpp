@@ -29,8 +29,10 @@ public:
     static Image mask(ci::Image image) { return {std::move(image), Intent::mask}; }
     static Image data(ci::Image image) { return {std::move(image), Intent::data}; }
     /// A picture of one colour everywhere (infinite extent).
-    template <Pixel P>
-    explicit Image(const P& pixel) : Image(ci::Image::constant(pixel.ciColor())) {}
+    // (The first test keeps copies of Image from asking whether Image is a pixel.)
+    template <class P>
+    requires(!std::is_same_v<P, Image> && Pixel<P>) explicit Image(const P& pixel)
+        : Image(ci::Image::constant(pixel.ciColor())) {}
 
     /// Transparent, with an empty extent.
     static Image empty() { return Image(ci::Image::empty()); }
