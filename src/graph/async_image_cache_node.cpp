@@ -282,13 +282,13 @@ void AsyncImageCacheNode::renderCycle() {
     ci::Image image = accumulator_->image();
     if (visualizing_) {
         if (singlePass_) {
-            image = ci::Image::constant(ci::Color(1, 1, 0, 0.33)).cropped(area).composited(image);
+            image = ci::Image::constant(ci::Color{1, 1, 0, 0.33}).cropped(area).composited(image);
         } else {
             thread_local std::mt19937 random(std::random_device{}());
             std::uniform_real_distribution<double> level(0.3, 0.9);
             for (const auto& r : dirty) {
                 const double red = level(random), green = level(random), blue = level(random);
-                image = ci::Image::constant(ci::Color(red, green, blue, 0.75))
+                image = ci::Image::constant(ci::Color{red, green, blue, 0.75})
                             .cropped(r)
                             .composited(image);
             }

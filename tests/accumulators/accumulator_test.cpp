@@ -49,7 +49,7 @@ TEST(SurfaceImageAccumulator, FormatsLayoutAndCaching) {
     colour->setImage(coordinates(64, 64), cg::Rect(100, 100, 5, 5)); // outside the image
     EXPECT_EQ(colour->image(), first);
     colour->setPixel(11, 22, PixelARGB8(1, 2, 3, 4));
-    colour->setImage(ci::Image::constant(ci::Color(0, 0, 1, 1)), cg::Rect(10.2, 20, 1, 1));
+    colour->setImage(ci::Image::constant(ci::Color{0, 0, 1, 1}), cg::Rect(10.2, 20, 1, 1));
     EXPECT_NE(colour->image(), first);
     EXPECT_EQ(colour->pixel(10, 20), PixelARGB8(0, 0, 255, 255));
     EXPECT_EQ(colour->pixel(11, 20), PixelARGB8(0, 0, 255, 255)) << "dirty rect widened";
@@ -109,7 +109,7 @@ TEST(MemoryImageAccumulator, LayoutDrawingAndColours) {
 }
 
 TEST(TiledImageAccumulator, TilesAreMadeWhereSomethingIsRendered) {
-    const ci::Image red = ci::Image::constant(ci::Color(1, 0, 0, 1));
+    const ci::Image red = ci::Image::constant(ci::Color{1, 0, 0, 1});
     auto touched = [&](const cg::Rect& dirty) {
         TiledImageAccumulator<PixelARGB8> a(128);
         a.setImage(red, dirty);

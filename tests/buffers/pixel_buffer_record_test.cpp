@@ -215,7 +215,7 @@ TEST(PixelBufferFactory, MakesTheFormatOfModelAndDepth) {
     EXPECT_TRUE(equal(converted(fromCG, 8), PixelBufferType(argb)));
 
     const PixelBufferType fromCI = PixelBufferFactory::make(
-        cg::ColorSpaceModel::monochrome, 32, ci::Image::constant(ci::Color(0.25f, 0.25f, 0.25f, 1)),
+        cg::ColorSpaceModel::monochrome, 32, ci::Image::constant(ci::Color{0.25f, 0.25f, 0.25f, 1}),
         cg::Rect(0.5, 0.5, 2, 2));
     const auto& grey = std::get<PixelBuffer<PixelGray32>>(fromCI);
     EXPECT_EQ(grey.size(), IntegralSize(3, 3));

@@ -23,7 +23,7 @@ struct Graph {
     explicit Graph(const cg::Rect& extent, Image::Intent intent = Image::Intent::image,
                    int framerate = 120)
         : input(std::make_shared<StaticImageProvider>(
-              Image(square(cg::Rect(0, 0, 64, 64), ci::Color(1, 0, 0, 1))))),
+              Image(square(cg::Rect(0, 0, 64, 64), ci::Color{1, 0, 0, 1})))),
           node(AsyncImageCacheNode::make(extent, 8, intent, framerate)), framerate(framerate) {
         node->addImageConsumer(*seen);
         node->setInputImageProvider(input);
@@ -90,7 +90,7 @@ TEST(AsyncImageCacheNode, RendersChangesInTheBackgroundAndTellsItsConsumers) {
     EXPECT_EQ(g.pixel({5, 5}), PixelRGBA32(1, 0, 0, 1));
     EXPECT_EQ(g.pixel({80, 80}), PixelRGBA32(0, 0, 0, 0)) << "no input there: transparent";
 
-    g.input->setImage(Image(square(cg::Rect(0, 0, 30, 30), ci::Color(0, 0, 1, 1))));
+    g.input->setImage(Image(square(cg::Rect(0, 0, 30, 30), ci::Color{0, 0, 1, 1})));
     ASSERT_TRUE(g.waitForBroadcasts(2));
     EXPECT_EQ(g.seen->rects()[1], cg::Rect(0, 0, 64, 64));
     EXPECT_EQ(g.pixel({5, 5}), PixelRGBA32(0, 0, 1, 1));
@@ -154,7 +154,7 @@ TEST(AsyncImageCacheNode, ReplacingTheInputMovesTheRegistration) {
     Graph g(cg::Rect(0, 0, 10, 10));
     g.settle();
     auto other = std::make_shared<StaticImageProvider>(
-        Image(square(cg::Rect(0, 0, 10, 10), ci::Color(0, 1, 0, 1))));
+        Image(square(cg::Rect(0, 0, 10, 10), ci::Color{0, 1, 0, 1})));
     g.node->setInputImageProvider(other);
     EXPECT_TRUE(g.input->imageConsumers().empty());
     EXPECT_EQ(other->imageConsumers().size(), 1u);

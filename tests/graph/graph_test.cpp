@@ -8,7 +8,7 @@ using namespace bic;
 using bic::test_support::RecordingConsumer;
 
 namespace {
-ci::Image square(double side, const ci::Color& color = ci::Color(1, 0, 0, 1)) {
+ci::Image square(double side, const ci::Color& color = ci::Color{1, 0, 0, 1}) {
     return ci::Image::constant(color).cropped(cg::Rect(0, 0, side, side));
 }
 } // namespace
@@ -25,7 +25,7 @@ TEST(GraphImage, StaticImagesIntentsAndMasks) {
     EXPECT_EQ(sampler.sample(Image::hidingMask(), {3, 4})->red(), 0.0f);
 
     const ci::Image picture =
-        ci::Image::constant(ci::Color(0.2, 0.4, 0.6, 0.5)).cropped(cg::Rect(0, 0, 4, 4));
+        ci::Image::constant(ci::Color{0.2, 0.4, 0.6, 0.5}).cropped(cg::Rect(0, 0, 4, 4));
     const Image asMask = Image::mask(picture);
     EXPECT_EQ(asMask.maskRepresentation().ciImage, picture) << "a mask is its own mask";
     EXPECT_FALSE(Image(picture) == asMask) << "same recipe, different intent";
