@@ -222,7 +222,6 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
                  "A channel plane's length must be width × height samples.");
     precondition(compression != ChannelDataCompressionType::rle || sizeof(T) == 1,
                  "Run-length coding is only for 8-bit channel planes.");
-    const std::vector<std::uint8_t> original = data;
     predict<T>(data, width, height, prediction);
     predictionType = prediction;
     dataIsBigEndian = true;
@@ -245,7 +244,9 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
         break;
     }
     if (discardIneffectiveCompression && coded.size() >= data.size()) {
-        data = original;
+        // Prediction is undone exactly (wrapping arithmetic) rather than kept in a copy that
+        // every plane would pay for.
+        unpredict<T>(data, width, height, prediction);
         swapBytes<T>(data);
         predictionType = PredictionType::none;
         scanlineByteCounts.clear();

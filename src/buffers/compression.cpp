@@ -96,11 +96,14 @@ std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> in) {
     thread_local std::unique_ptr<libdeflate_compressor, CompressorFree> compressor(
         libdeflate_alloc_compressor(6));
     if (!compressor) throw CompressionError("The deflate coder could not be made.");
-    std::vector<std::uint8_t> out(libdeflate_zlib_compress_bound(compressor.get(), in.size()));
+    // The bound is far above what photographs need; only the bytes written are kept, so the
+    // scratch space is left uninitialised rather than zeroed.
+    const std::size_t bound = libdeflate_zlib_compress_bound(compressor.get(), in.size());
+    const std::unique_ptr<std::uint8_t[]> scratch(new std::uint8_t[bound]);
     const std::size_t size =
-        libdeflate_zlib_compress(compressor.get(), in.data(), in.size(), out.data(), out.size());
+        libdeflate_zlib_compress(compressor.get(), in.data(), in.size(), scratch.get(), bound);
     if (size == 0) throw CompressionError("Deflate output did not fit its bound.");
-    out.resize(size);
+    std::vector<std::uint8_t> out(scratch.get(), scratch.get() + size);
     return out;
 }
 

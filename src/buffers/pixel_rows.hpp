@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 #include <vector>
 
@@ -81,30 +82,35 @@ std::vector<ChannelData<ComponentOf<P>>> decodedPlanes(IntegralSize size,
     return planes;
 }
 
-/// Interleaves decoded planes into the pixels. A 16-bit expansion error leaves the pixels
-/// partly written; callers write into memory nobody else sees yet.
+/// Interleaves decoded planes into the pixels, bands of rows in parallel. A 16-bit expansion
+/// error leaves the pixels partly written; callers write into memory nobody else sees yet.
 template <Pixel P>
 void interleave(const PixelRows<P>& out, const std::vector<ChannelData<ComponentOf<P>>>& planes,
                 bool expand16BitColorRange) {
     using T = ComponentOf<P>;
+    constexpr int n = P::componentCount;
     const std::int64_t w = out.size.width;
-    for (int k = 0; k < P::componentCount; ++k) {
-        const T* samples =
-            reinterpret_cast<const T*>(planes[std::size_t(planeOf<P>(k))].data.data());
-        for (std::int64_t r = 0; r < out.size.height; ++r) {
-            T* dst = components(out.row(r)) + k;
-            const T* src = samples + r * w;
-            if constexpr (std::is_same_v<T, std::uint16_t>) {
-                if (expand16BitColorRange) {
-                    for (std::int64_t x = 0; x < w; ++x)
-                        dst[x * P::componentCount] = expanded16BitValue(src[x]);
-                    continue;
-                }
-            }
-            for (std::int64_t x = 0; x < w; ++x)
-                dst[x * P::componentCount] = src[x];
-        }
-    }
+    const T* sources[n];
+    for (int k = 0; k < n; ++k)
+        sources[k] = reinterpret_cast<const T*>(planes[std::size_t(planeOf<P>(k))].data.data());
+    tbb::parallel_for(tbb::blocked_range<std::int64_t>(0, out.size.height, 64),
+                      [&](const tbb::blocked_range<std::int64_t>& rows) {
+                          for (std::int64_t r = rows.begin(); r < rows.end(); ++r) {
+                              T* dst = components(out.row(r));
+                              for (int k = 0; k < n; ++k) {
+                                  const T* src = sources[k] + r * w;
+                                  if constexpr (std::is_same_v<T, std::uint16_t>) {
+                                      if (expand16BitColorRange) {
+                                          for (std::int64_t x = 0; x < w; ++x)
+                                              dst[x * n + k] = expanded16BitValue(src[x]);
+                                          continue;
+                                      }
+                                  }
+                                  for (std::int64_t x = 0; x < w; ++x)
+                                      dst[x * n + k] = src[x];
+                              }
+                          }
+                      });
 }
 
 /// One compressed plane per component in stored order (red, green, blue, alpha, or grey),

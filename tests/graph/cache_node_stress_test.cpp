@@ -1,0 +1,112 @@
+// The cache node under a storm of changes from the main thread while it renders at 120 frames a
+// second: afterwards its output must equal a direct render of the final input. Built with
+// ThreadSanitizer by the "tsan" preset; a watchdog fails the run if anything deadlocks.
+
+#include "bic/graph/async_image_cache_node.hpp"
+#include "bic/platform/ci/context.hpp"
+
+#include <array>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+
+using namespace bic;
+using namespace std::chrono_literals;
+
+namespace {
+
+class Watchdog {
+public:
+    explicit Watchdog(std::chrono::seconds limit)
+        : thread_([this, limit] {
+              std::unique_lock lock(mutex_);
+              if (!done_.wait_for(lock, limit, [this] { return finished_; })) {
+                  std::fprintf(stderr, "watchdog: no progress within %lld s\n",
+                               static_cast<long long>(limit.count()));
+                  std::abort();
+              }
+          }) {}
+    ~Watchdog() {
+        {
+            std::lock_guard lock(mutex_);
+            finished_ = true;
+        }
+        done_.notify_all();
+        thread_.join();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable done_;
+    bool finished_ = false;
+    std::thread thread_;
+};
+
+std::vector<std::uint8_t> pixels(const ci::Image& image, const cg::Rect& area) {
+    const auto w = std::int64_t(area.width()), h = std::int64_t(area.height());
+    std::vector<std::uint8_t> out(std::size_t(w * h * 4));
+    ci::Context::shared()->render(image, out.data(), w * 4, area, ci::Format::ARGB8);
+    return out;
+}
+
+} // namespace
+
+TEST(AsyncImageCacheNodeStress, TenThousandChangesEndInTheFinalPicture) {
+    const Watchdog watchdog(60s);
+    auto& main = dispatch::MainQueue::shared();
+    std::mt19937 random(2026);
+    auto uniform = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(random); };
+    auto anyRect = [&] {
+        return cg::Rect(uniform(-20, 200), uniform(-20, 200), uniform(1, 120), uniform(1, 120));
+    };
+    auto anyPicture = [&] {
+        const ci::Color colour{uniform(0, 255) / 255.0, uniform(0, 255) / 255.0,
+                               uniform(0, 255) / 255.0, uniform(0, 255) / 255.0};
+        return Image(ci::Image::constant(colour).cropped(anyRect()));
+    };
+    std::vector<std::shared_ptr<StaticImageProvider>> providers;
+    for (int i = 0; i < 3; ++i)
+        providers.push_back(std::make_shared<StaticImageProvider>(anyPicture()));
+    const std::vector<cg::Rect> extents{{0, 0, 160, 160}, {10, 20, 100, 90}, {-30, -30, 256, 200}};
+
+    auto node = AsyncImageCacheNode::make(extents[0], 8, Image::Intent::image, 120);
+    node->setInputImageProvider(providers[0]);
+    std::shared_ptr<StaticImageProvider> current = providers[0];
+    for (int op = 0; op < 10000; ++op) {
+        switch (uniform(0, 9)) {
+        case 0: node->setExtent(extents[std::size_t(uniform(0, 2))]); break;
+        case 1: node->setBitDepth(std::array{8, 16, 32}[std::size_t(uniform(0, 2))]); break;
+        case 2:
+            current = providers[std::size_t(uniform(0, 2))];
+            node->setInputImageProvider(current);
+            break;
+        case 3: node->setSinglePassRendering(uniform(0, 1) == 1); break;
+        case 4:
+        case 5:
+        case 6: current->setImage(anyPicture()); break;
+        default: current->broadcastOutputImageChange(anyRect()); break;
+        }
+        if (op % 16 == 0) {
+            main.drain();
+            (void)node->outputImage(RenderContext()).extent(); // read while the queue writes
+        }
+        if (op % 64 == 0) std::this_thread::sleep_for(1ms);
+    }
+
+    // The final state: depth 8, a known extent and picture, announced by one last change.
+    const cg::Rect extent = extents[2];
+    node->setBitDepth(8);
+    node->setExtent(extent);
+    const Image picture(ci::Image::constant(ci::Color{0.2, 0.6, 0.4, 0.8}).cropped(
+        cg::Rect(-10, 5, 150, 120)));
+    current->setImage(picture);
+    const auto expected = pixels(picture.ciImage.composited(ci::Image::clear()), extent);
+    const bool matched = main.runUntil(
+        [&] { return pixels(node->outputImage(RenderContext()).ciImage, extent) == expected; }, 30s);
+    EXPECT_TRUE(matched) << "the cached output never matched the final input";
+    node.reset();
+    main.drain();
+}
