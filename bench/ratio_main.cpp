@@ -8,14 +8,16 @@
 
 namespace {
 
-// Drops the "/real_time" and "/<argument>" parts Google Benchmark appends to a name.
+// Drops the "/real_time", "/iterations:N" and "/<argument>" parts Google Benchmark appends to a
+// name.
 std::string strip(std::string name) {
     for (;;) {
         const auto slash = name.rfind('/');
         if (slash == std::string::npos) return name;
         const std::string last = name.substr(slash + 1);
-        const bool number = !last.empty() && last.find_first_not_of("0123456789") == std::string::npos;
-        if (last != "real_time" && !number) return name;
+        const bool number =
+            !last.empty() && last.find_first_not_of("0123456789") == std::string::npos;
+        if (last != "real_time" && last.rfind("iterations:", 0) != 0 && !number) return name;
         name.resize(slash);
     }
 }

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <random>
+#include <utility>
 
 namespace bic {
 
@@ -37,6 +38,22 @@ void debugPrint(const std::string& text) {
     out += "\"\n";
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
+}
+
+// Adds a dirty rectangle. Rectangles inside another are dropped and a long list collapses into
+// its union, so a storm of small changes costs a bounded number of renders.
+void addDirtyRect(std::vector<cg::Rect>& rects, const cg::Rect& rect) {
+    constexpr std::size_t maximumCount = 32;
+    for (const auto& r : rects)
+        if (r.contains(rect)) return;
+    std::erase_if(rects, [&](const cg::Rect& r) { return rect.contains(r); });
+    rects.push_back(rect);
+    if (rects.size() > maximumCount) {
+        cg::Rect all = cg::Rect::null();
+        for (const auto& r : rects)
+            all = all.unionWith(r);
+        rects.assign(1, all);
+    }
 }
 
 } // namespace
@@ -83,7 +100,7 @@ void AsyncImageCacheNode::setBitDepth(int bitDepth) {
             std::lock_guard lock(self->mutex_);
             if (bitDepth == self->bitDepth_) return;
             self->bitDepth_ = bitDepth;
-            self->dirtyRects_.push_back(self->extent_);
+            addDirtyRect(self->dirtyRects_, self->extent_);
         }
         self->accumulator_.reset();
         dispatch::MainQueue::shared().async([weak] {
@@ -112,7 +129,7 @@ void AsyncImageCacheNode::setExtent(const cg::Rect& extent) {
             if (extent == self->extent_) return;
             old = self->extent_;
             self->extent_ = extent;
-            self->dirtyRects_.push_back(extent);
+            addDirtyRect(self->dirtyRects_, extent);
         }
         self->accumulator_.reset();
         dispatch::MainQueue::shared().async([weak, old] {
@@ -167,7 +184,7 @@ void AsyncImageCacheNode::setInputImageProvider(const std::shared_ptr<ImageProvi
         if (old && old == provider) return;
         input_ = provider;
         inputImage_.reset();
-        dirtyRects_.push_back(extent_);
+        addDirtyRect(dirtyRects_, extent_);
     }
     if (old) old->removeImageConsumer(*this);
     if (provider) {
@@ -196,20 +213,16 @@ Image AsyncImageCacheNode::outputImage(const RenderContext& context) {
 
 void AsyncImageCacheNode::invalidateInputImage(ImageProvider& sender, const cg::Rect& rect) {
     std::shared_ptr<ImageProvider> input;
+    cg::Rect extent;
     {
         std::lock_guard lock(mutex_);
         input = input_.lock();
+        extent = extent_;
     }
     if (!input || input.get() != &sender)
         fatalError(unqualifiedTypeName(typeid(*this)) + " is not listening to sender " +
                    unqualifiedTypeName(typeid(sender)) + ".");
-    Image image = input->outputImage(RenderContext::defaultContext());
-    cg::Rect extent;
-    {
-        std::lock_guard lock(mutex_);
-        inputImage_ = std::move(image);
-        extent = extent_;
-    }
+    requestInputImage();
     if (!enabled_) {
         broadcastOutputImageChange(rect);
         return;
@@ -220,21 +233,42 @@ void AsyncImageCacheNode::invalidateInputImage(ImageProvider& sender, const cg::
         if (!self) return;
         {
             std::lock_guard lock(self->mutex_);
-            self->dirtyRects_.push_back(rect);
+            addDirtyRect(self->dirtyRects_, rect);
         }
         self->timer_->start();
     });
 }
 
-void AsyncImageCacheNode::dropDirtyRects(std::size_t count) {
-    std::lock_guard lock(mutex_);
-    dirtyRects_.erase(dirtyRects_.begin(),
-                      dirtyRects_.begin() + std::ptrdiff_t(std::min(count, dirtyRects_.size())));
+void AsyncImageCacheNode::requestInputImage() {
+    // One request per burst of changes; it runs once the change that caused it is complete
+    // (a provider may announce a change before and after replacing its image).
+    if (inputRequested_.exchange(true)) return;
+    dispatch::MainQueue::shared().async([weak = weakSelf()] {
+        auto self = weak.lock();
+        if (!self) return;
+        std::shared_ptr<ImageProvider> input;
+        {
+            std::lock_guard lock(self->mutex_);
+            input = self->input_.lock();
+        }
+        std::optional<Image> image;
+        if (input) image = input->outputImage(RenderContext::defaultContext());
+        {
+            std::lock_guard lock(self->mutex_);
+            self->inputImage_ = std::move(image);
+            self->inputRequested_ = false;
+        }
+        self->queue_->async([weak] {
+            if (auto self = weak.lock()) self->timer_->start();
+        });
+    });
 }
 
 void AsyncImageCacheNode::renderCycle() {
     timer_->stop();
-    if (!enabled_) return;
+    // A newer input image is on its way: rendering now would paint changed areas with the old
+    // one. Its arrival starts the timer again.
+    if (!enabled_ || inputRequested_) return;
     std::vector<cg::Rect> dirty;
     cg::Rect extent;
     int bitDepth;
@@ -244,7 +278,8 @@ void AsyncImageCacheNode::renderCycle() {
         std::lock_guard lock(mutex_);
         if (extent_.isNull() || extent_.isEmpty()) return;
         if (dirtyRects_.empty() || input_.expired() || !inputImage_) return;
-        dirty = dirtyRects_;
+        // Taken whole: rectangles added while this cycle renders wait for the next one.
+        dirty = std::exchange(dirtyRects_, {});
         extent = extent_;
         bitDepth = bitDepth_;
         intent = intent_;
@@ -260,10 +295,7 @@ void AsyncImageCacheNode::renderCycle() {
     for (const auto& r : dirty)
         area = area.unionWith(r);
     area = area.intersection(extent).integral();
-    if (area.isNull() || area.isEmpty()) {
-        dropDirtyRects(dirty.size());
-        return;
-    }
+    if (area.isNull() || area.isEmpty()) return;
 
     const ci::Image source = input->ciImage.composited(ci::Image::clear());
     try {
@@ -274,7 +306,6 @@ void AsyncImageCacheNode::renderCycle() {
                 accumulator_->setImage(source.cropped(r), r);
         }
     } catch (const std::exception& e) {
-        dropDirtyRects(dirty.size());
         debugPrint(unqualifiedTypeName(typeid(*this)) + " failed to render.\n" + e.what());
         return;
     }
@@ -301,7 +332,6 @@ void AsyncImageCacheNode::renderCycle() {
     dispatch::MainQueue::shared().async([weak = weakSelf(), area] {
         if (auto self = weak.lock()) self->broadcastOutputImageChange(area);
     });
-    dropDirtyRects(dirty.size());
 }
 
 } // namespace bic

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <random>
 #include <thread>
@@ -58,7 +59,9 @@ TEST(AsyncImageCacheNodeStress, TenThousandChangesEndInTheFinalPicture) {
     const Watchdog watchdog(60s);
     auto& main = dispatch::MainQueue::shared();
     std::mt19937 random(2026);
-    auto uniform = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(random); };
+    auto uniform = [&](int lo, int hi) {
+        return std::uniform_int_distribution<int>(lo, hi)(random);
+    };
     auto anyRect = [&] {
         return cg::Rect(uniform(-20, 200), uniform(-20, 200), uniform(1, 120), uniform(1, 120));
     };
@@ -77,17 +80,27 @@ TEST(AsyncImageCacheNodeStress, TenThousandChangesEndInTheFinalPicture) {
     std::shared_ptr<StaticImageProvider> current = providers[0];
     for (int op = 0; op < 10000; ++op) {
         switch (uniform(0, 9)) {
-        case 0: node->setExtent(extents[std::size_t(uniform(0, 2))]); break;
-        case 1: node->setBitDepth(std::array{8, 16, 32}[std::size_t(uniform(0, 2))]); break;
+        case 0:
+            node->setExtent(extents[std::size_t(uniform(0, 2))]);
+            break;
+        case 1:
+            node->setBitDepth(std::array{8, 16, 32}[std::size_t(uniform(0, 2))]);
+            break;
         case 2:
             current = providers[std::size_t(uniform(0, 2))];
             node->setInputImageProvider(current);
             break;
-        case 3: node->setSinglePassRendering(uniform(0, 1) == 1); break;
+        case 3:
+            node->setSinglePassRendering(uniform(0, 1) == 1);
+            break;
         case 4:
         case 5:
-        case 6: current->setImage(anyPicture()); break;
-        default: current->broadcastOutputImageChange(anyRect()); break;
+        case 6:
+            current->setImage(anyPicture());
+            break;
+        default:
+            current->broadcastOutputImageChange(anyRect());
+            break;
         }
         if (op % 16 == 0) {
             main.drain();
@@ -100,13 +113,41 @@ TEST(AsyncImageCacheNodeStress, TenThousandChangesEndInTheFinalPicture) {
     const cg::Rect extent = extents[2];
     node->setBitDepth(8);
     node->setExtent(extent);
-    const Image picture(ci::Image::constant(ci::Color{0.2, 0.6, 0.4, 0.8}).cropped(
-        cg::Rect(-10, 5, 150, 120)));
+    const Image picture(
+        ci::Image::constant(ci::Color{0.2, 0.6, 0.4, 0.8}).cropped(cg::Rect(-10, 5, 150, 120)));
     current->setImage(picture);
     const auto expected = pixels(picture.ciImage.composited(ci::Image::clear()), extent);
     const bool matched = main.runUntil(
-        [&] { return pixels(node->outputImage(RenderContext()).ciImage, extent) == expected; }, 30s);
-    EXPECT_TRUE(matched) << "the cached output never matched the final input";
+        [&] { return pixels(node->outputImage(RenderContext()).ciImage, extent) == expected; },
+        30s);
+    if (!matched) {
+        const auto got = pixels(node->outputImage(RenderContext()).ciImage, extent);
+        std::size_t first = 0;
+        while (first < got.size() && got[first] == expected[first])
+            ++first;
+        std::int64_t x0 = 1 << 20, y0 = 1 << 20, x1 = -1, y1 = -1, count = 0;
+        for (std::size_t i = 0; i < got.size(); i += 4)
+            if (std::memcmp(&got[i], &expected[i], 4) != 0) {
+                const auto px = std::int64_t(i / 4) % 256, py = std::int64_t(i / 4) / 256;
+                x0 = std::min(x0, px), x1 = std::max(x1, px), y0 = std::min(y0, py),
+                y1 = std::max(y1, py), ++count;
+            }
+        ADD_FAILURE() << count << " pixels differ in columns " << x0 << "…" << x1 << ", rows " << y0
+                      << "…" << y1 << " (top first); got " << int(got[first - first % 4]) << ","
+                      << int(got[first - first % 4 + 1]) << " expected "
+                      << int(expected[first - first % 4]) << ","
+                      << int(expected[first - first % 4 + 1]);
+        ADD_FAILURE() << "the cached output never matched the final input: extent "
+                      << node->extent().minX() << "," << node->extent().minY() << " "
+                      << node->extent().width() << "×" << node->extent().height()
+                      << ", first difference at byte " << first << " of " << got.size()
+                      << ", output extent " << node->outputImage(RenderContext()).extent().width();
+        current->broadcastOutputImageChange(extent);
+        const bool later = main.runUntil(
+            [&] { return pixels(node->outputImage(RenderContext()).ciImage, extent) == expected; },
+            10s);
+        ADD_FAILURE() << "after one more full change: " << later;
+    }
     node.reset();
     main.drain();
 }

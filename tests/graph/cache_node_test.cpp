@@ -170,8 +170,7 @@ TEST(AsyncImageCacheNode, AFailedRenderKeepsThePreviousOutput) {
     const Image before = g.node->outputImage(RenderContext());
     testing::internal::CaptureStdout();
     g.input->setImage(Image(ci::Image::white()));
-    std::this_thread::sleep_for(100ms);
-    dispatch::MainQueue::shared().drain();
+    dispatch::MainQueue::shared().runUntil([] { return false; }, 200ms); // pump a while
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(out.rfind("\"AsyncImageCacheNode failed to render.\\n", 0), 0u) << out;
     EXPECT_EQ(out.back(), '\n');

@@ -13,9 +13,11 @@
 //    started from any thread) and every broadcast is an asynchronous hop to the main queue, so
 //    the getters that wait for the queue (extent, intent, inputImageProvider) cannot meet a
 //    queue that waits for them.
-//  - The input provider is only ever called on the main thread: the node takes the input's
-//    image when the input reports a change (and when it is connected), and the queue renders
-//    that image. A provider therefore needs no locking of its own.
+//  - The input provider is only ever called on the main thread: when the input reports a change
+//    the node asks the main queue for the input's image, which it gets once the change is
+//    complete (a provider announces a change both before and after replacing its image); the
+//    queue renders that image and waits for it while it is on its way. A provider therefore
+//    needs no locking of its own.
 // The published image, the extent, the input and the dirty rectangles sit behind one mutex,
 // held only to copy or swap them, never while rendering; the flags are atomics.
 
@@ -70,9 +72,8 @@ public:
 private:
     AsyncImageCacheNode(const cg::Rect& extent, int bitDepth, Image::Intent intent);
     void renderCycle();
-    /// Dirty rectangles taken by a render cycle are dropped from the front; ones added meanwhile
-    /// stay.
-    void dropDirtyRects(std::size_t count);
+    /// Takes the input's image on the main thread once the current change is complete.
+    void requestInputImage();
     std::weak_ptr<AsyncImageCacheNode> weakSelf();
 
     std::unique_ptr<dispatch::SerialQueue> queue_;
@@ -91,6 +92,7 @@ private:
     std::atomic<bool> enabled_ = true;
     std::atomic<bool> visualizing_ = false;
     std::atomic<bool> singlePass_ = true;
+    std::atomic<bool> inputRequested_ = false;
 };
 
 } // namespace bic

@@ -52,69 +52,69 @@ ColorSpace make(std::optional<std::string> name, ColorSpaceModel model, cmsHPROF
 } // namespace
 
 // The built-in spaces are immutable, so each is built once and shared; building an lcms profile
-// costs far more than the conversions that usually follow.
+// costs far more than the conversions that usually follow. They are never destroyed: renders on
+// background threads may still use them while the process exits.
 
 ColorSpace ColorSpace::deviceRGB() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         return make("kCGColorSpaceDeviceRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile());
-    }();
+    }());
     return shared;
 }
 
 ColorSpace ColorSpace::deviceGray() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         cmsCIExyY d65 = {0.3127, 0.3290, 1.0};
         cmsToneCurve* curve = sRGBCurve();
         cmsHPROFILE p = cmsCreateGrayProfile(&d65, curve);
         cmsFreeToneCurve(curve);
         return make("kCGColorSpaceDeviceGray", ColorSpaceModel::monochrome, p);
-    }();
+    }());
     return shared;
 }
 
 ColorSpace ColorSpace::sRGB() {
-    static const ColorSpace shared = [] {
-        return make("kCGColorSpaceSRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile());
-    }();
+    static const ColorSpace& shared = *new ColorSpace(
+        [] { return make("kCGColorSpaceSRGB", ColorSpaceModel::rgb, cmsCreate_sRGBProfile()); }());
     return shared;
 }
 
 ColorSpace ColorSpace::linearSRGB() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         return make("kCGColorSpaceLinearSRGB", ColorSpaceModel::rgb,
                     rgbProfile(kSRGBPrimaries, cmsBuildGamma(nullptr, 1.0)));
-    }();
+    }());
     return shared;
 }
 
 ColorSpace ColorSpace::displayP3() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         constexpr cmsCIExyYTRIPLE p3 = {{0.680, 0.320, 1}, {0.265, 0.690, 1}, {0.150, 0.060, 1}};
         return make("kCGColorSpaceDisplayP3", ColorSpaceModel::rgb, rgbProfile(p3, sRGBCurve()));
-    }();
+    }());
     return shared;
 }
 
 ColorSpace ColorSpace::adobeRGB1998() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         constexpr cmsCIExyYTRIPLE adobe = {{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
         return make("kCGColorSpaceAdobeRGB1998", ColorSpaceModel::rgb,
                     rgbProfile(adobe, cmsBuildGamma(nullptr, 563.0 / 256.0)));
-    }();
+    }());
     return shared;
 }
 
 ColorSpace ColorSpace::psdLab() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         return make(std::nullopt, ColorSpaceModel::lab, cmsCreateLab4Profile(cmsD50_xyY()));
-    }();
+    }());
     return shared;
 }
 
 ColorSpace ColorSpace::genericXYZ() {
-    static const ColorSpace shared = [] {
+    static const ColorSpace& shared = *new ColorSpace([] {
         return make("kCGColorSpaceGenericXYZ", ColorSpaceModel::xyz, cmsCreateXYZProfile());
-    }();
+    }());
     return shared;
 }
 

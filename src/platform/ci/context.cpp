@@ -4,7 +4,9 @@
 #include "nodes.hpp"
 #include "pixel_io.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
@@ -86,8 +88,14 @@ RenderDestination::RenderDestination(std::shared_ptr<io::Surface> surface)
 }
 
 std::shared_ptr<Context> Context::shared() {
-    static const std::shared_ptr<Context> context = std::make_shared<Context>();
-    return context;
+    // Never destroyed: renders on background threads may still use it while the process exits.
+    static const auto* context = new std::shared_ptr<Context>([] {
+        Options options;
+        if (const char* threads = std::getenv("BIC_RENDER_THREADS"))
+            options.threads = std::max(0, std::atoi(threads));
+        return std::make_shared<Context>(options);
+    }());
+    return *context;
 }
 
 RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRect,

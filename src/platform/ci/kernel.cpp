@@ -121,8 +121,8 @@ std::optional<Image> GeneralKernel::apply(const cg::Rect& extent, const RegionOf
 KernelLibrary::KernelLibrary() = default;
 
 KernelLibrary& KernelLibrary::shared() {
-    static KernelLibrary library;
-    return library;
+    static KernelLibrary* library = new KernelLibrary(); // outlives background renders at exit
+    return *library;
 }
 
 void KernelLibrary::addColorKernel(std::string name, RowFunction function) {

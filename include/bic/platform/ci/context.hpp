@@ -64,7 +64,8 @@ public:
     Context() = default;
     explicit Context(Options options) : options_(options) {}
 
-    /// The process-wide context, made once.
+    /// The process-wide context, made once. The environment variable BIC_RENDER_THREADS, when
+    /// set, caps its threads (1 renders on the calling thread).
     static std::shared_ptr<Context> shared();
 
     /// Renders the pixels of `fromRect` (its integral rectangle) so that its lower-left corner
