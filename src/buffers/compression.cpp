@@ -1,5 +1,7 @@
 #include "bic/buffers/compression.hpp"
 
+#include "bic/platform/core/memory.hpp"
+
 #include <cstring>
 #include <libdeflate.h>
 #include <memory>
@@ -112,7 +114,7 @@ std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> in,
     thread_local std::unique_ptr<libdeflate_decompressor, DecompressorFree> decompressor(
         libdeflate_alloc_decompressor());
     if (!decompressor) throw CompressionError("The inflate coder could not be made.");
-    std::vector<std::uint8_t> out(uncompressedSize);
+    std::vector<std::uint8_t> out = zeroedBuffer(uncompressedSize);
     std::size_t actual = 0;
     const auto result = libdeflate_zlib_decompress(decompressor.get(), in.data(), in.size(),
                                                    out.data(), out.size(), &actual);

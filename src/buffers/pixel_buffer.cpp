@@ -4,6 +4,7 @@
 #include "bic/platform/cg/color_transform.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
+#include "bic/platform/core/memory.hpp"
 #include "pixel_rows.hpp"
 
 #include <algorithm>
@@ -56,7 +57,7 @@ void PixelBuffer<P>::allocate(const cg::ColorSpace& space) {
     pixelsPerRow_ = bytesPerRow / std::int64_t(sizeof(P));
     storage_ = std::make_shared<Storage>(space);
     try {
-        storage_->bytes->assign(std::size_t(checked::mul(bytesPerRow, size_.height)), 0);
+        *storage_->bytes = zeroedBuffer(std::size_t(checked::mul(bytesPerRow, size_.height)));
     } catch (const std::bad_alloc&) {
         throw ImageCoreError(ImageCoreError::memoryError);
     } catch (const std::length_error&) {

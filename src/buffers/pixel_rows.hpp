@@ -7,6 +7,7 @@
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/cg/color_transform.hpp"
+#include "bic/platform/core/memory.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -125,7 +126,7 @@ std::vector<AnyChannelData> compressedPlanes(const PixelRows<const P>& in, bool 
     std::vector<std::exception_ptr> failures(P::componentCount);
     tbb::parallel_for(0, P::componentCount, [&](int plane) {
         const int k = componentOfPlane<P>(plane);
-        std::vector<std::uint8_t> bytes(std::size_t(w * h) * sizeof(T));
+        std::vector<std::uint8_t> bytes = zeroedBuffer(std::size_t(w * h) * sizeof(T));
         T* samples = reinterpret_cast<T*>(bytes.data());
         for (std::int64_t r = 0; r < h; ++r) {
             const T* src = reinterpret_cast<const T*>(in.row(r)) + k;
