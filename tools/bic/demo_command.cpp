@@ -119,25 +119,37 @@ void graphSection(const std::filesystem::path& dir) {
     cache->addImageConsumer(*seen);
     cache->setInputImageProvider(input);
     auto canvasStore = makeMemoryImageAccumulator(8, canvas, false, std::string("canvas"));
-    auto waitForAnnouncement = [&](std::size_t count) {
-        if (!main.runUntil([&] { return seen->rects.size() >= count; }, std::chrono::seconds(10)))
-            throw CommandError("the cache node did not render within 10 s");
-        canvasStore->setImage(cache->outputImage(RenderContext()).ciImage, seen->rects.back());
-        fmt::print("  cache node rendered and announced {}\n", describe(seen->rects.back()));
+    // An editor draws each announced rectangle of the node's output into its canvas.
+    std::size_t drawn = 0;
+    auto waitForAnnouncementOf = [&](const cg::Rect& rect) {
+        const bool seenIt = main.runUntil(
+            [&] {
+                for (; drawn < seen->rects.size(); ++drawn) {
+                    const cg::Rect r = seen->rects[drawn];
+                    canvasStore->setImage(cache->outputImage(RenderContext()).ciImage, r);
+                    fmt::print("  cache node rendered and announced {}\n", describe(r));
+                    if (r.contains(rect)) return ++drawn, true;
+                }
+                return false;
+            },
+            std::chrono::seconds(10));
+        if (!seenIt) throw CommandError("the cache node did not render within 10 s");
     };
     input->broadcastOutputImageChange(canvas);
-    waitForAnnouncement(1);
+    waitForAnnouncementOf(canvas);
+    // Connecting the input also marked the canvas dirty; let a render of that pass by too.
+    main.runUntil([] { return false; }, std::chrono::milliseconds(100));
+    drawn = seen->rects.size();
 
     // A translucent square over part of the picture: the provider's image is replaced quietly
     // and only the square announced, so the node re-renders and announces just that.
     const cg::Rect patch(400, 80, 160, 160);
     const ci::Image overlay = ci::Image::constant(ci::Color{0.9, 0.2, 0.1, 0.7}).cropped(patch);
-    const std::size_t before = seen->rects.size();
     input->setBroadcastingImageChanges(false);
     input->setImage(Image(overlay.composited(photo.image())));
     input->setBroadcastingImageChanges(true);
     input->broadcastOutputImageChange(patch);
-    waitForAnnouncement(before + 1);
+    waitForAnnouncementOf(patch);
 
     const PixelBuffer<PixelARGB8> output(canvasStore->image(), canvas, "graph output");
     writeImageFile(output, dir / "graph-output.png");
