@@ -218,6 +218,13 @@ void SamplingNode::renderInside(const IRect& r, const Tile& out, Scratch& s) con
     input->render(r, out, s);
 }
 
+WideningNode::WideningNode(NodePtr in)
+    : Node(cg::Rect::infinite(), in->reach), input(std::move(in)) {}
+
+void WideningNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    input->render(r, out, s);
+}
+
 IntermediateNode::IntermediateNode(NodePtr in) : Node(in->extent), input(std::move(in)) {}
 
 void IntermediateNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
@@ -325,6 +332,10 @@ Image Image::clamped(const cg::Rect& rect) const {
 
 Image Image::composited(const Image& background) const {
     static const BlendKernel over("sourceOver", sourceOverRow);
+    const auto* constant = dynamic_cast<const ConstantNode*>(background.node_.get());
+    if (constant && constant->color[3] == 0 && constant->color[0] == 0 && constant->color[1] == 0 &&
+        constant->color[2] == 0)
+        return Image(std::make_shared<WideningNode>(node_));
     return over.apply(*this, background);
 }
 

@@ -67,6 +67,14 @@ struct SamplingNode final : Node {
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
 };
 
+/// Its input over transparent pixels to infinity: the input's pixels under an infinite extent,
+/// which is what compositing over the clear image amounts to, without a blend per pixel.
+struct WideningNode final : Node {
+    explicit WideningNode(NodePtr input);
+    NodePtr input;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
 /// Keeps rendered tiles of its input; each tile is rendered once, by whichever thread needs it
 /// first, while others wait for it.
 struct IntermediateNode final : Node {
