@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
@@ -57,6 +56,10 @@ struct SurfaceLock {
         if (surface) surface->unlock(options);
     }
 };
+
+// What a thread's scratch may keep between renders (32 MB); more is given back after the tile
+// that needed it.
+constexpr std::size_t kKeptScratchFloats = std::size_t(8) << 20;
 
 template <class F>
 void forEach(std::int64_t count, int threads, F&& f) {
@@ -142,13 +145,11 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
     const Node& root = *image.node();
     const bool writesFloats = d.format_ == Format::RGBAf;
 
-    struct Local {
-        Scratch scratch;
-        std::vector<float> tile;
-    };
-    tbb::enumerable_thread_specific<Local> locals;
     auto renderTile = [&](std::int64_t index) {
-        Local& local = locals.local();
+        // Each thread keeps its scratch from render to render: a small render costs no
+        // allocation and no page faults. Leases nest, so a tile stolen while another waits on
+        // the same thread takes deeper blocks and gives them back before the other resumes.
+        thread_local Scratch scratch;
         const std::int64_t tx = index % columns, ty = index / columns;
         // Tiles are laid out from the top row of the rectangle down.
         const std::int64_t x = r.x + tx * tw, w = std::min(tw, r.maxX() - x);
@@ -161,13 +162,13 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         if (writesFloats && d.rowBytes_ % 16 == 0 &&
             reinterpret_cast<std::uintptr_t>(d.bytes_) % 4 == 0) {
             // Working floats go straight into a float destination.
-            root.render(tile, Tile{reinterpret_cast<float*>(dst), d.rowBytes_ / 4}, local.scratch);
-            return;
+            root.render(tile, Tile{reinterpret_cast<float*>(dst), d.rowBytes_ / 4}, scratch);
+        } else {
+            const Scratch::Lease pixels = renderToScratch(root, tile, scratch);
+            for (std::int64_t i = 0; i < h; ++i)
+                writeRow(d.format_, pixels.data() + i * w * 4, dst + i * d.rowBytes_, w);
         }
-        local.tile.resize(std::size_t(w * h * 4));
-        root.render(tile, Tile{local.tile.data(), w * 4}, local.scratch);
-        for (std::int64_t i = 0; i < h; ++i)
-            writeRow(d.format_, local.tile.data() + i * w * 4, dst + i * d.rowBytes_, w);
+        scratch.trim(kKeptScratchFloats);
     };
 
     forEach(columns * rows, options_.threads, renderTile);

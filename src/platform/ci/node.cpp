@@ -34,6 +34,14 @@ Scratch::Lease Scratch::take(std::size_t floats) {
     return Lease(*this, b.data.get());
 }
 
+void Scratch::trim(std::size_t floats) {
+    if (depth_ != 0) return;
+    std::size_t held = 0;
+    for (const Block& b : blocks_)
+        held += b.size;
+    if (held > floats) blocks_.clear();
+}
+
 Node::Node(const cg::Rect& e, std::int64_t r) : extent(e), bounds(pixelBounds(e)), reach(r) {}
 
 void fillZero(const Tile& out, std::int64_t w, std::int64_t h) {

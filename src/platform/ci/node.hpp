@@ -64,6 +64,8 @@ public:
 
     /// `floats` floats, contents undefined, valid until the lease ends.
     Lease take(std::size_t floats);
+    /// Frees the blocks when none is leased and together they hold more than `floats`.
+    void trim(std::size_t floats);
 
 private:
     struct Block {
