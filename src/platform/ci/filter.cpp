@@ -65,6 +65,11 @@ void Filter::registerConstructor(std::string name, Constructor constructor) {
     r.constructors.insert_or_assign(std::move(name), std::move(constructor));
 }
 
+void registerFilterName(std::string name, std::shared_ptr<const FilterConstructor> constructor) {
+    Filter::registerConstructor(name,
+                                [name, constructor] { return constructor->filterWithName(name); });
+}
+
 std::vector<std::string> Filter::filterNames() {
     Registry& r = registry();
     std::lock_guard lock(r.mutex);

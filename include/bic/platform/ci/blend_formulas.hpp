@@ -23,11 +23,12 @@ template <SeparableMode Mode>
 inline void separableRow(const float* fg, const float* bg, float* out, std::int64_t count) {
     for (std::int64_t i = 0; i < count * 4; i += 4) {
         const float as = fg[i + 3], ab = bg[i + 3];
-        const float is = as > 0 ? 1.0f / as : 0.0f, ib = ab > 0 ? 1.0f / ab : 0.0f;
         const float both = as * ab;
         for (int c = 0; c < 3; ++c) {
             const float cs = fg[i + c], cb = bg[i + c];
-            const float mixed = both > 0 ? both * Mode::apply(cb * ib, cs * is) : 0.0f;
+            // Divided, not multiplied by a reciprocal: a channel equal to its alpha must read
+            // as exactly 1, which the modes' edge rules test.
+            const float mixed = both > 0 ? both * Mode::apply(cb / ab, cs / as) : 0.0f;
             out[i + c] = cs * (1 - ab) + cb * (1 - as) + mixed;
         }
         out[i + 3] = as + ab * (1 - as);

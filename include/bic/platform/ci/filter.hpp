@@ -77,6 +77,16 @@ private:
     Output output_;
 };
 
+/// Makes filters for the registry; what it makes for a name is its own affair.
+class FilterConstructor {
+public:
+    virtual ~FilterConstructor() = default;
+    virtual std::shared_ptr<Filter> filterWithName(std::string_view name) const = 0;
+};
+
+/// Registers (or replaces) `constructor` for `name`; Filter::named(name) then asks it.
+void registerFilterName(std::string name, std::shared_ptr<const FilterConstructor> constructor);
+
 /// `image` as the filter's "inputImage", the parameters set on top; nothing for unknown filters
 /// or when the filter has no output. Unknown parameter keys throw UnknownFilterInputError.
 std::optional<Image> applyingFilter(const Image& image, std::string_view name,

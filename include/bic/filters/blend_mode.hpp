@@ -1,0 +1,93 @@
+#pragma once
+// The ways a layer's pixels combine with what lies beneath them: the layer blend modes of the
+// layered-document format, with its four-character keys, and the two group modes.
+
+#include "bic/platform/ci/filter.hpp"
+#include "bic/platform/coding/coder.hpp"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace bic {
+
+class BlendMode {
+public:
+    enum Case : int {
+        normal = 1,
+        dissolve = 2,
+        darken = 3,
+        multiply = 4,
+        colorBurn = 5,
+        linearBurn = 6,
+        darkerColor = 7,
+        lighten = 8,
+        screen = 9,
+        colorDodge = 10,
+        linearDodge = 11,
+        lighterColor = 12,
+        overlay = 13,
+        softLight = 14,
+        hardLight = 15,
+        vividLight = 16,
+        linearLight = 17,
+        pinLight = 18,
+        hardMix = 19,
+        difference = 20,
+        exclusion = 21,
+        subtract = 22,
+        divide = 23,
+        hue = 24,
+        saturation = 25,
+        color = 26,
+        luminosity = 27,
+        passThrough = 1000, ///< a group's children blend straight onto what lies below it
+        replace = 1001,
+    };
+
+    constexpr BlendMode(Case c) : case_(c) {}
+    /// Every mode in declaration order.
+    static const std::array<BlendMode, 29>& allCases();
+
+    /// 1…27, 1000 or 1001; nothing otherwise.
+    static std::optional<BlendMode> fromRawValue(int rawValue);
+    /// The English display name, exactly (case matters). An unknown name prints
+    /// "Unsupported blend mode name." on standard output and gives nothing.
+    static std::optional<BlendMode> fromName(std::string_view name);
+    /// The four-character key, exactly. An unknown key prints "Unsupported blend mode name "
+    /// followed by the key and a full stop on standard output and gives nothing.
+    static std::optional<BlendMode> fromPSDKey(std::string_view key);
+
+    int rawValue() const { return case_; }
+    /// "Normal", "Color Burn", …
+    std::string_view name() const;
+    /// "norm", "idiv", "mul ", … (always four characters)
+    std::string_view psdKey() const;
+    /// The name in the user's language ("BlendModes" string table); the English name without a
+    /// translation.
+    std::string localizedName() const;
+    /// A new filter that performs the mode, no inputs set. The group modes have none: asking
+    /// stops the process ("Cannot create filter for blend mode <name>.").
+    std::shared_ptr<ci::Filter> filter() const;
+
+    /// The display name as a single string.
+    void encode(coding::Encoder& encoder) const;
+    /// Throws FileReadCorruptError (259) for a string that is no display name.
+    static BlendMode decode(const coding::Decoder& decoder);
+
+    constexpr operator Case() const { return case_; }
+
+private:
+    Case case_;
+};
+
+/// `foreground` blended over `background`: dissolve shows whole pixels by opacity; every other
+/// mode makes the foreground `opacity` transparent first (below 1) and applies the mode's
+/// filter. The group modes stop the process.
+ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
+                  double opacity);
+
+/// `image` with its alpha (and premultiplied colour) scaled by `opacity`; the extent is kept.
+ci::Image bic_applying(const ci::Image& image, double opacity);
+
+} // namespace bic

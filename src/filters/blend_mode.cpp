@@ -1,0 +1,170 @@
+#include "bic/filters/blend_mode.hpp"
+
+#include "bic/filters/blend_mode_filters.hpp"
+#include "bic/platform/coding/errors.hpp"
+#include "bic/platform/core/fatal.hpp"
+#include "bic/resources/localization.hpp"
+
+#include <cstdio>
+#include <utility>
+
+namespace bic {
+
+namespace {
+
+struct ModeInfo {
+    BlendMode::Case mode;
+    std::string_view name, key;
+    std::shared_ptr<ci::Filter> (*filter)();
+};
+
+std::shared_ptr<ci::Filter> none() { return nullptr; }
+template <class F>
+std::shared_ptr<ci::Filter> make() {
+    return std::make_shared<F>();
+}
+template <const char* Name>
+std::shared_ptr<ci::Filter> builtIn() {
+    return ci::Filter::named(Name);
+}
+
+constexpr char kSourceOver[] = "CISourceOverCompositing";
+constexpr char kDarken[] = "CIDarkenBlendMode";
+constexpr char kMultiply[] = "CIMultiplyBlendMode";
+constexpr char kLighten[] = "CILightenBlendMode";
+constexpr char kScreen[] = "CIScreenBlendMode";
+constexpr char kOverlay[] = "CIOverlayBlendMode";
+constexpr char kSoftLight[] = "CISoftLightBlendMode";
+constexpr char kHardLight[] = "CIHardLightBlendMode";
+constexpr char kDifference[] = "CIDifferenceBlendMode";
+constexpr char kExclusion[] = "CIExclusionBlendMode";
+
+using B = BlendMode;
+// Declaration order; the group modes last.
+constexpr ModeInfo kModes[] = {
+    {B::normal, "Normal", "norm", builtIn<kSourceOver>},
+    {B::dissolve, "Dissolve", "diss", builtIn<kSourceOver>},
+    {B::darken, "Darken", "dark", builtIn<kDarken>},
+    {B::multiply, "Multiply", "mul ", builtIn<kMultiply>},
+    {B::colorBurn, "Color Burn", "idiv", make<BICColorBurnBlendMode>},
+    {B::linearBurn, "Linear Burn", "lbrn", make<BICLinearBurnBlendMode>},
+    {B::darkerColor, "Darker Color", "dkCl", make<BICDarkerColorBlendMode>},
+    {B::lighten, "Lighten", "lite", builtIn<kLighten>},
+    {B::screen, "Screen", "scrn", builtIn<kScreen>},
+    {B::colorDodge, "Color Dodge", "div ", make<BICColorDodgeBlendMode>},
+    {B::linearDodge, "Linear Dodge", "lddg", make<BICLinearDodgeBlendMode>},
+    {B::lighterColor, "Lighter Color", "lgCl", make<BICLighterColorBlendMode>},
+    {B::overlay, "Overlay", "over", builtIn<kOverlay>},
+    {B::softLight, "Soft Light", "sLit", builtIn<kSoftLight>},
+    {B::hardLight, "Hard Light", "hLit", builtIn<kHardLight>},
+    {B::vividLight, "Vivid Light", "vLit", make<BICVividLightBlendMode>},
+    {B::linearLight, "Linear Light", "lLit", make<BICLinearLightBlendMode>},
+    {B::pinLight, "Pin Light", "pLit", make<BICPinLightBlendMode>},
+    {B::hardMix, "Hard Mix", "hMix", make<BICHardMixBlendMode>},
+    {B::difference, "Difference", "diff", builtIn<kDifference>},
+    {B::exclusion, "Exclusion", "smud", builtIn<kExclusion>},
+    {B::subtract, "Subtract", "fsub", make<BICSubtractBlendMode>},
+    {B::divide, "Divide", "fdiv", make<BICDivideBlendMode>},
+    {B::hue, "Hue", "hue ", make<BICHueBlendMode>},
+    {B::saturation, "Saturation", "sat ", make<BICSaturationBlendMode>},
+    {B::color, "Color", "colr", make<BICColorBlendMode>},
+    {B::luminosity, "Luminosity", "lum ", make<BICLuminosityBlendMode>},
+    {B::passThrough, "Pass Through", "pass", none},
+    {B::replace, "Replace", "rplc", none},
+};
+
+const ModeInfo& info(BlendMode mode) {
+    const int raw = mode.rawValue();
+    return kModes[raw >= 1000 ? std::size_t(27 + raw - 1000) : std::size_t(raw - 1)];
+}
+
+std::optional<BlendMode> byName(std::string_view name) {
+    for (const ModeInfo& m : kModes)
+        if (m.name == name) return m.mode;
+    return std::nullopt;
+}
+
+} // namespace
+
+const std::array<BlendMode, 29>& BlendMode::allCases() {
+    static const auto all = []<std::size_t... I>(std::index_sequence<I...>) {
+        return std::array<BlendMode, 29>{kModes[I].mode...};
+    }(std::make_index_sequence<29>{});
+    return all;
+}
+
+std::optional<BlendMode> BlendMode::fromRawValue(int rawValue) {
+    if ((rawValue >= 1 && rawValue <= 27) || rawValue == 1000 || rawValue == 1001)
+        return BlendMode(Case(rawValue));
+    return std::nullopt;
+}
+
+std::optional<BlendMode> BlendMode::fromName(std::string_view name) {
+    if (auto mode = byName(name)) return mode;
+    std::printf("Unsupported blend mode name.\n");
+    std::fflush(stdout);
+    return std::nullopt;
+}
+
+std::optional<BlendMode> BlendMode::fromPSDKey(std::string_view key) {
+    for (const ModeInfo& m : kModes)
+        if (m.key == key) return m.mode;
+    std::printf("Unsupported blend mode name %.*s.\n", int(key.size()), key.data());
+    std::fflush(stdout);
+    return std::nullopt;
+}
+
+std::string_view BlendMode::name() const { return info(*this).name; }
+std::string_view BlendMode::psdKey() const { return info(*this).key; }
+
+std::string BlendMode::localizedName() const {
+    return resources::localizedString("BlendModes", name());
+}
+
+std::shared_ptr<ci::Filter> BlendMode::filter() const {
+    auto filter = info(*this).filter();
+    if (!filter) fatalError("Cannot create filter for blend mode " + std::string(name()) + ".");
+    return filter;
+}
+
+void BlendMode::encode(coding::Encoder& encoder) const { encoder.encodeSingle(name()); }
+
+BlendMode BlendMode::decode(const coding::Decoder& decoder) {
+    if (auto mode = byName(decoder.decodeSingle<std::string>())) return *mode;
+    throw coding::FileReadCorruptError();
+}
+
+ci::Image bic_applying(const ci::Image& image, double opacity) {
+    using V = std::vector<double>;
+    const auto result = ci::applyingFilter(image, "CIColorMatrix",
+                                           {{"inputRVector", V{1, 0, 0, 0}},
+                                            {"inputGVector", V{0, 1, 0, 0}},
+                                            {"inputBVector", V{0, 0, 1, 0}},
+                                            {"inputAVector", V{0, 0, 0, opacity}},
+                                            {"inputBiasVector", V{0, 0, 0, 0}}});
+    if (!result) fatalError("The colour matrix filter gave no output image.");
+    return *result;
+}
+
+ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
+                  double opacity) {
+    std::optional<ci::Image> result;
+    if (mode == BlendMode::dissolve) {
+        BICDissolveBlendMode dissolve;
+        dissolve.setInputImage(foreground);
+        dissolve.setInputBackgroundImage(background);
+        dissolve.setInputOpacity(opacity);
+        result = dissolve.outputImage();
+    } else {
+        const ci::Image layer = opacity < 1 ? bic_applying(foreground, opacity) : foreground;
+        const auto filter = mode.filter();
+        filter->setValue("inputImage", layer);
+        filter->setValue("inputBackgroundImage", background);
+        result = filter->outputImage();
+    }
+    if (!result)
+        fatalError("The " + std::string(mode.name()) + " blend filter gave no output image.");
+    return *result;
+}
+
+} // namespace bic
