@@ -23,6 +23,10 @@ Run addColorCommand(CLI::App& app);
 Run addDemoCommand(CLI::App& app);
 Run addEncodeCommand(CLI::App& app);
 Run addDecodeCommand(CLI::App& app);
+Run addBlendCommand(CLI::App& app);
+
+/// The demo's contact sheet of the pixel blend modes, written into `dir`.
+void blendSection(const std::filesystem::path& dir);
 
 /// A record file: JSON when it starts with "{", else a binary or XML property list.
 coding::Value readRecordFile(const std::filesystem::path& path);

@@ -174,6 +174,7 @@ Run addDemoCommand(CLI::App& app) {
         colorSection(dir);
         bitmapSection(dir);
         graphSection(dir);
+        blendSection(dir);
     };
 }
 

@@ -1,0 +1,137 @@
+// bic blend: one layer over another in a layer blend mode; and the demo's contact sheet of all
+// pixel modes.
+
+#include "bic/filters/blend_mode.hpp"
+#include "bic/platform/ci/context.hpp"
+#include "commands.hpp"
+#include "common/synthetic_images.hpp"
+#include "image_files.hpp"
+
+#include <cairo.h>
+#include <fmt/format.h>
+#include <memory>
+
+namespace bic::tool {
+
+namespace {
+
+// A display name, or else a key (keys are four characters, names longer than four unless
+// they are "Hue"); an unknown one prints the library's line.
+std::optional<BlendMode> parseMode(const std::string& text) {
+    for (BlendMode mode : BlendMode::allCases())
+        if (mode.name() == text) return mode;
+    return text.size() <= 4 ? BlendMode::fromPSDKey(text) : BlendMode::fromName(text);
+}
+
+ci::Image imageOf(const PixelBufferType& buffer) {
+    return std::visit([](const auto& b) { return b.image(); }, buffer);
+}
+
+int bitDepthOf(const PixelBufferType& buffer) {
+    return std::visit([](const auto& b) { return b.bitDepth; }, buffer);
+}
+
+// The bottom layer's size and depth, in colour.
+PixelBufferType flattened(const ci::Image& image, const cg::Rect& extent, int bitDepth) {
+    switch (bitDepth) {
+    case 8:
+        return PixelBuffer<PixelARGB8>(image, extent);
+    case 16:
+        return PixelBuffer<PixelRGBA16>(image, extent);
+    default:
+        return PixelBuffer<PixelRGBA32>(image, extent);
+    }
+}
+
+} // namespace
+
+Run addBlendCommand(CLI::App& app) {
+    auto* cmd = app.add_subcommand("blend", "Blend a layer over an image in a layer blend mode");
+    struct Options {
+        std::string mode = "Normal", top, bottom, out;
+        double opacity = 1;
+        std::vector<double> offset{0, 0};
+    };
+    auto o = std::make_shared<Options>();
+    cmd->add_option("--mode", o->mode, "display name (\"Color Burn\") or key (\"idiv\")");
+    cmd->add_option("--opacity", o->opacity, "the layer's opacity, 0…1")
+        ->check(CLI::Range(0.0, 1.0));
+    cmd->add_option("--offset", o->offset, "DX,DY: the layer's top-left corner on the image")
+        ->delimiter(',')
+        ->expected(2);
+    cmd->add_option("top", o->top, "the layer (PNG with alpha, 8 or 16 bits)")->required();
+    cmd->add_option("bottom", o->bottom, "the image beneath; gives the output's size")->required();
+    cmd->add_option("out", o->out, "output image (.png, or .tif)")->required();
+    return [cmd, o] {
+        if (!cmd->parsed()) return;
+        const auto mode = parseMode(o->mode);
+        if (!mode) throw CommandError("no blend mode \"" + o->mode + "\"");
+        if (mode->rawValue() >= 1000)
+            throw CommandError(std::string(mode->name()) + " is a group mode, not a pixel blend");
+        const PixelBufferType top = readImageFile(o->top), bottom = readImageFile(o->bottom);
+        const ci::Image bottomImage = imageOf(bottom);
+        const cg::Rect extent = bottomImage.extent();
+        // Image coordinates grow upwards: the layer's top edge sits DY below the image's.
+        const ci::Image layer = imageOf(top);
+        const ci::Image placed = layer.transformed(cg::AffineTransform::translation(
+            o->offset[0], extent.height() - o->offset[1] - layer.extent().height()));
+        const ci::Image result = blended(placed, bottomImage, *mode, o->opacity).cropped(extent);
+        writeImageFile(flattened(result, extent, bitDepthOf(bottom)), o->out);
+        fmt::print("{} at opacity {} ({}): wrote {}\n", mode->name(), o->opacity, mode->psdKey(),
+                   o->out);
+    };
+}
+
+void blendSection(const std::filesystem::path& dir) {
+    fmt::print("== blend modes ==\n");
+    constexpr int w = 200, h = 150, label = 24, columns = 7;
+    const ci::Image backdrop = synthetic::photoLike<PixelARGB8>(w, h, 5).image();
+    // An orange-to-teal layer that fades from opaque to half transparent.
+    using V = std::vector<double>;
+    const auto gradient = ci::Filter::named("CILinearGradient");
+    gradient->setValue("inputPoint0", V{0, 0});
+    gradient->setValue("inputPoint1", V{w, 0});
+    gradient->setValue("inputColor0", ci::Color{1, 0.55, 0.1, 1});
+    gradient->setValue("inputColor1", ci::Color{0.1, 0.7, 0.8, 0.5});
+    const ci::Image layer = gradient->outputImage()->cropped({0, 0, w, h});
+
+    std::vector<BlendMode> modes;
+    for (BlendMode mode : BlendMode::allCases())
+        if (mode.rawValue() < 1000) modes.push_back(mode);
+    const int rows = int(modes.size() + columns - 1) / columns;
+    const int sheetWidth = columns * w, sheetHeight = rows * (h + label);
+    std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> sheet(
+        cairo_image_surface_create(CAIRO_FORMAT_ARGB32, sheetWidth, sheetHeight),
+        cairo_surface_destroy);
+    std::unique_ptr<cairo_t, decltype(&cairo_destroy)> cr(cairo_create(sheet.get()), cairo_destroy);
+    cairo_set_source_rgb(cr.get(), 1, 1, 1);
+    cairo_paint(cr.get());
+    cairo_surface_flush(sheet.get());
+    // cairo's ARGB32 is premultiplied 32-bit words, blue first in memory on this machine.
+    auto* data = cairo_image_surface_get_data(sheet.get());
+    const int stride = cairo_image_surface_get_stride(sheet.get());
+    for (std::size_t i = 0; i < modes.size(); ++i) {
+        const int x = int(i) % columns * w, y = int(i) / columns * (h + label);
+        ci::Context::shared()->render(blended(layer, backdrop, modes[i], 1),
+                                      data + y * stride + x * 4, stride, cg::Rect(0, 0, w, h),
+                                      ci::Format::BGRA8);
+    }
+    cairo_surface_mark_dirty(sheet.get());
+    cairo_select_font_face(cr.get(), "DejaVu Sans Mono", CAIRO_FONT_SLANT_NORMAL,
+                           CAIRO_FONT_WEIGHT_BOLD);
+    cairo_set_font_size(cr.get(), 15);
+    cairo_set_source_rgb(cr.get(), 0.1, 0.1, 0.1);
+    for (std::size_t i = 0; i < modes.size(); ++i) {
+        const int x = int(i) % columns * w, y = int(i) / columns * (h + label) + h;
+        const std::string text = fmt::format("'{}' {}", modes[i].psdKey(), modes[i].name());
+        cairo_move_to(cr.get(), x + 6, y + 17);
+        cairo_show_text(cr.get(), text.c_str());
+    }
+    const auto path = dir / "blend-modes.png";
+    if (cairo_surface_write_to_png(sheet.get(), path.c_str()) != CAIRO_STATUS_SUCCESS)
+        throw CommandError("cannot write " + path.string());
+    fmt::print("  {} pixel modes of one layer over one picture, labelled by key: {}\n",
+               modes.size(), path.string());
+}
+
+} // namespace bic::tool
