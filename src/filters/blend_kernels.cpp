@@ -1,7 +1,5 @@
 #include "blend_kernels.hpp"
 
-#include <mutex>
-
 namespace bic::blend {
 
 namespace {
@@ -105,31 +103,27 @@ void dissolveRow(const ci::KernelRow& row) {
 
 } // namespace
 
-void registerBlendKernels() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        auto& library = ci::KernelLibrary::shared();
-        const std::pair<const char*, ci::RowFunction> kernels[] = {
-            {"blendModeColorBurn", separable<ColorBurn>},
-            {"blendModeLinearBurn", separable<LinearBurn>},
-            {"blendModeDarkerColor", nonSeparableRow<DarkerColor>},
-            {"blendModeColorDodge", separable<ColorDodge>},
-            {"blendModeLinearDodge", separable<LinearDodge>},
-            {"blendModeLighterColor", nonSeparableRow<LighterColor>},
-            {"blendModeVividLight", separable<VividLight>},
-            {"blendModeLinearLight", separable<LinearLight>},
-            {"blendModePinLight", separable<PinLight>},
-            {"blendModeHardMix", separable<HardMix>},
-            {"blendModeSubtract", separable<Subtract>},
-            {"blendModeDivide", separable<Divide>},
-            {"blendModeHue", nonSeparableRow<Hue>},
-            {"blendModeSaturation", nonSeparableRow<Saturation>},
-            {"blendModeLuminosity", nonSeparableRow<Luminosity>},
-        };
-        for (const auto& [name, function] : kernels)
-            library.addBlendKernel(name, function);
-        library.addColorKernel("blendModeDissolve", dissolveRow);
-    });
+void addBlendKernels(ci::KernelLibrary& library) {
+    const std::pair<const char*, ci::RowFunction> kernels[] = {
+        {"blendModeColorBurn", separable<ColorBurn>},
+        {"blendModeLinearBurn", separable<LinearBurn>},
+        {"blendModeDarkerColor", nonSeparableRow<DarkerColor>},
+        {"blendModeColorDodge", separable<ColorDodge>},
+        {"blendModeLinearDodge", separable<LinearDodge>},
+        {"blendModeLighterColor", nonSeparableRow<LighterColor>},
+        {"blendModeVividLight", separable<VividLight>},
+        {"blendModeLinearLight", separable<LinearLight>},
+        {"blendModePinLight", separable<PinLight>},
+        {"blendModeHardMix", separable<HardMix>},
+        {"blendModeSubtract", separable<Subtract>},
+        {"blendModeDivide", separable<Divide>},
+        {"blendModeHue", nonSeparableRow<Hue>},
+        {"blendModeSaturation", nonSeparableRow<Saturation>},
+        {"blendModeLuminosity", nonSeparableRow<Luminosity>},
+    };
+    for (const auto& [name, function] : kernels)
+        library.addBlendKernel(name, function);
+    library.addColorKernel("blendModeDissolve", dissolveRow);
 }
 
 } // namespace bic::blend

@@ -71,7 +71,7 @@ struct Divide {
     }
 };
 
-/// Registers the "blendMode…" kernels with the process's kernel library; once.
-void registerBlendKernels();
+/// Adds the "blendMode…" kernels to `library`.
+void addBlendKernels(ci::KernelLibrary& library);
 
 } // namespace bic::blend

@@ -89,7 +89,8 @@ std::optional<BlendMode> byName(std::string_view name) {
 const std::array<BlendMode, 29>& BlendMode::allCases() {
     static const auto all = []<std::size_t... I>(std::index_sequence<I...>) {
         return std::array<BlendMode, 29>{kModes[I].mode...};
-    }(std::make_index_sequence<29>{});
+    }
+    (std::make_index_sequence<29>{});
     return all;
 }
 

@@ -1,7 +1,7 @@
 #include "bic/filters/blend_mode_filters.hpp"
 
 #include "bic/algorithms/procedural.hpp"
-#include "blend_kernels.hpp"
+#include "library_kernels.hpp"
 
 namespace bic {
 
@@ -39,8 +39,7 @@ void BlendModeFilter::setInputBackgroundImage(std::optional<ci::Image> image) {
 std::optional<ci::Image> BlendModeFilter::outputImage() const {
     const auto foreground = inputImage(), background = inputBackgroundImage();
     if (!foreground || !background) return std::nullopt;
-    blend::registerBlendKernels();
-    return ci::KernelLibrary::shared().blendKernel(kernel_).apply(*foreground, *background);
+    return libraryKernels().blendKernel(kernel_).apply(*foreground, *background);
 }
 
 BICColorBurnBlendMode::BICColorBurnBlendMode()
@@ -95,8 +94,7 @@ std::optional<ci::Image> BICDissolveBlendMode::outputImage() const {
     const auto foreground = inputImage(), background = inputBackgroundImage();
     const auto opacity = inputOpacity();
     if (!foreground || !background || !opacity) return std::nullopt;
-    blend::registerBlendKernels();
-    return ci::KernelLibrary::shared()
+    return libraryKernels()
         .colorKernel(kernelName())
         .apply(foreground->extent().unionWith(background->extent()),
                {*foreground, *background, RandomNoiseGenerator::uniform(), *opacity});
