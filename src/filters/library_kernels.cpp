@@ -1,6 +1,7 @@
 #include "library_kernels.hpp"
 
 #include "blend_kernels.hpp"
+#include "generator_kernels.hpp"
 #include "operation_kernels.hpp"
 
 #include <mutex>
@@ -13,6 +14,7 @@ ci::KernelLibrary& libraryKernels() {
     std::call_once(once, [&] {
         blend::addBlendKernels(library);
         addOperationKernels(library);
+        addGeneratorKernels(library);
     });
     return library;
 }

@@ -151,6 +151,51 @@ void sobelRow(const ci::GeneralKernelRow& row) {
     }
 }
 
+// (height image, unit light vector): max(0, n · light) as grey, carried by the pixel's alpha.
+void bevelRow(const ci::GeneralKernelRow& row) {
+    const ci::Sampler& s = row.samplers[0];
+    const std::vector<double>& light = std::get<std::vector<double>>((*row.values)[0]);
+    const float lx = float(light[0]), ly = float(light[1]), lz = float(light[2]);
+    for (std::int64_t i = 0; i < row.count; ++i) {
+        const std::int64_t x = row.x + i, y = row.y;
+        const float dx = (luminosity(s.at(x + 1, y)) - luminosity(s.at(x - 1, y))) / 2;
+        const float dy = (luminosity(s.at(x, y + 1)) - luminosity(s.at(x, y - 1))) / 2;
+        const float shade =
+            std::max(0.0f, (-dx * lx - dy * ly + lz) / std::sqrt(dx * dx + dy * dy + 1));
+        const float alpha = s.at(x, y)[3];
+        float* out = row.out + 4 * i;
+        out[0] = out[1] = out[2] = shade * alpha;
+        out[3] = alpha;
+    }
+}
+
+// (image, [a0, g red, g green, g blue]): the custom gamma per channel of unpremultiplied colour.
+template <bool Inverse>
+void customGammaRow(const ci::KernelRow& row) {
+    const std::vector<double>& p = row.vector(0);
+    const float a0 = float(p[0]);
+    float s[3], a[3], g[3];
+    for (int c = 0; c < 3; ++c) {
+        g[c] = float(p[std::size_t(c) + 1]);
+        s[c] = g[c] / (a0 * (g[c] - 1) + std::pow(a0, 1 - g[c]));
+        a[c] = 1 / ((g[c] - 1) * std::pow(a0, g[c]) + 1) - 1;
+    }
+    const float* in = row.samples[0];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
+        const float alpha = in[i + 3];
+        for (int c = 0; c < 3; ++c) {
+            const float x = alpha > 0 ? in[i + c] / alpha : 0.0f;
+            float y;
+            if (!Inverse)
+                y = x <= a0 ? s[c] * x : (1 + a[c]) * std::pow(x, g[c]) - a[c];
+            else
+                y = x <= a0 * s[c] ? x / s[c] : std::pow((x + a[c]) / (1 + a[c]), 1 / g[c]);
+            row.out[i + c] = y * alpha;
+        }
+        row.out[i + 3] = alpha;
+    }
+}
+
 } // namespace
 
 void addOperationKernels(ci::KernelLibrary& library) {
@@ -162,6 +207,9 @@ void addOperationKernels(ci::KernelLibrary& library) {
     library.addColorKernel("dotProduct", dotProductRow);
     library.addGeneralKernel("surfaceNormals", surfaceNormalsRow);
     library.addGeneralKernel("sobel", sobelRow);
+    library.addGeneralKernel("bevel", bevelRow);
+    library.addColorKernel("customGamma", customGammaRow<false>);
+    library.addColorKernel("customGammaInversed", customGammaRow<true>);
 }
 
 } // namespace bic

@@ -1,0 +1,139 @@
+#include "generator_kernels.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace bic {
+
+namespace {
+
+// Hue position 0…6 (sectors of 60°), saturation and value to RGB.
+void hsv(float position, float s, float v, float* rgb) {
+    position = std::fmod(position, 6.0f);
+    if (position < 0) position += 6;
+    auto channel = [&](float n) {
+        const float k = std::fmod(n + position, 6.0f);
+        return v - v * s * std::clamp(std::min(k, 4 - k), 0.0f, 1.0f);
+    };
+    rgb[0] = channel(5);
+    rgb[1] = channel(3);
+    rgb[2] = channel(1);
+}
+
+void put(float* out, const float* rgb, float alpha) {
+    for (int c = 0; c < 3; ++c)
+        out[c] = rgb[c] * alpha;
+    out[3] = alpha;
+}
+
+// One pixel of coverage falloff at a disc's rim.
+float discCoverage(float distance, float radius) {
+    return std::clamp(radius - distance + 0.5f, 0.0f, 1.0f);
+}
+
+template <class F>
+void eachPixel(const ci::KernelRow& row, F&& f) {
+    const float y = float(row.y) + 0.5f;
+    for (std::int64_t i = 0; i < row.count; ++i)
+        f(float(row.x + i) + 0.5f, y, row.out + 4 * i);
+}
+
+constexpr float kSectorsPerRadian = 3 / std::numbers::pi_v<float>;
+
+// (radius, centre)
+void hueWheelRow(const ci::KernelRow& row) {
+    const float r = float(row.number(0));
+    const auto& c = row.vector(1);
+    eachPixel(row, [&](float x, float y, float* out) {
+        const float dx = x - float(c[0]), dy = y - float(c[1]);
+        float rgb[3];
+        hsv(std::atan2(dy, dx) * kSectorsPerRadian, 1, 1, rgb);
+        put(out, rgb, discCoverage(std::hypot(dx, dy), r));
+    });
+}
+
+// (value, radius, centre)
+void colorWheelRow(const ci::KernelRow& row) {
+    const float v = float(row.number(0)), r = float(row.number(1));
+    const auto& c = row.vector(2);
+    eachPixel(row, [&](float x, float y, float* out) {
+        const float dx = x - float(c[0]), dy = y - float(c[1]);
+        const float d = std::hypot(dx, dy);
+        float rgb[3];
+        hsv(std::atan2(dy, dx) * kSectorsPerRadian, r > 0 ? std::min(1.0f, d / r) : 0, v, rgb);
+        put(out, rgb, discCoverage(d, r));
+    });
+}
+
+// (hue position, rect): saturation along x, value along y of the rectangle.
+void saturationValuePanelRow(const ci::KernelRow& row) {
+    const float h = float(row.number(0));
+    const auto& rect = row.vector(1);
+    eachPixel(row, [&](float x, float y, float* out) {
+        const float s = std::clamp((x - float(rect[0])) / float(rect[2]), 0.0f, 1.0f);
+        const float v = std::clamp((y - float(rect[1])) / float(rect[3]), 0.0f, 1.0f);
+        float rgb[3];
+        hsv(h, s, v, rgb);
+        put(out, rgb, 1);
+    });
+}
+
+// (hue position, centre, radius): barycentric mix of hue (0°), white (120°) and black (240°).
+void triangularPanelRow(const ci::KernelRow& row) {
+    const float h = float(row.number(0));
+    const auto& c = row.vector(1);
+    const float r = float(row.number(2));
+    const float cx = float(c[0]), cy = float(c[1]), half = r * 0.866025403784439f;
+    const float ax = cx + r, ay = cy;            // hue
+    const float bx = cx - r / 2, by = cy + half; // white
+    const float qx = cx - r / 2, qy = cy - half; // black
+    const float area = (bx - ax) * (qy - ay) - (qx - ax) * (by - ay);
+    const float side = r * 1.7320508f;
+    float hue[3];
+    hsv(h, 1, 1, hue);
+    eachPixel(row, [&](float x, float y, float* out) {
+        float wa = ((bx - x) * (qy - y) - (qx - x) * (by - y)) / area;
+        float wb = ((qx - x) * (ay - y) - (ax - x) * (qy - y)) / area;
+        float wq = 1 - wa - wb;
+        // A weight is the distance to the opposite side over the triangle's height.
+        const float height = side * 0.866025403784439f;
+        const float edge = std::min({wa, wb, wq}) * height;
+        const float alpha = std::clamp(edge + 0.5f, 0.0f, 1.0f);
+        wa = std::max(wa, 0.0f);
+        wb = std::max(wb, 0.0f);
+        wq = std::max(wq, 0.0f);
+        const float sum = wa + wb + wq;
+        float rgb[3];
+        for (int k = 0; k < 3; ++k)
+            rgb[k] = (wa * hue[k] + wb) / sum;
+        put(out, rgb, alpha);
+    });
+}
+
+// (rect): hue along x; black → hue → white from bottom to top.
+void colorSpectrumRow(const ci::KernelRow& row) {
+    const auto& rect = row.vector(0);
+    eachPixel(row, [&](float x, float y, float* out) {
+        const float u = std::clamp((x - float(rect[0])) / float(rect[2]), 0.0f, 1.0f);
+        const float v = std::clamp((y - float(rect[1])) / float(rect[3]), 0.0f, 1.0f);
+        float rgb[3];
+        if (v <= 0.5f)
+            hsv(u * 6, 1, v * 2, rgb);
+        else
+            hsv(u * 6, 2 - v * 2, 1, rgb);
+        put(out, rgb, 1);
+    });
+}
+
+} // namespace
+
+void addGeneratorKernels(ci::KernelLibrary& library) {
+    library.addColorKernel("hueWheel", hueWheelRow);
+    library.addColorKernel("colorWheel", colorWheelRow);
+    library.addColorKernel("saturationValuePanel", saturationValuePanelRow);
+    library.addColorKernel("triangularSaturationValuePanel", triangularPanelRow);
+    library.addColorKernel("colorSpectrumImage", colorSpectrumRow);
+}
+
+} // namespace bic
