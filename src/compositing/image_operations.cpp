@@ -283,6 +283,14 @@ Image offset(const Image& image, const cg::Vector& by) {
     return with(image, image.ciImage.transformed(cg::AffineTransform::translation(by.dx, by.dy)));
 }
 
+Image strokeMaskFromDistance(const Image& distance, double radius) {
+    const V invert{-1, 0, 0, 0};
+    const ci::Image covered =
+        matrix(distance.ciImage, invert, invert, invert, {0, 0, 0, 1}, {radius, radius, radius, 0})
+            .cropped(distance.extent());
+    return Image::mask(bic_saturated(covered));
+}
+
 Image mapped(const Image& image, const V& curve) { return mapped(image, curve, curve, curve); }
 
 Image mapped(const Image& image, const V& redMap, const V& greenMap, const V& blueMap) {

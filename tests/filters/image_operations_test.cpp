@@ -157,3 +157,16 @@ TEST(ImageOperations, NormalsEdgesAndDotProducts) {
     expectNear(pixel(*lit, 4, 4), {0.5f, 0.5f, 0.5f, 1});
     EXPECT_DEATH(dotProduct(normals, {1, 0}), "three components");
 }
+
+TEST(ImageOperations, StrokeMaskFromDistance) {
+    // Distances 0, 2.5 and 4 under a radius of 3: covered, half covered, empty.
+    const ci::Image d = patch({0, 0, 1, 1}, 0, 0, 0, 1)
+                            .composited(patch({1, 0, 1, 1}, 2.5, 2.5, 2.5, 1))
+                            .composited(patch({2, 0, 1, 1}, 4, 4, 4, 1));
+    const Image mask = strokeMaskFromDistance(Image::data(d), 3);
+    EXPECT_EQ(mask.intent, Image::Intent::mask);
+    EXPECT_EQ(mask.extent(), cg::Rect(0, 0, 3, 1));
+    expectNear(pixel(mask.ciImage, 0, 0), {1, 1, 1, 1});
+    expectNear(pixel(mask.ciImage, 1, 0), {0.5f, 0.5f, 0.5f, 1});
+    expectNear(pixel(mask.ciImage, 2, 0), {0, 0, 0, 1});
+}

@@ -117,6 +117,6 @@ run(FALSE blend --mode "color burn" ${WORK}/demo/photo-crop.png ${WORK}/demo/pho
 expect_in("${out}" "Unsupported blend mode name.\n")
 run(FALSE blend --mode "Pass Through" ${WORK}/demo/photo-crop.png ${WORK}/demo/photo.png ${WORK}/x.png)
 expect_one_line_error("Pass Through is a group mode")
-if(NOT EXISTS ${WORK}/demo/blend-modes.png)
-  message(FATAL_ERROR "demo did not write blend-modes.png")
+if(NOT EXISTS ${WORK}/demo/blend-modes.png OR NOT EXISTS ${WORK}/demo/picker.png)
+  message(FATAL_ERROR "demo did not write blend-modes.png and picker.png")
 endif()

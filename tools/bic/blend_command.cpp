@@ -2,6 +2,7 @@
 // pixel modes.
 
 #include "bic/filters/blend_mode.hpp"
+#include "bic/filters/generator_filters.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "commands.hpp"
 #include "common/synthetic_images.hpp"
@@ -10,6 +11,7 @@
 #include <cairo.h>
 #include <fmt/format.h>
 #include <memory>
+#include <numbers>
 
 namespace bic::tool {
 
@@ -132,6 +134,22 @@ void blendSection(const std::filesystem::path& dir) {
         throw CommandError("cannot write " + path.string());
     fmt::print("  {} pixel modes of one layer over one picture, labelled by key: {}\n",
                modes.size(), path.string());
+
+    // A picker: hue ring, the saturation/value triangle of the chosen hue inside it, a spectrum.
+    BICHueWheelFilter ring;
+    ring.inputRadius = 120;
+    ring.inputCenter = cg::Point{130, 190};
+    ring.inputColorSpace = cg::ColorSpace::sRGB();
+    const ci::Image picker =
+        bik_triangularSaturationValuePanel(float(std::numbers::pi / 6), {130, 190}, 95, std::nullopt, false)
+            ->composited(*ring.outputImage())
+            .composited(*bic_colorSpectrumImage({10, 10, 240, 40}))
+            .composited(ci::Image::constant({0.18, 0.18, 0.18, 1}))
+            .cropped({0, 0, 260, 320});
+    const auto pickerPath = dir / "picker.png";
+    writeImageFile(PixelBuffer<PixelARGB8>(picker, picker.extent()), pickerPath);
+    fmt::print("  colour picker: hue ring, saturation/value triangle at 30°, spectrum: {}\n",
+               pickerPath.string());
 }
 
 } // namespace bic::tool

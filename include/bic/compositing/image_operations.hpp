@@ -96,6 +96,9 @@ Image sobel(const Image& image);
 Image cropped(const Image& image, const cg::Rect& rect);
 Image clamped(const Image& image, const cg::Rect& rect);
 Image offset(const Image& image, const cg::Vector& by);
+/// A mask from a distance image: covered where the distance is at most radius − 1, partly
+/// between radius − 1 and radius, empty beyond (clamp(r − d, 0, 1)).
+Image strokeMaskFromDistance(const Image& distance, double radius);
 /// One curve for all three channels; throws ImageCoreError unknownError when none results.
 Image mapped(const Image& image, const std::vector<double>& curve);
 Image mapped(const Image& image, const std::vector<double>& redMap,
