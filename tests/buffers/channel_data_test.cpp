@@ -198,6 +198,29 @@ TEST(ChannelData, InteroperatesWithZlibAndThePublishedPackBitsExample) {
     EXPECT_EQ(unpackBits(Bytes{0x80, 0x00, 0x05}, 1), Bytes{0x05}); // 0x80 is a no-op header
 }
 
+TEST(ChannelData, LargePlanesAreDeflatedInPartsIntoOneZlibStream) {
+    // Planes of two and three 8 MB parts: photographs (dynamic blocks), noise (stored blocks)
+    // and constant runs, at lengths that end the parts on different bits of their last bytes.
+    std::mt19937 random(11);
+    std::vector<Bytes> planes;
+    for (std::int64_t extra : {0, 1, 77})
+        planes.push_back(bytesOf(photo<std::uint8_t>(4096, 4096 + extra, unsigned(extra) + 3)));
+    Bytes noise((std::size_t(17) << 20) + 5);
+    for (auto& b : noise)
+        b = std::uint8_t(random());
+    planes.push_back(noise);
+    planes.push_back(Bytes((std::size_t(24) << 20) + 3, 0x5A));
+    for (const Bytes& plain : planes) {
+        const Bytes z = zipCompressed(plain);
+        Bytes inflated(plain.size());
+        uLongf size = uLongf(inflated.size());
+        ASSERT_EQ(uncompress(inflated.data(), &size, z.data(), uLong(z.size())), Z_OK);
+        EXPECT_EQ(size, plain.size());
+        EXPECT_TRUE(inflated == plain);
+        EXPECT_TRUE(zipUncompressed(z, plain.size()) == plain);
+    }
+}
+
 TEST(ChannelData, DamagedDataIsAnErrorAndLeavesThePlane) {
     auto rle = plane8(Bytes(16, 3));
     rle.compress(ChannelDataCompressionType::rle, PredictionType::sub, 4, 4, false);
