@@ -196,6 +196,22 @@ void customGammaRow(const ci::KernelRow& row) {
     }
 }
 
+// (image, noise, levels) on straight colour; alpha kept.
+void ditherRow(const ci::KernelRow& row) {
+    const float levels = std::max(2.0f, float(row.number(0))) - 1;
+    const float* in = row.samples[0];
+    const float* noise = row.samples[1];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
+        const float a = in[i + 3];
+        const float n = std::min(noise[i], 0.999999f);
+        for (int c = 0; c < 3; ++c) {
+            const float v = a > 0 ? std::clamp(in[i + c] / a, 0.0f, 1.0f) : 0.0f;
+            row.out[i + c] = std::min(levels, std::floor(v * levels + n)) / levels * a;
+        }
+        row.out[i + 3] = a;
+    }
+}
+
 } // namespace
 
 void addOperationKernels(ci::KernelLibrary& library) {
@@ -210,6 +226,7 @@ void addOperationKernels(ci::KernelLibrary& library) {
     library.addGeneralKernel("bevel", bevelRow);
     library.addColorKernel("customGamma", customGammaRow<false>);
     library.addColorKernel("customGammaInversed", customGammaRow<true>);
+    library.addColorKernel("dither", ditherRow);
 }
 
 } // namespace bic

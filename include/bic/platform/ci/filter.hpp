@@ -19,9 +19,10 @@
 
 namespace bic::ci {
 
-/// An input value: none, an image, a number, a vector, a colour, a transform, bytes or text.
+/// An input value: none, an image, a number, a vector, a colour, a transform, bytes, text or a
+/// Boolean.
 using FilterValue = std::variant<std::monostate, Image, double, std::vector<double>, Color,
-                                 cg::AffineTransform, std::vector<std::uint8_t>, std::string>;
+                                 cg::AffineTransform, std::vector<std::uint8_t>, std::string, bool>;
 using FilterParameters = std::vector<std::pair<std::string, FilterValue>>;
 
 /// A filter was asked for an input it does not have.

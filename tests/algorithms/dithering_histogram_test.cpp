@@ -1,0 +1,189 @@
+#include "bic/algorithms/dithering.hpp"
+#include "bic/algorithms/histogram.hpp"
+#include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/ci/context.hpp"
+
+#include <gtest/gtest.h>
+#include <numeric>
+
+using namespace bic;
+
+namespace {
+
+std::vector<float> dither(std::vector<float> v, std::int64_t w, DitheringMethod m) {
+    ditherInPlace(v.data(), w, std::int64_t(v.size()) / w, w, m);
+    return v;
+}
+
+ci::Image grey(const std::vector<float>& v, std::int64_t w) {
+    std::vector<float> rgba;
+    for (float g : v)
+        rgba.insert(rgba.end(), {g, g, g, 1});
+    return *ci::Image::fromBitmap(rgba.data(), w * 16, w, std::int64_t(v.size()) / w,
+                                  ci::Format::RGBAf);
+}
+
+std::vector<float> reds(const ci::Image& image, const cg::Rect& r) {
+    const auto w = std::int64_t(r.width()), h = std::int64_t(r.height());
+    std::vector<float> px(std::size_t(w * h * 4)), out;
+    ci::Context().render(image, px.data(), w * 16, r, ci::Format::RGBAf);
+    for (std::size_t i = 0; i < px.size(); i += 4)
+        out.push_back(px[i]);
+    return out;
+}
+
+ci::Image patch(const cg::Rect& r, double red, double green, double blue, double alpha) {
+    return ci::Image::constant({red, green, blue, alpha}).cropped(r);
+}
+
+} // namespace
+
+TEST(Dithering, HandWorkedErrorDiffusion) {
+    // Floyd–Steinberg on 2 × 2 of 0.5: (0,0) → 1 with error −8/16, leaving 0.28125 to its
+    // right, 0.34375 below and 0.46875 diagonally; (1,0) → 0 with error 0.28125, which rounds
+    // to 5/16 (4.5 sixteenths, half away from zero); (0,1) reaches 0.40234375 → 0 and passes
+    // 6/16 on, so (1,1) ends at 0.73046875 → 1.
+    const auto fs = dither({0.5f, 0.5f, 0.5f, 0.5f}, 2, DitheringMethod::floydSteinberg);
+    EXPECT_EQ(fs, (std::vector<float>{1, 0, 0, 1}));
+    // Constant 0 and 1 stay as they are.
+    EXPECT_EQ(dither(std::vector<float>(12, 0), 4, DitheringMethod::atkinson),
+              std::vector<float>(12, 0));
+    EXPECT_EQ(dither(std::vector<float>(12, 1), 4, DitheringMethod::floydSteinberg),
+              std::vector<float>(12, 1));
+    // One pixel wide: only the straight-down shares arrive. 0.3 → 0, err 0.3 → 5/16; 5/16 of
+    // that reaches the next row: 0.3 + 0.09765625 = 0.39765625 → 0, …
+    const auto column = dither({0.3f, 0.3f, 0.3f, 0.3f}, 1, DitheringMethod::floydSteinberg);
+    EXPECT_EQ(column, (std::vector<float>{0, 0, 0, 0}));
+    const auto tall = dither({0.45f, 0.45f, 0.45f}, 1, DitheringMethod::atkinson);
+    // 0.45 → 0, err 7/16 → 1/8 of it (0.0546875) to each of the two rows below: 0.5046875 → 1,
+    // err −0.5 (−8/16) → −1/16 below: 0.45 + 0.0546875 − 0.0625 = 0.4421875 → 0.
+    EXPECT_EQ(tall, (std::vector<float>{0, 1, 0}));
+    // Floyd–Steinberg keeps the mean tone of a large field; Atkinson drops a quarter of every
+    // error, so light flecks on a dark field are rarer.
+    const std::vector<float> field(64 * 64, 0.25f);
+    auto mean = [](const std::vector<float>& v) {
+        return std::accumulate(v.begin(), v.end(), 0.0f) / float(v.size());
+    };
+    EXPECT_NEAR(mean(dither(field, 64, DitheringMethod::floydSteinberg)), 0.25f, 0.01f);
+    const float atkinson = mean(dither(field, 64, DitheringMethod::atkinson));
+    EXPECT_LT(atkinson, 0.24f);
+    EXPECT_GT(atkinson, 0.1f);
+}
+
+TEST(Dithering, ImagesDitherWholeWhateverTheTiles) {
+    std::vector<float> ramp;
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 100; ++x)
+            ramp.push_back(float(x) / 99.0f);
+    const ci::Image image = grey(ramp, 100);
+    const ci::Image out = dithered(image, DitheringMethod::floydSteinberg);
+    const auto expected = dither(ramp, 100, DitheringMethod::floydSteinberg);
+    // The engine's rows run bottom up; compare through the same render of both.
+    EXPECT_EQ(reds(out, {0, 0, 100, 40}), reds(grey(expected, 100), {0, 0, 100, 40}));
+    // Rendering in small tiles gives the same pixels.
+    ci::Context::Options small;
+    small.tileWidth = 7;
+    small.tileHeight = 5;
+    std::vector<float> tiled(100 * 40 * 4);
+    ci::Context(small).render(out, tiled.data(), 100 * 16, {0, 0, 100, 40}, ci::Format::RGBAf);
+    for (std::size_t i = 0; i < tiled.size(); i += 4)
+        ASSERT_EQ(tiled[i], expected[i / 4]) << i / 4;
+    EXPECT_THROW(dithered(ci::Image::white(), DitheringMethod::atkinson), ImageCoreError);
+    EXPECT_THROW(dithered(ci::Image::empty(), DitheringMethod::atkinson), ImageCoreError);
+
+    BICDitherFilter filter;
+    filter.setInputImage(image);
+    EXPECT_FALSE(filter.outputImage());
+    filter.setInputLevels(2);
+    for (float v : reds(*filter.outputImage(), {0, 0, 100, 40}))
+        ASSERT_TRUE(v == 0 || v == 1);
+    filter.setInputLevels(5);
+    for (float v : reds(*filter.outputImage(), {0, 0, 100, 40}))
+        ASSERT_FLOAT_EQ(v * 4, std::round(v * 4));
+}
+
+TEST(Histogram, CountsAreasAndTransparency) {
+    const ci::Image picture = patch({0, 0, 4, 2}, 0, 0, 0, 1)                     // 8 opaque black
+                                  .composited(patch({4, 0, 2, 2}, 1, 0.5, 0, 1)); // 4 orange
+    const Histogram h = areaHistogram(picture, {0, 0, 8, 2}); // 4 transparent at x 6…7
+    EXPECT_EQ(h.alpha[0], 4u);
+    EXPECT_EQ(h.alpha[255], 12u);
+    EXPECT_EQ(h.red[0], 8u);
+    EXPECT_EQ(h.red[255], 4u);
+    EXPECT_EQ(h.green[128], 4u);
+    EXPECT_EQ(h.blue[0], 12u);
+    const Histogram clear = areaHistogram(ci::Image::clear(), {0, 0, 5, 3});
+    EXPECT_EQ(clear.alpha[0], 15u);
+    EXPECT_EQ(std::accumulate(clear.red.begin(), clear.red.end(), std::uint64_t(0)), 0u);
+    EXPECT_THROW(areaHistogram(picture, cg::Rect(0, 0, 0, 3)), ImageCoreError);
+    EXPECT_THROW(areaHistogram(picture, cg::Rect::infinite()), ImageCoreError);
+    EXPECT_DEATH(Histogram(std::vector<std::uint64_t>(255), std::vector<std::uint64_t>(256),
+                           std::vector<std::uint64_t>(256), std::vector<std::uint64_t>(256)),
+                 "256 counts");
+
+    // Odd widths and many rows through the counting loop, against a plain count.
+    std::vector<std::uint8_t> bytes(13 * 7 * 4);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = std::uint8_t(i * 37 % 251);
+    std::array<std::vector<std::uint64_t>, 4> got{}, want{};
+    for (int c = 0; c < 4; ++c)
+        got[c].assign(256, 0), want[c].assign(256, 0);
+    histogramARGB8888(bytes.data(), 13, 7, 13 * 4,
+                      {got[0].data(), got[1].data(), got[2].data(), got[3].data()});
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        ++want[i % 4][bytes[i]];
+    EXPECT_EQ(got, want);
+}
+
+TEST(Histogram, DemoMatchesItsDescription) {
+    const Histogram& d = Histogram::demo();
+    auto total = [](const std::vector<std::uint64_t>& v) {
+        return std::accumulate(v.begin(), v.end(), std::uint64_t(0));
+    };
+    auto peak = [](const std::vector<std::uint64_t>& v) {
+        return std::size_t(std::max_element(v.begin(), v.end()) - v.begin());
+    };
+    EXPECT_EQ(total(d.red), 220480u);
+    EXPECT_EQ(total(d.green), 220480u);
+    EXPECT_EQ(total(d.blue), 220480u);
+    EXPECT_EQ(d.alpha[255], 220480u);
+    EXPECT_EQ(peak(d.red), 189u);
+    EXPECT_EQ(d.red[189], 3057u);
+    EXPECT_EQ(peak(d.green), 131u);
+    EXPECT_EQ(d.green[131], 2639u);
+    EXPECT_EQ(peak(d.blue), 125u);
+    EXPECT_EQ(d.blue[125], 2453u);
+    EXPECT_EQ((std::vector<std::uint64_t>(d.red.begin(), d.red.begin() + 6)),
+              (std::vector<std::uint64_t>{3, 2, 4, 5, 4, 6}));
+    EXPECT_GT(d.red[255], 0u);
+    EXPECT_GT(d.green[211], 0u);
+    EXPECT_EQ(d.green[212], 0u);
+    EXPECT_GT(d.blue[212], 0u);
+    EXPECT_EQ(d.blue[213], 0u);
+}
+
+TEST(Histogram, AverageEqualiseAndPixelReads) {
+    const ci::Image picture =
+        patch({0, 0, 2, 1}, 1, 0, 0, 1).composited(patch({2, 0, 2, 1}, 0, 0, 1, 0.5));
+    // Half-transparent pixels count with weight 1; transparent ones not at all.
+    const PixelRGBA32 mean = averageColor(picture, {0, 0, 6, 1});
+    EXPECT_FLOAT_EQ(mean.red(), 0.5f);
+    EXPECT_FLOAT_EQ(mean.blue(), 0.25f); // premultiplied 0.5 over two of four
+    EXPECT_FLOAT_EQ(mean.alpha(), 1.0f);
+    EXPECT_EQ(averageColor(ci::Image::clear(), {0, 0, 3, 3}), PixelRGBA32::withRGBA(0, 0, 0, 1));
+    EXPECT_THROW(averageColor(picture, cg::Rect(0, 0, 0, 0)), ImageCoreError);
+
+    EXPECT_EQ(color(picture, {1, 0}), PixelRGBA32::withRGBA(1, 0, 0, 1));
+    EXPECT_FALSE(color(picture, {4, 0}));
+    EXPECT_FALSE(color(picture, {-1, 0}));
+    EXPECT_FLOAT_EQ(*grayValue(patch({0, 0, 1, 1}, 0.25, 0.5, 0.5, 1), {0, 0}), 0.25f);
+
+    // Equalising a two-tone ramp spreads it to 0 and 1; alpha stays.
+    const ci::Image twoTone =
+        patch({0, 0, 5, 1}, 0.2, 0.2, 0.2, 1).composited(patch({5, 0, 5, 1}, 0.3, 0.3, 0.3, 1));
+    const auto eq = reds(equalized(twoTone, 256), {0, 0, 10, 1});
+    EXPECT_FLOAT_EQ(eq[0], 0.0f);
+    EXPECT_FLOAT_EQ(eq[9], 1.0f);
+    EXPECT_THROW(equalized(twoTone, 0), ImageCoreError);
+    EXPECT_THROW(equalized(ci::Image::white(), 256), ImageCoreError);
+}
