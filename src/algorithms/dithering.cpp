@@ -11,14 +11,80 @@ namespace bic {
 
 namespace {
 
-// The error rounded to sixteenths, half away from zero.
+// The error rounded to sixteenths, half away from zero. Adding and taking away 1.5 × 2^23
+// rounds to the nearest integer (ties to even) without leaving the floating-point unit; an
+// exact tie is then moved away from zero. (Errors from samples far outside 0…1 take the library's
+// rounding.)
 inline float sixteenths(float e) {
+    constexpr float magic = 12582912.0f; // 1.5 × 2^23
     const float scaled = e * 16;
-    return float(int(scaled + (scaled >= 0 ? 0.5f : -0.5f))) * 0.0625f;
+    if (!(std::fabs(scaled) < 4194304.0f)) return std::round(scaled) * 0.0625f; // far outside 0…1
+    const float nearest = (scaled + magic) - magic;
+    const float off = scaled - nearest;
+    const float away = scaled + std::copysign(0.5f, scaled);
+    return (std::fabs(off) == 0.5f ? away : nearest) * 0.0625f;
 }
 
-template <DitheringMethod Method>
-void diffuse(float* v, std::int64_t w, std::int64_t h, std::int64_t stride) {
+// One Floyd–Steinberg step at (x, row); `below` is null on the last row. Unchecked steps need
+// a pixel on either side.
+template <bool Checked>
+inline void floydSteinbergStep(float* row, float* below, std::int64_t x, std::int64_t w) {
+    const float old = row[x];
+    const auto now = float(old >= 0.5f);
+    row[x] = now;
+    const float err = sixteenths(old - now);
+    const bool left = !Checked || x > 0, right = !Checked || x + 1 < w;
+    if (right) row[x + 1] += err * 0.4375f;
+    if (below) {
+        if (left) below[x - 1] += err * 0.1875f;
+        below[x] += err * 0.3125f;
+        if (right) below[x + 1] += err * 0.0625f;
+    }
+}
+
+// Each pixel waits for the error of the one before it, a chain of a dozen dependent operations.
+// Rows are therefore dithered four at a time, each two pixels behind the one above: a cell
+// still receives its shares in the order of the plain row-by-row loop (the row above has
+// finished the three pixels over it before its own row reaches its left neighbour), so the sums
+// are the same, and the four chains overlap in the processor.
+void floydSteinberg(float* v, std::int64_t w, std::int64_t h, std::int64_t stride) {
+    constexpr std::int64_t kRows = 4, kLag = 2;
+    for (std::int64_t top = 0; top < h; top += kRows) {
+        const std::int64_t rows = std::min(kRows, h - top);
+        float* row[kRows] = {};
+        float* below[kRows] = {};
+        for (std::int64_t r = 0; r < rows; ++r) {
+            row[r] = v + (top + r) * stride;
+            below[r] = top + r + 1 < h ? row[r] + stride : nullptr;
+        }
+        const std::int64_t steps = w + kLag * (rows - 1);
+        std::int64_t step = 0;
+        auto edge = [&] {
+            for (std::int64_t r = 0; r < rows; ++r) {
+                const std::int64_t x = step - kLag * r;
+                if (x >= 0 && x < w) floydSteinbergStep<true>(row[r], below[r], x, w);
+            }
+        };
+        for (; step < std::min(steps, kLag * (rows - 1) + 1); ++step)
+            edge();
+        if (rows == kRows) {
+            // Every row's pixel has neighbours on both sides; the pointers are held in
+            // registers rather than read from the arrays at every step.
+            float *r0 = row[0], *r1 = row[1], *r2 = row[2], *r3 = row[3];
+            float *b0 = below[0], *b1 = below[1], *b2 = below[2], *b3 = below[3];
+            for (; step + 1 < w; ++step) {
+                floydSteinbergStep<false>(r0, b0, step, w);
+                floydSteinbergStep<false>(r1, b1, step - kLag, w);
+                floydSteinbergStep<false>(r2, b2, step - 2 * kLag, w);
+                floydSteinbergStep<false>(r3, b3, step - 3 * kLag, w);
+            }
+        }
+        for (; step < steps; ++step)
+            edge();
+    }
+}
+
+void atkinson(float* v, std::int64_t w, std::int64_t h, std::int64_t stride) {
     for (std::int64_t y = 0; y < h; ++y) {
         float* row = v + y * stride;
         float* below = y + 1 < h ? row + stride : nullptr;
@@ -27,27 +93,15 @@ void diffuse(float* v, std::int64_t w, std::int64_t h, std::int64_t stride) {
             const float old = row[x];
             const float now = old >= 0.5f ? 1.0f : 0.0f;
             row[x] = now;
-            const float err = sixteenths(old - now);
-            if (err == 0) continue;
-            const bool left = x > 0, right = x + 1 < w;
-            if constexpr (Method == DitheringMethod::floydSteinberg) {
-                if (right) row[x + 1] += err * 0.4375f;
-                if (below) {
-                    if (left) below[x - 1] += err * 0.1875f;
-                    below[x] += err * 0.3125f;
-                    if (right) below[x + 1] += err * 0.0625f;
-                }
-            } else {
-                const float share = err * 0.125f;
-                if (right) row[x + 1] += share;
-                if (x + 2 < w) row[x + 2] += share;
-                if (below) {
-                    if (left) below[x - 1] += share;
-                    below[x] += share;
-                    if (right) below[x + 1] += share;
-                }
-                if (twoBelow) twoBelow[x] += share;
+            const float share = sixteenths(old - now) * 0.125f;
+            if (x + 1 < w) row[x + 1] += share;
+            if (x + 2 < w) row[x + 2] += share;
+            if (below) {
+                if (x > 0) below[x - 1] += share;
+                below[x] += share;
+                if (x + 1 < w) below[x + 1] += share;
             }
+            if (twoBelow) twoBelow[x] += share;
         }
     }
 }
@@ -57,9 +111,9 @@ void diffuse(float* v, std::int64_t w, std::int64_t h, std::int64_t stride) {
 void ditherInPlace(float* samples, std::int64_t width, std::int64_t height, std::int64_t stride,
                    DitheringMethod method) {
     if (method == DitheringMethod::floydSteinberg)
-        diffuse<DitheringMethod::floydSteinberg>(samples, width, height, stride);
+        floydSteinberg(samples, width, height, stride);
     else
-        diffuse<DitheringMethod::atkinson>(samples, width, height, stride);
+        atkinson(samples, width, height, stride);
 }
 
 void DitherImageProcesorKernel::process(const std::vector<ci::ProcessorInput>& inputs,

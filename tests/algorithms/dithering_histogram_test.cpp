@@ -3,8 +3,11 @@
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <numeric>
+#include <random>
+#include <tuple>
 
 using namespace bic;
 
@@ -68,6 +71,50 @@ TEST(Dithering, HandWorkedErrorDiffusion) {
     const float atkinson = mean(dither(field, 64, DitheringMethod::atkinson));
     EXPECT_LT(atkinson, 0.24f);
     EXPECT_GT(atkinson, 0.1f);
+}
+
+TEST(Dithering, MatchesThePlainRuleOnRandomImages) {
+    // The rule as stated, one cell at a time, against the optimised loops: identical samples.
+    auto plain = [](std::vector<float> v, std::int64_t w, std::int64_t h, bool atkinson) {
+        auto at = [&](std::int64_t x, std::int64_t y) -> float* {
+            return x >= 0 && x < w && y < h ? &v[std::size_t(y * w + x)] : nullptr;
+        };
+        for (std::int64_t y = 0; y < h; ++y)
+            for (std::int64_t x = 0; x < w; ++x) {
+                const float old = *at(x, y), now = old >= 0.5f ? 1.0f : 0.0f;
+                *at(x, y) = now;
+                const float err = std::round((old - now) * 16) / 16;
+                const std::vector<std::tuple<int, int, float>> shares =
+                    atkinson
+                        ? std::vector<std::tuple<int, int, float>>{{1, 0, 0.125f},  {2, 0, 0.125f},
+                                                                   {-1, 1, 0.125f}, {0, 1, 0.125f},
+                                                                   {1, 1, 0.125f},  {0, 2, 0.125f}}
+                        : std::vector<std::tuple<int, int, float>>{
+                              {1, 0, 0.4375f}, {-1, 1, 0.1875f}, {0, 1, 0.3125f}, {1, 1, 0.0625f}};
+                for (const auto& [dx, dy, share] : shares)
+                    if (float* n = at(x + dx, y + dy)) *n += err * share;
+            }
+        return v;
+    };
+    std::mt19937 random(4);
+    for (auto [w, h] : {std::pair{1, 9}, {2, 2}, {3, 1}, {17, 5}, {64, 33}, {5, 64}}) {
+        std::vector<float> v(std::size_t(w * h));
+        // Plain levels, exact sixteenths and thirty-seconds (ties when rounding the error),
+        // values a hair off those, and a few far outside 0…1.
+        for (auto& s : v) {
+            const unsigned kind = random() % 5;
+            const float k = float(random() % 33) / 32;
+            s = kind == 0   ? float(random() % 1001) / 1000.0f
+                : kind == 1 ? k
+                : kind == 2 ? std::nextafter(k, 2.0f)
+                : kind == 3 ? std::nextafter(k, -1.0f)
+                            : (random() % 2 ? 3e6f : -2.5f);
+        }
+        for (bool a : {false, true})
+            EXPECT_EQ(dither(v, w, a ? DitheringMethod::atkinson : DitheringMethod::floydSteinberg),
+                      plain(v, w, h, a))
+                << w << " × " << h << (a ? " Atkinson" : " Floyd–Steinberg");
+    }
 }
 
 TEST(Dithering, ImagesDitherWholeWhateverTheTiles) {
