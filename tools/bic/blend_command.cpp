@@ -140,12 +140,12 @@ void blendSection(const std::filesystem::path& dir) {
     ring.inputRadius = 120;
     ring.inputCenter = cg::Point{130, 190};
     ring.inputColorSpace = cg::ColorSpace::sRGB();
-    const ci::Image picker =
-        bik_triangularSaturationValuePanel(float(std::numbers::pi / 6), {130, 190}, 95, std::nullopt, false)
-            ->composited(*ring.outputImage())
-            .composited(*bic_colorSpectrumImage({10, 10, 240, 40}))
-            .composited(ci::Image::constant({0.18, 0.18, 0.18, 1}))
-            .cropped({0, 0, 260, 320});
+    const ci::Image picker = bik_triangularSaturationValuePanel(float(std::numbers::pi / 6),
+                                                                {130, 190}, 95, std::nullopt, false)
+                                 ->composited(*ring.outputImage())
+                                 .composited(*bic_colorSpectrumImage({10, 10, 240, 40}))
+                                 .composited(ci::Image::constant({0.18, 0.18, 0.18, 1}))
+                                 .cropped({0, 0, 260, 320});
     const auto pickerPath = dir / "picker.png";
     writeImageFile(PixelBuffer<PixelARGB8>(picker, picker.extent()), pickerPath);
     fmt::print("  colour picker: hue ring, saturation/value triangle at 30°, spectrum: {}\n",

@@ -24,9 +24,13 @@ Run addDemoCommand(CLI::App& app);
 Run addEncodeCommand(CLI::App& app);
 Run addDecodeCommand(CLI::App& app);
 Run addBlendCommand(CLI::App& app);
+Run addDitherCommand(CLI::App& app);
+Run addHistogramCommand(CLI::App& app);
 
 /// The demo's contact sheet of the pixel blend modes, written into `dir`.
 void blendSection(const std::filesystem::path& dir);
+/// The demo's dithering and histogram of the photo the bitmap section wrote into `dir`.
+void algorithmSection(const std::filesystem::path& dir);
 
 /// A record file: JSON when it starts with "{", else a binary or XML property list.
 coding::Value readRecordFile(const std::filesystem::path& path);

@@ -175,6 +175,7 @@ Run addDemoCommand(CLI::App& app) {
         bitmapSection(dir);
         graphSection(dir);
         blendSection(dir);
+        algorithmSection(dir);
     };
 }
 

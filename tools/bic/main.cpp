@@ -9,8 +9,9 @@
 int main(int argc, char** argv) {
     CLI::App app{"bic — BrellinImageCore on the command line"};
     app.require_subcommand(1);
-    bic::tool::Run runs[] = {bic::tool::addColorCommand(app), bic::tool::addEncodeCommand(app),
+    bic::tool::Run runs[] = {bic::tool::addColorCommand(app),  bic::tool::addEncodeCommand(app),
                              bic::tool::addDecodeCommand(app), bic::tool::addBlendCommand(app),
+                             bic::tool::addDitherCommand(app), bic::tool::addHistogramCommand(app),
                              bic::tool::addDemoCommand(app)};
     try {
         app.parse(argc, argv);
