@@ -2,9 +2,13 @@
 //   floyd_steinberg   error diffusion of a grey float image, one core (target ≥ 150 MP/s)
 //   histogram_rgba8   the four 256-bucket channel histograms of an 8-bit RGBA image, against
 //                     cv::calcHist asked for the same four histograms
+//   flood_fill        the mask of half of an 8-bit grey image (4-connected, fixed range), from
+//                     the buffer to the finished mask, against cv::floodFill with a mask only
 
 #include "bic/algorithms/dithering.hpp"
+#include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/histogram.hpp"
+#include "bic/platform/ci/context.hpp"
 
 #include <benchmark/benchmark.h>
 #include <random>
@@ -84,6 +88,59 @@ void OpenCVHistogram(benchmark::State& state) {
 }
 BENCHMARK(OpenCVHistogram)
     ->Name("histogram_rgba8_4096/peer:OpenCV")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+#endif
+
+// Grey noise in two halves: the left half near 60, the right near 200, so a fill from the left
+// takes exactly half the picture along a ragged seam.
+const std::vector<std::uint8_t>& halves() {
+    static const std::vector<std::uint8_t> bytes = [] {
+        std::vector<std::uint8_t> v(std::size_t(kSize) * kSize);
+        std::mt19937 random(8);
+        for (int y = 0; y < kSize; ++y)
+            for (int x = 0; x < kSize; ++x)
+                v[std::size_t(y) * kSize + std::size_t(x)] =
+                    std::uint8_t((x < kSize / 2 ? 60 : 200) + int(random() % 21) - 10);
+        return v;
+    }();
+    return bytes;
+}
+
+void FloodFill(benchmark::State& state) {
+    bic::PixelBuffer<bic::PixelGray8> buffer(bic::IntegralSize(kSize, kSize),
+                                             bic::cg::ColorSpace::deviceGray());
+    buffer.withUnsafeBuffer([](std::span<bic::PixelGray8> p) {
+        const auto& g = halves();
+        for (std::size_t i = 0; i < g.size(); ++i)
+            p[i] = bic::PixelGray8(g[i]);
+    });
+    for (auto _ : state) {
+        const bic::ci::Image mask = bic::floodFillMaskImage(
+            buffer, 10, 10, std::optional(bic::PixelGray8(60)), 12.0f / 255, false);
+        benchmark::DoNotOptimize(mask);
+    }
+}
+BENCHMARK(FloodFill)
+    ->Name("flood_fill_half_4096_grey")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+#if BIC_HAVE_OPENCV
+void OpenCVFloodFill(benchmark::State& state) {
+    cv::setNumThreads(1);
+    cv::Mat image(kSize, kSize, CV_8UC1, const_cast<std::uint8_t*>(halves().data()));
+    cv::Mat mask(kSize + 2, kSize + 2, CV_8UC1);
+    for (auto _ : state) {
+        mask.setTo(0);
+        cv::floodFill(image, mask, cv::Point(10, 10), cv::Scalar(255), nullptr, cv::Scalar(12),
+                      cv::Scalar(12),
+                      4 | cv::FLOODFILL_MASK_ONLY | cv::FLOODFILL_FIXED_RANGE | (255 << 8));
+        benchmark::DoNotOptimize(mask.data);
+    }
+}
+BENCHMARK(OpenCVFloodFill)
+    ->Name("flood_fill_half_4096_grey/peer:OpenCV")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 #endif

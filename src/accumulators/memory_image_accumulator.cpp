@@ -1,6 +1,7 @@
 #include "bic/accumulators/memory_image_accumulator.hpp"
 
 #include "bic/platform/core/checked.hpp"
+#include "bic/platform/core/memory.hpp"
 #include "pixel_format_choice.hpp"
 
 #include <new>
@@ -20,7 +21,7 @@ MemoryImageAccumulator<P>::make(const cg::Rect& requested, std::optional<std::st
     const std::int64_t packed = checked::mul(a->width_, std::int64_t(sizeof(P)));
     a->bytesPerRow_ = (packed + 15) / 16 * 16;
     try {
-        a->rawData_.assign(std::size_t(checked::mul(a->bytesPerRow_, a->height_)), 0);
+        a->rawData_ = zeroedBuffer(std::size_t(checked::mul(a->bytesPerRow_, a->height_)));
     } catch (const std::bad_alloc&) {
         return nullptr;
     } catch (const std::length_error&) {

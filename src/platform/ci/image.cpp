@@ -1,6 +1,7 @@
 #include "bic/platform/ci/image.hpp"
 
 #include "bic/platform/core/fatal.hpp"
+#include "bic/platform/core/memory.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
 #include "pixel_io.hpp"
@@ -276,7 +277,7 @@ std::optional<Image> Image::fromBitmap(const void* bytes, std::int64_t rowBytes,
     if (!bytes || width < 1 || height < 1 || rowBytes < width * bytesPerPixel(format))
         return std::nullopt;
     const std::int64_t packed = width * bytesPerPixel(format);
-    auto copy = std::shared_ptr<std::uint8_t[]>(new std::uint8_t[std::size_t(packed * height)]);
+    auto copy = uninitializedBuffer(std::size_t(packed * height));
     for (std::int64_t y = 0; y < height; ++y)
         std::memcpy(copy.get() + y * packed, static_cast<const std::uint8_t*>(bytes) + y * rowBytes,
                     std::size_t(packed));

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace bic {
@@ -11,5 +12,7 @@ namespace bic {
 /// allows it: first touching a fresh buffer then costs one fault per 2 MB instead of per 4 KB,
 /// which is most of the cost of making a large buffer.
 std::vector<std::uint8_t> zeroedBuffer(std::size_t size);
+/// `size` bytes, not initialised, on huge pages like zeroedBuffer: for copies that fill them.
+std::shared_ptr<std::uint8_t[]> uninitializedBuffer(std::size_t size);
 
 } // namespace bic
