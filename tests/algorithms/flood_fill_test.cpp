@@ -1,4 +1,5 @@
 #include "bic/algorithms/flood_fill.hpp"
+#include "bic/algorithms/kernel_cache.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
 
@@ -191,4 +192,111 @@ TEST(FloodFill, AntiAliasingAndColourRanges) {
             .composited(ci::Image::constant({1, 0.05, 0, 1}).cropped({2, 0, 1, 1}));
     EXPECT_EQ(maskOf(bic_mask(two, {1, 0, 0, 1}, 0.1, false), 3, 1), (std::vector<int>{1, 0, 1}));
     EXPECT_EQ(maskOf(bic_mask(two, {1, 0, 0, 1}, 0.01, false), 3, 1), (std::vector<int>{1, 0, 0}));
+}
+
+namespace {
+
+// A picture from text rows (top first): 'W' white, '.' black, 'g' grey.
+ci::Image picture(const std::vector<std::string>& rows) {
+    const auto h = std::int64_t(rows.size()), w = std::int64_t(rows[0].size());
+    std::vector<float> rgba;
+    for (const auto& row : rows)
+        for (char c : row) {
+            const float v = c == 'W' ? 1.0f : c == 'g' ? 0.5f : 0.0f;
+            rgba.insert(rgba.end(), {v, v, v, 1});
+        }
+    return *ci::Image::fromBitmap(rgba.data(), w * 16, w, h, ci::Format::RGBAf);
+}
+
+std::vector<int> cells(const std::vector<std::string>& rows) {
+    std::vector<int> out;
+    for (const auto& row : rows)
+        for (char c : row)
+            out.push_back(c == '#' ? 1 : 0);
+    return out;
+}
+
+} // namespace
+
+TEST(FloodFillOperation, HolesUnionsAndOpaqueRadius) {
+    const std::vector<std::string> ring = {"W....", ".WWW.", ".W.W.", ".WWW.", "....."};
+    EXPECT_FALSE(FloodFillOperation::make(cg::Rect(0, 0, 0, 5), picture(ring)));
+    auto op = *FloodFillOperation::make({0, 0, 5, 5}, picture(ring));
+    // The ring from one of its pixels (column 2, row 1 from the top = y 3).
+    op.fill({2, 3}, std::nullopt, 0.0f, std::nullopt, false, false);
+    EXPECT_EQ(maskOf(*op.maskImage(), 5, 5), cells({".....", ".###.", ".#.#.", ".###.", "....."}));
+    // Holes too: the ring's enclosed centre; the lone corner stays out (not connected).
+    auto solid = *FloodFillOperation::make({0, 0, 5, 5}, picture(ring));
+    solid.fill({2, 3}, std::nullopt, 0.0f, std::nullopt, false, true);
+    EXPECT_EQ(maskOf(*solid.maskImage(), 5, 5),
+              cells({".....", ".###.", ".###.", ".###.", "....."}));
+    // A second fill adds the top-left corner; a seed outside changes nothing.
+    solid.fill({0, 4}, std::nullopt, 0.0f, std::nullopt, false, false);
+    solid.fill({7, 1}, std::nullopt, 0.0f, std::nullopt, false, false);
+    EXPECT_EQ(maskOf(*solid.maskImage(), 5, 5),
+              cells({"#....", ".###.", ".###.", ".###.", "....."}));
+    // A frame along the border: the padding ring keeps the outside apart, so the hole inside the
+    // frame is found.
+    const std::vector<std::string> frame = {"WWWW", "W..W", "W..W", "WWWW"};
+    auto framed = *FloodFillOperation::make({0, 0, 4, 4}, picture(frame));
+    framed.fill({0, 0}, std::nullopt, 0.0f, std::nullopt, false, true);
+    EXPECT_EQ(maskOf(*framed.maskImage(), 4, 4), std::vector<int>(16, 1));
+    // Within the opaque radius the tolerance triples: grey (0.5) joins white at tolerance 0.2
+    // only near the seed.
+    const std::vector<std::string> line = {"WgggW"};
+    auto near = *FloodFillOperation::make({0, 0, 5, 1}, picture(line));
+    near.fill({0, 0}, std::nullopt, 0.2f, 1.5f, false, false);
+    EXPECT_EQ(maskOf(*near.maskImage(), 5, 1), (std::vector<int>{1, 1, 0, 0, 0}));
+    auto far = *FloodFillOperation::make({0, 0, 5, 1}, picture(line));
+    far.fill({0, 0}, std::nullopt, 0.2f, std::nullopt, false, false);
+    EXPECT_EQ(maskOf(*far.maskImage(), 5, 1), (std::vector<int>{1, 0, 0, 0, 0}));
+    // A seed colour of another format is converted.
+    auto given = *FloodFillOperation::make({0, 0, 5, 1}, picture(line));
+    given.fill({2, 0}, std::optional(PixelRGBA32::withRGBA(0.5f, 0.5f, 0.5f, 1)), 0.0f,
+               std::nullopt, false, false);
+    EXPECT_EQ(maskOf(*given.maskImage(), 5, 1), (std::vector<int>{0, 1, 1, 1, 0}));
+}
+
+TEST(FloodFillMask, TheLazyFormFloodsOncePerInputState) {
+    const std::vector<std::string> rows = {"WW.WW", "W..W.", "WWWW.", ".....", "W...W"};
+    const ci::Image image = picture(rows);
+    const std::vector<int> region = cells({"##.##", "#..#.", "####.", ".....", "....."});
+    EXPECT_EQ(maskOf(floodFillMask(image, {0, 0, 5, 5}, {0, 4}, 0.1, false), 5, 5), region);
+    // In small tiles the same; the bottom row seeds the kernel at its last memory row.
+    ci::Context::Options small;
+    small.tileWidth = 2;
+    small.tileHeight = 2;
+    std::vector<float> px(5 * 5 * 4);
+    ci::Context(small).render(floodFillMask(image, {0, 0, 5, 5}, {0, 4}, 0.1, false), px.data(),
+                              5 * 16, cg::Rect(0, 0, 5, 5), ci::Format::RGBAf);
+    for (std::size_t i = 0; i < 25; ++i)
+        ASSERT_EQ(px[4 * i] > 0.5f, region[i] == 1) << i;
+    EXPECT_EQ(maskOf(floodFillMask(image, {0, 0, 5, 5}, {4, 0}, 0.0, false), 5, 5),
+              cells({".....", ".....", ".....", ".....", "....#"}));
+    EXPECT_THROW(floodFillMask(image, {0, 0, 5, 5}, {0, 0}, NAN, false), ImageCoreError);
+    EXPECT_THROW(floodFillMask(image, {0, 0, 5, 5}, {0, 0}, 1.5, false), ImageCoreError);
+    EXPECT_THROW(floodFillMask(image, {0, 0, 5, 5}, {5, 0}, 0.1, false), ImageCoreError);
+    EXPECT_THROW(floodFillMask(image, cg::Rect::infinite(), {0, 0}, 0.1, false), ImageCoreError);
+
+    // The cache: an untouched surface is computed once; a written one again.
+    auto surface = io::Surface::make({2, 2, io::surface_format::bgra8, 4, 64});
+    auto out = io::Surface::make({2, 2, io::surface_format::bgra8, 4, 64});
+    const std::vector<ci::ProcessorInput> inputs{{surface, {0, 0, 2, 2}, ci::Format::BGRA8, 7}};
+    const ci::ProcessorOutput output{out, {0, 0, 2, 2}, ci::Format::BGRA8};
+    ImageProcessingKernelCache<bool> cache;
+    int computed = 0;
+    auto compute = [&](io::Surface& s) {
+        ++computed;
+        s.baseAddress()[0] = 42;
+    };
+    processInPlaceThenCopy(inputs, output, cache, compute);
+    processInPlaceThenCopy(inputs, output, cache, compute);
+    EXPECT_EQ(computed, 1);
+    EXPECT_EQ(out->baseAddress()[0], 42);
+    surface->lock(io::LockOptions::readWrite);
+    surface->unlock(io::LockOptions::readWrite); // a write: the seed moves on
+    processInPlaceThenCopy(inputs, output, cache, compute);
+    EXPECT_EQ(computed, 2);
+    EXPECT_NE((ImageProcessingKernelCacheKey{7, surface->id(), 1}),
+              (ImageProcessingKernelCacheKey{7, surface->id(), 2}));
 }

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <functional>
+#include <map>
+#include <mutex>
 
 namespace bic::ci {
 
@@ -45,6 +47,17 @@ struct ProcessorNode final : Node {
     std::vector<NodePtr> inputs;
     ProcessorArguments arguments;
 
+    // The last surface rendered for each input. Tiles that ask for the same region of an input
+    // (a kernel that reads its whole extent) get the same surface back, as a caching engine
+    // would hand it out: its contents are rendered once, and a kernel that works on its input
+    // in place finds its own result (its surface ID and seed tell it so).
+    struct Held {
+        IRect region;
+        std::shared_ptr<io::Surface> surface;
+    };
+    mutable std::mutex heldMutex;
+    mutable std::map<std::size_t, Held> heldSurfaces;
+
     // Renders `node` over `region` into the part of `surface` that holds it.
     static void renderInto(const Node& node, const IRect& region, const IRect& held,
                            io::Surface& surface, Format format, Scratch& s) {
@@ -55,6 +68,17 @@ struct ProcessorNode final : Node {
                      surface.baseAddress() + (top + i) * surface.bytesPerRow() +
                          (region.x - held.x) * bytesPerPixel(format),
                      region.w);
+    }
+
+    std::shared_ptr<io::Surface> heldSurface(std::size_t input, const IRect& region) const {
+        std::lock_guard lock(heldMutex);
+        const auto it = heldSurfaces.find(input);
+        return it != heldSurfaces.end() && it->second.region == region ? it->second.surface
+                                                                       : nullptr;
+    }
+    void keep(std::size_t input, const IRect& region, std::shared_ptr<io::Surface> surface) const {
+        std::lock_guard lock(heldMutex);
+        heldSurfaces.insert_or_assign(input, Held{region, std::move(surface)});
     }
 
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override {
@@ -69,18 +93,23 @@ struct ProcessorNode final : Node {
                 prepared.push_back({nullptr, cg::Rect::null(), format, 0});
                 continue;
             }
-            auto surface = makeSurface(held, format);
-            surface->lock(io::LockOptions::readWrite);
-            const auto pieces = kernel->roiTileArray(index, arguments, outputRect);
-            if (pieces && !pieces->empty()) {
-                for (const cg::Rect& piece : *pieces) {
-                    const IRect part = pixelBounds(piece).intersection(held);
-                    if (!part.isEmpty()) renderInto(*inputs[i], part, held, *surface, format, s);
+            std::shared_ptr<io::Surface> surface = heldSurface(i, held);
+            if (!surface) {
+                surface = makeSurface(held, format);
+                surface->lock(io::LockOptions::readWrite);
+                const auto pieces = kernel->roiTileArray(index, arguments, outputRect);
+                if (pieces && !pieces->empty()) {
+                    for (const cg::Rect& piece : *pieces) {
+                        const IRect part = pixelBounds(piece).intersection(held);
+                        if (!part.isEmpty())
+                            renderInto(*inputs[i], part, held, *surface, format, s);
+                    }
+                } else {
+                    renderInto(*inputs[i], held, held, *surface, format, s);
                 }
-            } else {
-                renderInto(*inputs[i], held, held, *surface, format, s);
+                surface->unlock(io::LockOptions::readWrite);
+                keep(i, held, surface);
             }
-            surface->unlock(io::LockOptions::readWrite);
             const std::uint64_t digest =
                 std::hash<const void*>()(inputs[i].get()) * 31 +
                 std::hash<std::int64_t>()(held.x * 73856093 ^ held.y * 19349663 ^

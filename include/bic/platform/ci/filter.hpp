@@ -19,10 +19,18 @@
 
 namespace bic::ci {
 
-/// An input value: none, an image, a number, a vector, a colour, a transform, bytes, text or a
-/// Boolean.
-using FilterValue = std::variant<std::monostate, Image, double, std::vector<double>, Color,
-                                 cg::AffineTransform, std::vector<std::uint8_t>, std::string, bool>;
+/// An object passed by reference among a kernel's arguments (a cache shared by the calls of one
+/// application, say).
+class ArgumentObject {
+public:
+    virtual ~ArgumentObject() = default;
+};
+
+/// An input value: none, an image, a number, a vector, a colour, a transform, bytes, text, a
+/// Boolean or a shared object.
+using FilterValue =
+    std::variant<std::monostate, Image, double, std::vector<double>, Color, cg::AffineTransform,
+                 std::vector<std::uint8_t>, std::string, bool, std::shared_ptr<ArgumentObject>>;
 using FilterParameters = std::vector<std::pair<std::string, FilterValue>>;
 
 /// A filter was asked for an input it does not have.

@@ -1,0 +1,53 @@
+#include "bic/algorithms/kernel_cache.hpp"
+
+#include "bic/geometry/image_core_error.hpp"
+
+#include <cstring>
+
+namespace bic {
+
+void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
+                            const ci::ProcessorOutput& output,
+                            ImageProcessingKernelCache<bool>& cache,
+                            const std::function<void(io::Surface&)>& compute) {
+    if (inputs.empty() || !inputs[0].surface) throw ImageCoreError(ImageCoreError::parameterError);
+    const ci::ProcessorInput& input = inputs[0];
+    io::Surface& surface = *input.surface;
+    const ImageProcessingKernelCacheKey key{input.digest, surface.id(), surface.seed()};
+    if (cache.value(key) != true) {
+        surface.lock(io::LockOptions::readWrite);
+        try {
+            compute(surface);
+        } catch (...) {
+            surface.unlock(io::LockOptions::readWrite);
+            throw;
+        }
+        std::uint32_t seed = 0;
+        surface.unlock(io::LockOptions::readWrite, &seed);
+        cache.setValue({input.digest, surface.id(), seed}, true);
+    }
+    // The input drawn into the output at its own place: rows of the overlap, top first.
+    io::Surface& out = *output.surface;
+    if (out.bytesPerElement() != surface.bytesPerElement())
+        throw ImageCoreError(ImageCoreError::memoryError);
+    const auto element = surface.bytesPerElement();
+    const auto dx = std::int64_t(input.region.minX() - output.region.minX());
+    const auto dyTop =
+        std::int64_t(output.region.maxY() - input.region.maxY()); // input row 0 in output rows
+    surface.lock(io::LockOptions::readOnly);
+    out.lock(io::LockOptions::readWrite);
+    for (std::int64_t y = 0; y < out.height(); ++y) {
+        const std::int64_t sy = y - dyTop;
+        if (sy < 0 || sy >= surface.height()) continue;
+        const std::int64_t x0 = std::max<std::int64_t>(0, dx),
+                           x1 = std::min(out.width(), dx + surface.width());
+        if (x1 <= x0) continue;
+        std::memcpy(out.baseAddress() + y * out.bytesPerRow() + x0 * element,
+                    surface.baseAddress() + sy * surface.bytesPerRow() + (x0 - dx) * element,
+                    std::size_t((x1 - x0) * element));
+    }
+    out.unlock(io::LockOptions::readWrite);
+    surface.unlock(io::LockOptions::readOnly);
+}
+
+} // namespace bic
