@@ -135,3 +135,11 @@ if(NOT EXISTS ${WORK}/dithered-histogram.png OR NOT EXISTS ${WORK}/demo/histogra
 endif()
 run(FALSE dither ${WORK}/not-a-record.plist ${WORK}/x.png)
 expect_one_line_error(".*is neither a PNG nor a TIFF file")
+
+# The magic wand: a mask of the picture's size; a seed outside is one line on standard error.
+run(TRUE fill ${WORK}/demo/photo.png --seed 40,40 --tolerance 0.2 --fill-holes ${WORK}/wand.png)
+expect_in("${out}" "of 307200 pixels from 40,40 at tolerance 0.2")
+run(TRUE encode ${WORK}/wand.png ${WORK}/wand.plist)
+expect_in("${out}" "640 × 480, Monochrome, 8 bits")
+run(FALSE fill ${WORK}/demo/photo.png --seed 700,40 ${WORK}/x.png)
+expect_one_line_error("the seed 700,40 lies outside the 640 × 480 picture")

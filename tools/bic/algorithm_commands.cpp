@@ -1,6 +1,7 @@
 // bic dither / bic histogram: error diffusion of a picture's grey, and its channel histograms.
 
 #include "bic/algorithms/dithering.hpp"
+#include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/histogram.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "commands.hpp"
@@ -78,6 +79,55 @@ Run addDitherCommand(CLI::App& app) {
     };
 }
 
+Run addFillCommand(CLI::App& app) {
+    auto* cmd =
+        app.add_subcommand("fill", "Select the region around a seed by colour (magic wand)");
+    struct Options {
+        std::string in, out;
+        std::vector<std::int64_t> seed;
+        float tolerance = 0.1f;
+        bool antialias = false, fillHoles = false;
+    };
+    auto o = std::make_shared<Options>();
+    cmd->add_option("image", o->in, "PNG or TIFF")->required();
+    cmd->add_option("--seed", o->seed, "X,Y from the top-left corner")
+        ->delimiter(',')
+        ->expected(2)
+        ->required();
+    cmd->add_option("--tolerance", o->tolerance, "largest channel difference, 0…1")
+        ->check(CLI::Range(0.0, 1.0));
+    cmd->add_flag("--antialias", o->antialias, "grade the mask by colour distance");
+    cmd->add_flag("--fill-holes", o->fillHoles, "also take what the region encloses");
+    cmd->add_option("out", o->out, "the mask (.png)")->required();
+    return [cmd, o] {
+        if (!cmd->parsed()) return;
+        const ci::Image image = imageOf(readImageFile(o->in));
+        const cg::Rect extent = image.extent();
+        const IntegralPoint seed{o->seed[0], std::int64_t(extent.height()) - 1 - o->seed[1]};
+        if (o->seed[0] < 0 || o->seed[1] < 0 || o->seed[0] >= std::int64_t(extent.width()) ||
+            seed.y < 0)
+            throw CommandError(fmt::format("the seed {},{} lies outside the {} × {} picture",
+                                           o->seed[0], o->seed[1], extent.width(),
+                                           extent.height()));
+        auto operation = FloodFillOperation::make(extent, image);
+        operation->fill(seed, std::optional<PixelARGB8>(), o->tolerance, std::nullopt, o->antialias,
+                        o->fillHoles);
+        const auto mask = operation->maskImage();
+        if (!mask) throw CommandError("no memory for the mask");
+        const PixelBuffer<PixelGray8> out(*mask, extent);
+        std::uint64_t selected = 0;
+        out.withUnsafeBuffer([&](std::span<const PixelGray8> p) {
+            for (std::int64_t y = 0; y < out.size().height; ++y)
+                for (std::int64_t x = 0; x < out.size().width; ++x)
+                    selected += p[std::size_t(y * out.pixelsPerRow() + x)].grayComponent > 127;
+        });
+        writeImageFile(out, o->out);
+        fmt::print("selected {} of {} pixels from {},{} at tolerance {}: wrote {}\n", selected,
+                   std::uint64_t(extent.width() * extent.height()), o->seed[0], o->seed[1],
+                   o->tolerance, o->out);
+    };
+}
+
 std::string describeHistogram(const Histogram& h) {
     std::string text;
     const std::pair<const char*, const std::vector<std::uint64_t>*> channels[] = {
@@ -133,6 +183,13 @@ void algorithmSection(const std::filesystem::path& dir) {
                        path);
         fmt::print("  dithered the photo's grey: {}\n", path.string());
     }
+    auto wand = FloodFillOperation::make(photo.extent(), photo);
+    wand->fill({40, 440}, std::optional<PixelARGB8>(), 0.2f, std::nullopt, false, true);
+    writeImageFile(PixelBuffer<PixelGray8>(*wand->maskImage(), photo.extent()),
+                   dir / "fill-sky.png");
+    fmt::print(
+        "  selected the sky around (40, 40) at tolerance 0.2, holes filled: {}\n",
+        (dir / "fill-sky.png").string());
     const Histogram h = areaHistogram(photo, photo.extent());
     fmt::print("  histogram of the photo:\n{}", describeHistogram(h));
     writeImageFile(plot(h), dir / "histogram.png");
