@@ -4,7 +4,12 @@
 //                     cv::calcHist asked for the same four histograms
 //   flood_fill        the mask of half of an 8-bit grey image (4-connected, fixed range), from
 //                     the buffer to the finished mask, against cv::floodFill with a mask only
+//   chamfer           5 × 5 chamfer distances of a mask of scattered discs, against
+//                     cv::distanceTransform(DIST_L2, DIST_MASK_5)
+//   euclidean         exact Euclidean distances of the same mask, two threads, against
+//                     cv::distanceTransform(DIST_L2, DIST_MASK_PRECISE) on two threads
 
+#include "bic/algorithms/distance_transform.hpp"
 #include "bic/algorithms/dithering.hpp"
 #include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/histogram.hpp"
@@ -12,6 +17,7 @@
 
 #include <benchmark/benchmark.h>
 #include <random>
+#include <tbb/global_control.h>
 #include <vector>
 
 #if BIC_HAVE_OPENCV
@@ -141,6 +147,74 @@ void OpenCVFloodFill(benchmark::State& state) {
 }
 BENCHMARK(OpenCVFloodFill)
     ->Name("flood_fill_half_4096_grey/peer:OpenCV")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+#endif
+
+// Feature pixels (value 1) on discs scattered over the square; 0 elsewhere.
+const std::vector<std::uint8_t>& discs() {
+    static const std::vector<std::uint8_t> bytes = [] {
+        std::vector<std::uint8_t> v(std::size_t(kSize) * kSize, 0);
+        std::mt19937 random(12);
+        for (int i = 0; i < 400; ++i) {
+            const int cx = int(random() % kSize), cy = int(random() % kSize),
+                      r = 4 + int(random() % 40);
+            for (int y = std::max(0, cy - r); y < std::min(kSize, cy + r); ++y)
+                for (int x = std::max(0, cx - r); x < std::min(kSize, cx + r); ++x)
+                    if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= r * r)
+                        v[std::size_t(y) * kSize + std::size_t(x)] = 1;
+        }
+        return v;
+    }();
+    return bytes;
+}
+
+void Chamfer(benchmark::State& state) {
+    std::vector<float> prepared(discs().size()), work(prepared.size());
+    for (std::size_t i = 0; i < prepared.size(); ++i)
+        prepared[i] = discs()[i] ? 0.0f : 1e20f;
+    for (auto _ : state) {
+        state.PauseTiming();
+        work = prepared;
+        state.ResumeTiming();
+        bic::chamferDistanceInPlace(work.data(), kSize, kSize, kSize);
+        benchmark::DoNotOptimize(work.data());
+    }
+}
+BENCHMARK(Chamfer)->Name("chamfer_4096")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void Euclidean(benchmark::State& state) {
+    tbb::global_control threads(tbb::global_control::max_allowed_parallelism, 2);
+    std::vector<float> features(discs().size()), out(features.size());
+    for (std::size_t i = 0; i < features.size(); ++i)
+        features[i] = float(discs()[i]);
+    for (auto _ : state) {
+        bic::euclideanDistance(features.data(), kSize, kSize, kSize, out.data(), 1e9f);
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+BENCHMARK(Euclidean)->Name("euclidean_4096")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+#if BIC_HAVE_OPENCV
+// OpenCV measures from zero pixels: the features are the zeros of the inverted mask.
+void OpenCVDistance(benchmark::State& state, int mask, int threads) {
+    cv::setNumThreads(threads);
+    std::vector<std::uint8_t> inverted(discs().size());
+    for (std::size_t i = 0; i < inverted.size(); ++i)
+        inverted[i] = discs()[i] ? 0 : 255;
+    const cv::Mat image(kSize, kSize, CV_8UC1, inverted.data());
+    cv::Mat out;
+    for (auto _ : state) {
+        cv::distanceTransform(image, out, cv::DIST_L2, mask, CV_32F);
+        benchmark::DoNotOptimize(out.data);
+    }
+}
+BENCHMARK_CAPTURE(OpenCVDistance, mask5, cv::DIST_MASK_5, 1)
+    ->Name("chamfer_4096/peer:OpenCV")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OpenCVDistance, precise, cv::DIST_MASK_PRECISE, 2)
+    ->Name("euclidean_4096/peer:OpenCV")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 #endif

@@ -1,6 +1,7 @@
 #include "bic/compositing/image_operations.hpp"
 
 #include "../filters/library_kernels.hpp"
+#include "bic/algorithms/distance_transform.hpp"
 #include "bic/filters/blend_mode_filters.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/core/fatal.hpp"
@@ -289,6 +290,23 @@ Image strokeMaskFromDistance(const Image& distance, double radius) {
         matrix(distance.ciImage, invert, invert, invert, {0, 0, 0, 1}, {radius, radius, radius, 0})
             .cropped(distance.extent());
     return Image::mask(bic_saturated(covered));
+}
+
+Image distance(const Image& image, const cg::Rect& outputExtent, double maxSearchRadius) {
+    if (outputExtent.isInfinite()) throw ImageCoreError(ImageCoreError::parameterError);
+    if (outputExtent.isNull() || outputExtent.isEmpty()) return Image::zeroData();
+    const Image mask = image.maskRepresentation();
+    try {
+        const auto edges = bic_sobel(bic_threshold(mask.ciImage, 0.5));
+        if (!edges) return Image::zeroData();
+        return Image::data(edtMap(*edges, outputExtent, maxSearchRadius));
+    } catch (const ImageCoreError&) {
+        return Image::zeroData();
+    }
+}
+
+Image strokeMask(const Image& image, double radius, const cg::Rect& outputExtent) {
+    return strokeMaskFromDistance(distance(image, outputExtent, radius), radius);
 }
 
 Image mapped(const Image& image, const V& curve) { return mapped(image, curve, curve, curve); }

@@ -212,6 +212,14 @@ void ditherRow(const ci::KernelRow& row) {
     }
 }
 
+// (mask): 0 on the mask's white pixels (red ≥ 0.5), the distances are measured to them; a
+// distance larger than any image elsewhere.
+void prepareDTRow(const ci::KernelRow& row) {
+    const float* in = row.samples[0];
+    for (std::int64_t i = 0; i < row.count * 4; i += 4)
+        grey(row.out + i, in[i] >= 0.5f ? 0.0f : 1e20f);
+}
+
 } // namespace
 
 void addOperationKernels(ci::KernelLibrary& library) {
@@ -227,6 +235,7 @@ void addOperationKernels(ci::KernelLibrary& library) {
     library.addColorKernel("customGamma", customGammaRow<false>);
     library.addColorKernel("customGammaInversed", customGammaRow<true>);
     library.addColorKernel("dither", ditherRow);
+    library.addColorKernel("prepareDT", prepareDTRow);
 }
 
 } // namespace bic

@@ -11,8 +11,8 @@
 namespace bic {
 
 /// Adds "threshold", "mixWithMask", "maxChannelDistance", "colorMap_aa", "gradientMap_aa",
-/// "surfaceNormals", "dotProduct", "sobel", "bevel", "customGamma", "customGammaInversed" and
-/// "dither" to `library`.
+/// "surfaceNormals", "dotProduct", "sobel", "bevel", "customGamma", "customGammaInversed",
+/// "dither" and "prepareDT" to `library`.
 void addOperationKernels(ci::KernelLibrary& library);
 
 } // namespace bic

@@ -96,6 +96,13 @@ Image sobel(const Image& image);
 Image cropped(const Image& image, const cg::Rect& rect);
 Image clamped(const Image& image, const cg::Rect& rect);
 Image offset(const Image& image, const cg::Vector& by);
+/// The Euclidean distance (intent data) from every pixel of `outputExtent` to the edge of the
+/// image's mask form (thresholded at ½), searching up to `maxSearchRadius`. An empty extent
+/// gives black; an infinite one throws ImageCoreError parameterError; a failing transform gives
+/// black. Data images stop the process ("Cannot create mask from data.").
+Image distance(const Image& image, const cg::Rect& outputExtent, double maxSearchRadius);
+/// The band of width `radius` around the mask form's edge, as a mask over `outputExtent`.
+Image strokeMask(const Image& image, double radius, const cg::Rect& outputExtent);
 /// A mask from a distance image: covered where the distance is at most radius − 1, partly
 /// between radius − 1 and radius, empty beyond (clamp(r − d, 0, 1)).
 Image strokeMaskFromDistance(const Image& distance, double radius);

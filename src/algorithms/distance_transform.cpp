@@ -1,0 +1,291 @@
+#include "bic/algorithms/distance_transform.hpp"
+
+#include "../filters/library_kernels.hpp"
+#include "bic/algorithms/kernel_cache.hpp"
+#include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/ci/filter.hpp"
+#include "bic/platform/core/fatal.hpp"
+#include "bic/platform/core/memory.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <span>
+#include <tbb/parallel_for.h>
+#include <vector>
+
+namespace bic {
+
+namespace {
+
+constexpr float kOne = 1.0f, kDiagonal = 1.4142135f, kKnight = 2.236068f;
+
+void require(bool condition) {
+    if (!condition) throw ImageCoreError(ImageCoreError::parameterError);
+}
+
+bool usable(const cg::Rect& r) { return !r.isNull() && !r.isEmpty() && !r.isInfinite(); }
+
+cg::Rect argumentRect(const ci::ProcessorArguments& arguments, const char* source) {
+    const auto it = arguments.find("extent");
+    const auto* v = it == arguments.end() ? nullptr : std::get_if<std::vector<double>>(&it->second);
+    if (!v || v->size() != 4) fatalError(std::string(source) + ": no extent argument.");
+    return {(*v)[0], (*v)[1], (*v)[2], (*v)[3]};
+}
+
+double argumentRadius(const ci::ProcessorArguments& arguments, const char* source) {
+    const auto it = arguments.find("searchLimitRadius");
+    const auto* r = it == arguments.end() ? nullptr : std::get_if<double>(&it->second);
+    if (!r) fatalError(std::string(source) + ": no searchLimitRadius argument.");
+    return *r;
+}
+
+cg::Rect grown(const cg::Rect& r, double radius) { return r.integral().insetBy(-radius, -radius); }
+
+// Grey from red, alpha kept.
+ci::Image greyFromRed(const ci::Image& raw) {
+    using V = std::vector<double>;
+    const auto out = ci::applyingFilter(raw, "CIColorMatrix",
+                                        {{"inputRVector", V{1, 0, 0, 0}},
+                                         {"inputGVector", V{1, 0, 0, 0}},
+                                         {"inputBVector", V{1, 0, 0, 0}},
+                                         {"inputAVector", V{0, 0, 0, 1}},
+                                         {"inputBiasVector", V{0, 0, 0, 0}}});
+    if (!out) throw ImageCoreError(ImageCoreError::unknownError);
+    return *out;
+}
+
+std::vector<double> rectArgument(const cg::Rect& r) {
+    return {r.minX(), r.minY(), r.width(), r.height()};
+}
+
+} // namespace
+
+void chamferDistanceInPlace(float* v, std::int64_t w, std::int64_t h, std::int64_t stride) {
+    constexpr float inf = std::numeric_limits<float>::infinity();
+    auto at = [&](std::int64_t x, std::int64_t y) {
+        return x < 0 || y < 0 || x >= w || y >= h ? inf : v[y * stride + x];
+    };
+    // Pixels two or more away from every border need no bounds checks; the rest take the
+    // checked neighbours. Both see the same values in the same order.
+    auto inside = [&](std::int64_t x, std::int64_t y, std::int64_t minY, std::int64_t maxY) {
+        return x >= 2 && x + 2 < w && y >= minY && y < maxY;
+    };
+    for (std::int64_t y = 0; y + 1 < h; ++y) {
+        float* row = v + y * stride;
+        const float* up = row - stride;
+        const float* up2 = row - 2 * stride;
+        for (std::int64_t x = 0; x + 1 < w; ++x) {
+            float& c = row[x];
+            if (!(c > 0)) continue;
+            if (inside(x, y, 2, h)) {
+                // The rows above are final: fold them first, so that only the left neighbour,
+                // just written, waits on the previous pixel.
+                const float above =
+                    std::min(std::min(std::min(up2[x - 1], up2[x + 1]) + kKnight,
+                                      std::min(std::min(up[x - 2], up[x + 2]) + kKnight,
+                                               std::min(up[x - 1], up[x + 1]) + kDiagonal)),
+                             up[x] + kOne);
+                c = std::min(std::min(c, above), row[x - 1] + kOne);
+            } else
+                c = std::min({c, at(x - 1, y - 2) + kKnight, at(x + 1, y - 2) + kKnight,
+                              at(x - 2, y - 1) + kKnight, at(x - 1, y - 1) + kDiagonal,
+                              at(x, y - 1) + kOne, at(x + 1, y - 1) + kDiagonal,
+                              at(x + 2, y - 1) + kKnight, at(x - 1, y) + kOne});
+        }
+    }
+    for (std::int64_t y = h - 2; y >= 0; --y) {
+        float* row = v + y * stride;
+        const float* down = row + stride;
+        const float* down2 = row + 2 * stride;
+        for (std::int64_t x = w - 2; x >= 0; --x) {
+            float& c = row[x];
+            if (!(c > 0)) continue;
+            if (inside(x, y, 0, h - 2)) {
+                const float below =
+                    std::min(std::min(std::min(down2[x - 1], down2[x + 1]) + kKnight,
+                                      std::min(std::min(down[x - 2], down[x + 2]) + kKnight,
+                                               std::min(down[x - 1], down[x + 1]) + kDiagonal)),
+                             down[x] + kOne);
+                c = std::min(std::min(c, below), row[x + 1] + kOne);
+            } else
+                c = std::min({c, at(x + 1, y) + kOne, at(x - 2, y + 1) + kKnight,
+                              at(x - 1, y + 1) + kDiagonal, at(x, y + 1) + kOne,
+                              at(x + 1, y + 1) + kDiagonal, at(x + 2, y + 1) + kKnight,
+                              at(x - 1, y + 2) + kKnight, at(x + 1, y + 2) + kKnight});
+        }
+    }
+}
+
+void euclideanDistance(const float* features, std::int64_t w, std::int64_t h, std::int64_t stride,
+                       float* distances, float limit) {
+    // Meijster, Roerdink and Hesselink's two phases in exact integers. First, per column, the
+    // distance to the nearest feature in that column — swept a whole row at a time, so the
+    // sweeps run along memory. "None" is w + h, farther than any real distance.
+    const std::int64_t none = w + h;
+    // Every entry is written by the first sweep: no zeroing, and huge pages for fewer faults.
+    const auto storage = uninitializedBuffer(std::size_t(w * h) * sizeof(std::int32_t));
+    const std::span<std::int32_t> g(reinterpret_cast<std::int32_t*>(storage.get()),
+                                    std::size_t(w * h));
+    constexpr std::int64_t kColumns = 512; // each task sweeps all rows of a band of columns
+    tbb::parallel_for(std::int64_t(0), (w + kColumns - 1) / kColumns, [&](std::int64_t band) {
+        const std::int64_t x0 = band * kColumns, x1 = std::min(w, x0 + kColumns);
+        for (std::int64_t y = 0; y < h; ++y) {
+            const float* f = features + y * stride;
+            std::int32_t* row = g.data() + y * w;
+            const std::int32_t* above = row - w;
+            for (std::int64_t x = x0; x < x1; ++x)
+                row[x] = f[x] > 0 ? 0
+                                  : std::int32_t(y > 0 ? std::min(above[x] + 1, std::int32_t(none))
+                                                       : none);
+        }
+        for (std::int64_t y = h - 2; y >= 0; --y) {
+            std::int32_t* row = g.data() + y * w;
+            const std::int32_t* below = row + w;
+            for (std::int64_t x = x0; x < x1; ++x)
+                row[x] = std::min(row[x], below[x] + 1);
+        }
+    });
+    // Then, per row, the lower envelope of the parabolas (x − i)² + g(i)².
+    const double limitSquared = double(limit) * double(limit);
+    tbb::parallel_for(std::int64_t(0), h, [&](std::int64_t y) {
+        thread_local std::vector<std::int64_t> s, t;
+        s.resize(std::size_t(w)), t.resize(std::size_t(w));
+        const std::int32_t* gy = g.data() + y * w;
+        auto f = [&](std::int64_t x, std::int64_t i) {
+            return (x - i) * (x - i) + std::int64_t(gy[i]) * gy[i];
+        };
+        // Rounded down; the numerator stays below 2^27, so a double holds it exactly and its
+        // division is quicker than a 64-bit integer one.
+        auto sep = [&](std::int64_t i, std::int64_t u) {
+            const auto numerator =
+                double(u * u - i * i + std::int64_t(gy[u]) * gy[u] - std::int64_t(gy[i]) * gy[i]);
+            return std::int64_t(std::floor(numerator / double(2 * (u - i))));
+        };
+        std::int64_t q = 0;
+        s[0] = 0, t[0] = 0;
+        for (std::int64_t u = 1; u < w; ++u) {
+            while (q >= 0 && f(t[std::size_t(q)], s[std::size_t(q)]) > f(t[std::size_t(q)], u))
+                --q;
+            if (q < 0) {
+                q = 0;
+                s[0] = u;
+            } else {
+                const std::int64_t next = 1 + sep(s[std::size_t(q)], u);
+                if (next < w) {
+                    ++q;
+                    s[std::size_t(q)] = u;
+                    t[std::size_t(q)] = next;
+                }
+            }
+        }
+        float* out = distances + y * w;
+        for (std::int64_t u = w - 1; u >= 0; --u) {
+            const auto squared = double(f(u, s[std::size_t(q)]));
+            out[u] = squared < limitSquared && gy[s[std::size_t(q)]] < none
+                         ? float(std::sqrt(squared))
+                         : limit;
+            if (u == t[std::size_t(q)]) --q;
+        }
+    });
+}
+
+// ---- Chamfer ---------------------------------------------------------------------------------
+
+cg::Rect CDTImageProcessorKernel::roi(int, const ci::ProcessorArguments& arguments,
+                                      const cg::Rect& outputRect) const {
+    return grown(outputRect, argumentRadius(arguments, "CDTImageProcessorKernel"));
+}
+
+std::optional<std::vector<cg::Rect>>
+CDTImageProcessorKernel::roiTileArray(int, const ci::ProcessorArguments& arguments,
+                                      const cg::Rect&) const {
+    return std::vector<cg::Rect>{grown(argumentRect(arguments, "CDTImageProcessorKernel"),
+                                       argumentRadius(arguments, "CDTImageProcessorKernel"))};
+}
+
+void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inputs,
+                                      const ci::ProcessorArguments& arguments,
+                                      const ci::ProcessorOutput& output) const {
+    const auto it = arguments.find("cache");
+    const auto* object = it == arguments.end()
+                             ? nullptr
+                             : std::get_if<std::shared_ptr<ci::ArgumentObject>>(&it->second);
+    auto* cache = object ? dynamic_cast<ImageProcessingKernelCache<bool>*>(object->get()) : nullptr;
+    require(!inputs.empty() && inputs[0].surface && cache);
+    processInPlaceThenCopy(inputs, output, *cache, [](io::Surface& s) {
+        chamferDistanceInPlace(reinterpret_cast<float*>(s.baseAddress()), s.width(), s.height(),
+                               s.bytesPerRow() / 4);
+    });
+}
+
+ci::Image distanceMap(const ci::Image& mask, const cg::Rect& extent, double searchLimitRadius) {
+    require(usable(extent));
+    const auto prepared = libraryKernels().colorKernel("prepareDT").apply(extent, {mask});
+    if (!prepared) throw ImageCoreError(ImageCoreError::unknownError);
+    const auto raw = ci::ProcessorKernel::apply(
+        std::make_shared<CDTImageProcessorKernel>(), extent, {*prepared},
+        {{"extent", rectArgument(extent)},
+         {"searchLimitRadius", searchLimitRadius},
+         {"cache", std::shared_ptr<ci::ArgumentObject>(
+                       std::make_shared<ImageProcessingKernelCache<bool>>())}});
+    if (!raw) throw ImageCoreError(ImageCoreError::unknownError);
+    return greyFromRed(*raw);
+}
+
+// ---- Euclidean -------------------------------------------------------------------------------
+
+cg::Rect EDT::roi(int, const ci::ProcessorArguments& arguments, const cg::Rect& outputRect) const {
+    return grown(outputRect,
+                 argumentRadius(arguments, "EuclideanDistanceTransformImageProcessorKernel"));
+}
+
+std::optional<std::vector<cg::Rect>> EDT::roiTileArray(int, const ci::ProcessorArguments& arguments,
+                                                       const cg::Rect&) const {
+    const char* source = "EuclideanDistanceTransformImageProcessorKernel";
+    return std::vector<cg::Rect>{
+        grown(argumentRect(arguments, source), argumentRadius(arguments, source))};
+}
+
+void EDT::process(const std::vector<ci::ProcessorInput>& inputs,
+                  const ci::ProcessorArguments& arguments,
+                  const ci::ProcessorOutput& output) const {
+    const auto it = arguments.find("searchLimitRadius");
+    const auto* radius = it == arguments.end() ? nullptr : std::get_if<double>(&it->second);
+    require(!inputs.empty() && inputs[0].surface && radius);
+    const io::Surface& in = *inputs[0].surface;
+    const auto storage = uninitializedBuffer(std::size_t(in.width() * in.height()) * sizeof(float));
+    auto* distances = reinterpret_cast<float*>(storage.get());
+    const_cast<io::Surface&>(in).lock(io::LockOptions::readOnly);
+    euclideanDistance(reinterpret_cast<const float*>(in.baseAddress()), in.width(), in.height(),
+                      in.bytesPerRow() / 4, distances, float(*radius));
+    const_cast<io::Surface&>(in).unlock(io::LockOptions::readOnly);
+    // The output region lies inside the input region (grown by the radius); copy its part.
+    io::Surface& out = *output.surface;
+    const auto ox = std::int64_t(output.region.minX() - inputs[0].region.minX());
+    const auto oy = std::int64_t(inputs[0].region.maxY() - output.region.maxY());
+    out.lock(io::LockOptions::readWrite);
+    for (std::int64_t y = 0; y < out.height(); ++y) {
+        auto* dst = reinterpret_cast<float*>(out.baseAddress() + y * out.bytesPerRow());
+        const std::int64_t sy = oy + y;
+        for (std::int64_t x = 0; x < out.width(); ++x) {
+            const std::int64_t sx = ox + x;
+            dst[x] = sx >= 0 && sy >= 0 && sx < in.width() && sy < in.height()
+                         ? distances[std::size_t(sy * in.width() + sx)]
+                         : float(*radius);
+        }
+    }
+    out.unlock(io::LockOptions::readWrite);
+}
+
+ci::Image edtMap(const ci::Image& image, const cg::Rect& extent, double searchLimitRadius) {
+    require(usable(extent));
+    const auto raw = ci::ProcessorKernel::apply(
+        std::make_shared<EDT>(), extent, {image},
+        {{"extent", rectArgument(extent)}, {"searchLimitRadius", searchLimitRadius}});
+    if (!raw) throw ImageCoreError(ImageCoreError::unknownError);
+    return greyFromRed(*raw);
+}
+
+} // namespace bic
