@@ -143,3 +143,11 @@ run(TRUE encode ${WORK}/wand.png ${WORK}/wand.plist)
 expect_in("${out}" "640 × 480, Monochrome, 8 bits")
 run(FALSE fill ${WORK}/demo/photo.png --seed 700,40 ${WORK}/x.png)
 expect_one_line_error("the seed 700,40 lies outside the 640 × 480 picture")
+
+# Distances from the wand's mask, both ways, as float TIFFs.
+run(TRUE distance ${WORK}/wand.png --radius 40 ${WORK}/wand-chamfer.tif)
+expect_in("${out}" "chamfer distances of 640 × 480")
+run(TRUE distance ${WORK}/wand.png --radius 40 --euclidean ${WORK}/wand-edt.tif)
+expect_in("${out}" "Euclidean distances of 640 × 480, farthest 40.000 px")
+run(TRUE encode ${WORK}/wand-edt.tif ${WORK}/wand-edt.plist)
+expect_in("${out}" "640 × 480, Monochrome, 32 bits")

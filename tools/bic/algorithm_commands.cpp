@@ -1,8 +1,10 @@
 // bic dither / bic histogram: error diffusion of a picture's grey, and its channel histograms.
 
+#include "bic/algorithms/distance_transform.hpp"
 #include "bic/algorithms/dithering.hpp"
 #include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/histogram.hpp"
+#include "bic/compositing/image_operations.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "commands.hpp"
 #include "image_files.hpp"
@@ -128,6 +130,45 @@ Run addFillCommand(CLI::App& app) {
     };
 }
 
+Run addDistanceCommand(CLI::App& app) {
+    auto* cmd = app.add_subcommand("distance", "Distances from every pixel to a mask's white");
+    struct Options {
+        std::string in, out;
+        double radius = 32;
+        bool euclidean = false;
+    };
+    auto o = std::make_shared<Options>();
+    cmd->add_option("mask", o->in, "PNG or TIFF; white (≥ ½) is what distances are measured to")
+        ->required();
+    cmd->add_option("--radius", o->radius, "the search limit in pixels")
+        ->check(CLI::PositiveNumber);
+    cmd->add_flag("--euclidean", o->euclidean, "exact Euclidean distances instead of chamfer ones");
+    cmd->add_option("out", o->out, "distances as 32-bit float grey (.tif)")->required();
+    return [cmd, o] {
+        if (!cmd->parsed()) return;
+        const ci::Image mask = imageOf(readImageFile(o->in));
+        const cg::Rect extent = mask.extent();
+        // The Euclidean transform measures to non-zero pixels: hand it the white ones.
+        const ci::Image map =
+            o->euclidean
+                ? edtMap(bic_threshold(mask, 0.5).composited(ci::Image::black()), extent, o->radius)
+                : distanceMap(mask, extent, o->radius);
+        const PixelBuffer<PixelGray32> out(map, extent);
+        float far = 0;
+        out.withUnsafeBuffer([&](std::span<const PixelGray32> p) {
+            for (std::int64_t y = 0; y < out.size().height; ++y)
+                for (std::int64_t x = 0; x < out.size().width; ++x)
+                    far = std::max(
+                        far, std::min(p[std::size_t(y * out.pixelsPerRow() + x)].grayComponent,
+                                      float(1e9)));
+        });
+        writeImageFile(out, o->out);
+        fmt::print("{} distances of {} × {}, farthest {:.3f} px: wrote {}\n",
+                   o->euclidean ? "Euclidean" : "chamfer", extent.width(), extent.height(), far,
+                   o->out);
+    };
+}
+
 std::string describeHistogram(const Histogram& h) {
     std::string text;
     const std::pair<const char*, const std::vector<std::uint64_t>*> channels[] = {
@@ -187,9 +228,8 @@ void algorithmSection(const std::filesystem::path& dir) {
     wand->fill({40, 440}, std::optional<PixelARGB8>(), 0.2f, std::nullopt, false, true);
     writeImageFile(PixelBuffer<PixelGray8>(*wand->maskImage(), photo.extent()),
                    dir / "fill-sky.png");
-    fmt::print(
-        "  selected the sky around (40, 40) at tolerance 0.2, holes filled: {}\n",
-        (dir / "fill-sky.png").string());
+    fmt::print("  selected the sky around (40, 40) at tolerance 0.2, holes filled: {}\n",
+               (dir / "fill-sky.png").string());
     const Histogram h = areaHistogram(photo, photo.extent());
     fmt::print("  histogram of the photo:\n{}", describeHistogram(h));
     writeImageFile(plot(h), dir / "histogram.png");

@@ -26,6 +26,7 @@ Run addDecodeCommand(CLI::App& app);
 Run addBlendCommand(CLI::App& app);
 Run addDitherCommand(CLI::App& app);
 Run addFillCommand(CLI::App& app);
+Run addDistanceCommand(CLI::App& app);
 Run addHistogramCommand(CLI::App& app);
 
 /// The demo's contact sheet of the pixel blend modes, written into `dir`.
