@@ -8,6 +8,8 @@
 //                     cv::distanceTransform(DIST_L2, DIST_MASK_5)
 //   euclidean         exact Euclidean distances of the same mask, two threads, against
 //                     cv::distanceTransform(DIST_L2, DIST_MASK_PRECISE) on two threads
+//   outlines          the outer and hole outlines of the same mask, from the buffer, against
+//                     cv::findContours(RETR_CCOMP, CHAIN_APPROX_SIMPLE)
 
 #include "bic/algorithms/distance_transform.hpp"
 #include "bic/algorithms/dithering.hpp"
@@ -16,6 +18,7 @@
 #include "bic/platform/ci/context.hpp"
 
 #include <benchmark/benchmark.h>
+#include <cstring>
 #include <random>
 #include <tbb/global_control.h>
 #include <vector>
@@ -215,6 +218,42 @@ BENCHMARK_CAPTURE(OpenCVDistance, mask5, cv::DIST_MASK_5, 1)
     ->UseRealTime();
 BENCHMARK_CAPTURE(OpenCVDistance, precise, cv::DIST_MASK_PRECISE, 2)
     ->Name("euclidean_4096/peer:OpenCV")
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+#endif
+
+void Outlines(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        bic::PixelBuffer<bic::PixelGray8> buffer(bic::IntegralSize(kSize, kSize),
+                                                 bic::cg::ColorSpace::deviceGray());
+        buffer.withUnsafeBuffer([](std::span<bic::PixelGray8> p) {
+            const auto& d = discs();
+            for (std::size_t i = 0; i < d.size(); ++i)
+                p[i] = bic::PixelGray8(d[i] ? 255 : 0);
+        });
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(buffer.outlinePath());
+    }
+}
+BENCHMARK(Outlines)->Name("outlines_4096")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+#if BIC_HAVE_OPENCV
+void OpenCVContours(benchmark::State& state) {
+    cv::setNumThreads(1);
+    for (auto _ : state) {
+        state.PauseTiming();
+        cv::Mat image(kSize, kSize, CV_8UC1);
+        std::memcpy(image.data, discs().data(), discs().size());
+        state.ResumeTiming();
+        std::vector<std::vector<cv::Point>> contours;
+        std::vector<cv::Vec4i> hierarchy;
+        cv::findContours(image, contours, hierarchy, cv::RETR_CCOMP, cv::CHAIN_APPROX_SIMPLE);
+        benchmark::DoNotOptimize(contours.data());
+    }
+}
+BENCHMARK(OpenCVContours)
+    ->Name("outlines_4096/peer:OpenCV")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 #endif

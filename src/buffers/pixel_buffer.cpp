@@ -33,6 +33,7 @@ struct PixelBuffer<P>::Storage {
     std::mutex mutex; // guards the caches
     std::optional<ci::Image> image;
     std::optional<cg::Rect> visibleExtent;
+    std::shared_ptr<const void> outlines;
 };
 
 using detail::ComponentOf;
@@ -174,6 +175,19 @@ cg::Rect PixelBuffer<P>::visibleExtent() const {
     std::lock_guard lock(storage_->mutex);
     if (!storage_->visibleExtent) storage_->visibleExtent = detail::visibleExtent(constRows());
     return *storage_->visibleExtent;
+}
+
+template <Pixel P>
+std::shared_ptr<const void>
+PixelBuffer<P>::cachedOutlines(const std::function<std::shared_ptr<const void>()>& make) const {
+    {
+        std::lock_guard lock(storage_->mutex);
+        if (storage_->outlines) return storage_->outlines;
+    }
+    auto made = make();
+    std::lock_guard lock(storage_->mutex);
+    if (!storage_->outlines) storage_->outlines = std::move(made); // the first one made wins
+    return storage_->outlines;
 }
 
 template <Pixel P>

@@ -151,3 +151,9 @@ run(TRUE distance ${WORK}/wand.png --radius 40 --euclidean ${WORK}/wand-edt.tif)
 expect_in("${out}" "Euclidean distances of 640 × 480, farthest 40.000 px")
 run(TRUE encode ${WORK}/wand-edt.tif ${WORK}/wand-edt.plist)
 expect_in("${out}" "640 × 480, Monochrome, 32 bits")
+
+# Outlines of the wand's selection as SVG paths.
+run(TRUE outline ${WORK}/wand.png ${WORK}/wand.svg)
+expect_in("${out}" "outlines of 640 × 480")
+file(READ ${WORK}/wand.svg svg)
+expect_in("${svg}" "<path d=\"M ")

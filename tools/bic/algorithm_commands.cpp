@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <fstream>
 
 namespace bic::tool {
 
@@ -166,6 +167,42 @@ Run addDistanceCommand(CLI::App& app) {
         fmt::print("{} distances of {} × {}, farthest {:.3f} px: wrote {}\n",
                    o->euclidean ? "Euclidean" : "chamfer", extent.width(), extent.height(), far,
                    o->out);
+    };
+}
+
+Run addOutlineCommand(CLI::App& app) {
+    auto* cmd = app.add_subcommand("outline", "Trace a mask's outlines into SVG");
+    auto in = std::make_shared<std::string>(), out = std::make_shared<std::string>();
+    cmd->add_option("mask", *in, "PNG or TIFF; opaque (alpha ≥ ½) or, for grey, bright pixels")
+        ->required();
+    cmd->add_option("out", *out, "SVG file")->required();
+    return [cmd, in, out] {
+        if (!cmd->parsed()) return;
+        const PixelBufferType buffer = readImageFile(*in);
+        const auto paths = std::visit(
+            [](const auto& b) -> std::optional<std::vector<Path>> {
+                if constexpr (requires { b.outlinePath(); })
+                    return b.outlinePath();
+                else // files are read into owned buffers
+                    return std::nullopt;
+            },
+            buffer);
+        if (!paths) throw CommandError("the mask could not be rendered");
+        const IntegralSize size = std::visit([](const auto& b) { return b.size(); }, buffer);
+        // Outlines run in bottom-up pixel coordinates; SVG's y runs down, through pixel centres.
+        std::string svg = fmt::format(
+            "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
+            "viewBox=\"0 0 {0} {1}\">\n<g transform=\"matrix(1 0 0 -1 0.5 {2})\" fill=\"none\" "
+            "stroke=\"#d02020\" stroke-width=\"1\" stroke-linejoin=\"round\">\n",
+            size.width, size.height, double(size.height) - 0.5);
+        for (const Path& path : *paths)
+            svg += fmt::format("<path d=\"{}\"/>\n", path.svgPathData());
+        svg += "</g>\n</svg>\n";
+        std::ofstream file(*out);
+        file << svg;
+        if (!file) throw CommandError("cannot write " + *out);
+        fmt::print("{} outlines of {} × {}: wrote {}\n", paths->size(), size.width, size.height,
+                   *out);
     };
 }
 

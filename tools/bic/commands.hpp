@@ -27,6 +27,7 @@ Run addBlendCommand(CLI::App& app);
 Run addDitherCommand(CLI::App& app);
 Run addFillCommand(CLI::App& app);
 Run addDistanceCommand(CLI::App& app);
+Run addOutlineCommand(CLI::App& app);
 Run addHistogramCommand(CLI::App& app);
 
 /// The demo's contact sheet of the pixel blend modes, written into `dir`.

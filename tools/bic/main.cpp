@@ -9,11 +9,11 @@
 int main(int argc, char** argv) {
     CLI::App app{"bic — BrellinImageCore on the command line"};
     app.require_subcommand(1);
-    bic::tool::Run runs[] = {bic::tool::addColorCommand(app),  bic::tool::addEncodeCommand(app),
-                             bic::tool::addDecodeCommand(app), bic::tool::addBlendCommand(app),
-                             bic::tool::addDitherCommand(app), bic::tool::addHistogramCommand(app),
-                             bic::tool::addFillCommand(app),   bic::tool::addDistanceCommand(app),
-                             bic::tool::addDemoCommand(app)};
+    bic::tool::Run runs[] = {bic::tool::addColorCommand(app),   bic::tool::addEncodeCommand(app),
+                             bic::tool::addDecodeCommand(app),  bic::tool::addBlendCommand(app),
+                             bic::tool::addDitherCommand(app),  bic::tool::addHistogramCommand(app),
+                             bic::tool::addFillCommand(app),    bic::tool::addDistanceCommand(app),
+                             bic::tool::addOutlineCommand(app), bic::tool::addDemoCommand(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {

@@ -8,6 +8,7 @@
 
 #include "bic/buffers/channel_data.hpp"
 #include "bic/geometry/integral_geometry.hpp"
+#include "bic/paths/path.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/cg/context.hpp"
 #include "bic/platform/ci/image.hpp"
@@ -115,6 +116,13 @@ public:
     bool isWhiteImage() const requires RGBAPixel<P>;
     bool isBlackImage() const requires RGBAPixel<P>;
 
+    /// Closed outlines of the opaque area (alpha ≥ ½ for colour formats, grey ≥ ½ for grey ones):
+    /// one for the outer boundary of every 8-connected region, in the order found scanning up
+    /// from the bottom row, then one for every hole. Corners sit on boundary pixels' integer
+    /// coordinates; straight runs are merged. Traced once, then cached; nothing when the mask
+    /// cannot be rendered.
+    std::optional<std::vector<Path>> outlinePath() const;
+
     /// The stored record (see pixel_buffer_record.hpp).
     void encode(coding::Encoder& encoder) const;
 
@@ -127,6 +135,10 @@ private:
     P* pixels() const;
     bool equalPixels(const PixelBuffer& other) const;
     detail::PixelRows<P> rows() const;
+    /// The value the storage caches for outlines, made by `make` on first use (outside the lock,
+    /// since making it renders the buffer).
+    std::shared_ptr<const void>
+    cachedOutlines(const std::function<std::shared_ptr<const void>()>& make) const;
     detail::PixelRows<const P> constRows() const;
 
     std::string title_;
