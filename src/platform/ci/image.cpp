@@ -38,8 +38,10 @@ void sourceOverRow(const KernelRow& row) {
     float* o = row.out;
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
         const float k = 1.0f - f[i + 3];
+        // An opaque pixel hides the background entirely, even an infinite one (distance maps
+        // lie over +∞), where ∞ × 0 would make NaN.
         for (int c = 0; c < 4; ++c)
-            o[i + c] = f[i + c] + b[i + c] * k;
+            o[i + c] = k > 0 ? f[i + c] + b[i + c] * k : f[i + c];
     }
 }
 
