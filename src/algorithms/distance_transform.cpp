@@ -6,6 +6,7 @@
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/memory.hpp"
+#include "processing_support.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -21,17 +22,13 @@ namespace {
 
 constexpr float kOne = 1.0f, kDiagonal = 1.4142135f, kKnight = 2.236068f;
 
-void require(bool condition) {
-    if (!condition) throw ImageCoreError(ImageCoreError::parameterError);
-}
-
-bool usable(const cg::Rect& r) { return !r.isNull() && !r.isEmpty() && !r.isInfinite(); }
+using detail::greyFromRed;
+using detail::isUsable;
+using detail::rectArgument;
+using detail::require;
 
 cg::Rect argumentRect(const ci::ProcessorArguments& arguments, const char* source) {
-    const auto it = arguments.find("extent");
-    const auto* v = it == arguments.end() ? nullptr : std::get_if<std::vector<double>>(&it->second);
-    if (!v || v->size() != 4) fatalError(std::string(source) + ": no extent argument.");
-    return {(*v)[0], (*v)[1], (*v)[2], (*v)[3]};
+    return detail::rectFromArguments(arguments, "extent", source);
 }
 
 double argumentRadius(const ci::ProcessorArguments& arguments, const char* source) {
@@ -42,23 +39,6 @@ double argumentRadius(const ci::ProcessorArguments& arguments, const char* sourc
 }
 
 cg::Rect grown(const cg::Rect& r, double radius) { return r.integral().insetBy(-radius, -radius); }
-
-// Grey from red, alpha kept.
-ci::Image greyFromRed(const ci::Image& raw) {
-    using V = std::vector<double>;
-    const auto out = ci::applyingFilter(raw, "CIColorMatrix",
-                                        {{"inputRVector", V{1, 0, 0, 0}},
-                                         {"inputGVector", V{1, 0, 0, 0}},
-                                         {"inputBVector", V{1, 0, 0, 0}},
-                                         {"inputAVector", V{0, 0, 0, 1}},
-                                         {"inputBiasVector", V{0, 0, 0, 0}}});
-    if (!out) throw ImageCoreError(ImageCoreError::unknownError);
-    return *out;
-}
-
-std::vector<double> rectArgument(const cg::Rect& r) {
-    return {r.minX(), r.minY(), r.width(), r.height()};
-}
 
 } // namespace
 
@@ -221,7 +201,7 @@ void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inp
 }
 
 ci::Image distanceMap(const ci::Image& mask, const cg::Rect& extent, double searchLimitRadius) {
-    require(usable(extent));
+    require(isUsable(extent));
     const auto prepared = libraryKernels().colorKernel("prepareDT").apply(extent, {mask});
     if (!prepared) throw ImageCoreError(ImageCoreError::unknownError);
     const auto raw = ci::ProcessorKernel::apply(
@@ -280,7 +260,7 @@ void EDT::process(const std::vector<ci::ProcessorInput>& inputs,
 }
 
 ci::Image edtMap(const ci::Image& image, const cg::Rect& extent, double searchLimitRadius) {
-    require(usable(extent));
+    require(isUsable(extent));
     const auto raw = ci::ProcessorKernel::apply(
         std::make_shared<EDT>(), extent, {image},
         {{"extent", rectArgument(extent)}, {"searchLimitRadius", searchLimitRadius}});

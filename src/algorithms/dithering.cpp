@@ -3,6 +3,7 @@
 #include "../filters/library_kernels.hpp"
 #include "bic/algorithms/procedural.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "processing_support.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -161,15 +162,7 @@ ci::Image dithered(const ci::Image& image, DitheringMethod method) {
         ci::ProcessorKernel::apply(std::make_shared<DitherImageProcesorKernel>(region), region,
                                    {image}, {{"method", method == DitheringMethod::atkinson}});
     if (!raw) throw ImageCoreError(ImageCoreError::unknownError);
-    using V = std::vector<double>;
-    auto result = ci::applyingFilter(*raw, "CIColorMatrix",
-                                     {{"inputRVector", V{1, 0, 0, 0}},
-                                      {"inputGVector", V{1, 0, 0, 0}},
-                                      {"inputBVector", V{1, 0, 0, 0}},
-                                      {"inputAVector", V{0, 0, 0, 1}},
-                                      {"inputBiasVector", V{0, 0, 0, 0}}});
-    if (!result) throw ImageCoreError(ImageCoreError::unknownError);
-    return *result;
+    return detail::greyFromRed(*raw);
 }
 
 BICDitherFilter::BICDitherFilter()

@@ -8,6 +8,7 @@
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
+#include "processing_support.hpp"
 #include "scanline_fill.hpp"
 
 #include <cstring>
@@ -204,10 +205,7 @@ std::optional<ci::Image> FloodFillOperation::maskImage() {
 namespace {
 
 cg::Rect extentOf(const ci::ProcessorArguments& arguments) {
-    const auto it = arguments.find("extent");
-    const auto* v = it == arguments.end() ? nullptr : std::get_if<std::vector<double>>(&it->second);
-    if (!v || v->size() != 4) fatalError("FloodFillProcessorKernel: no extent argument.");
-    return {(*v)[0], (*v)[1], (*v)[2], (*v)[3]};
+    return detail::rectFromArguments(arguments, "extent", "FloodFillProcessorKernel");
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/fatal.hpp"
+#include "processing_support.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -15,21 +16,11 @@ namespace bic {
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) throw ImageCoreError(ImageCoreError::parameterError);
-}
-
-bool usable(const cg::Rect& r) { return !r.isNull() && !r.isEmpty() && !r.isInfinite(); }
+using detail::rectArgument;
+using detail::require;
 
 cg::Rect extentArgument(const ci::ProcessorArguments& arguments, const char* source) {
-    const auto it = arguments.find("extent");
-    const auto* v = it == arguments.end() ? nullptr : std::get_if<std::vector<double>>(&it->second);
-    if (!v || v->size() != 4) fatalError(std::string(source) + ": no extent argument.");
-    return {(*v)[0], (*v)[1], (*v)[2], (*v)[3]};
-}
-
-std::vector<double> rectArgument(const cg::Rect& r) {
-    return {r.minX(), r.minY(), r.width(), r.height()};
+    return detail::rectFromArguments(arguments, "extent", source);
 }
 
 // A smooth, plausible channel: a skewed bump around `peak` over 0…last, scaled so the counts
@@ -118,7 +109,7 @@ void histogramARGB8888(const std::uint8_t* pixels, std::int64_t width, std::int6
 }
 
 Histogram areaHistogram(const ci::Image& image, const cg::Rect& extent) {
-    require(usable(extent));
+    require(detail::isUsable(extent));
     auto accumulator = SurfaceImageAccumulator<PixelARGB8>::make(extent);
     if (!accumulator) throw ImageCoreError(ImageCoreError::memoryError);
     accumulator->setImage(image, extent.integral());
@@ -188,7 +179,7 @@ void EqualizeImageProcessorKernelF::process(const std::vector<ci::ProcessorInput
 
 ci::Image equalized(const ci::Image& image, std::int64_t bucketCount) {
     const cg::Rect extent = image.extent().integral();
-    require(usable(image.extent()) && bucketCount >= 1 && bucketCount <= 4294967295LL);
+    require(detail::isUsable(image.extent()) && bucketCount >= 1 && bucketCount <= 4294967295LL);
     auto result = ci::ProcessorKernel::apply(
         std::make_shared<EqualizeImageProcessorKernelF>(), extent, {image},
         {{"extent", rectArgument(extent)}, {"bucketCount", double(bucketCount)}});
@@ -231,7 +222,7 @@ void AverageColorImageProcessorKernel::process(const std::vector<ci::ProcessorIn
 }
 
 PixelRGBA32 averageColor(const ci::Image& image, const cg::Rect& rect) {
-    require(usable(rect));
+    require(detail::isUsable(rect));
     const cg::Rect one(0, 0, 1, 1);
     const auto mean =
         ci::ProcessorKernel::apply(std::make_shared<AverageColorImageProcessorKernel>(), one,

@@ -3,6 +3,7 @@
 
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/compositing/image_operations.hpp"
+#include "bic/compositing/mask_operations.hpp"
 #include "bic/platform/ci/filter.hpp"
 
 namespace bic {
@@ -119,18 +120,8 @@ private:
 template <Pixel P>
 std::optional<std::vector<Path>> traceOutlines(const PixelBuffer<P>& buffer) {
     ci::Image image = buffer.image();
-    if constexpr (P::model == cg::ColorSpaceModel::rgb) {
-        using V = std::vector<double>;
-        const V alphaAsGrey{0, 0, 0, 1};
-        const auto grey = ci::applyingFilter(image, "CIColorMatrix",
-                                             {{"inputRVector", alphaAsGrey},
-                                              {"inputGVector", alphaAsGrey},
-                                              {"inputBVector", alphaAsGrey},
-                                              {"inputAVector", V{0, 0, 0, 0}},
-                                              {"inputBiasVector", V{0, 0, 0, 1}}});
-        if (!grey) return std::nullopt;
-        image = *grey;
-    }
+    // Colour buffers: alpha as grey (everything outside the buffer hides).
+    if constexpr (P::model == cg::ColorSpaceModel::rgb) image = bic_maskFromTransparency(image);
     try {
         const PixelBuffer<PixelGray8> mask(bic_threshold(image, 0.5), buffer.image().extent(), "");
         std::optional<std::vector<Path>> result;

@@ -2,6 +2,7 @@
 #include "bic/compositing/image_operations.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
+#include "support/render.hpp"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -9,24 +10,12 @@
 #include <random>
 
 using namespace bic;
+using test_support::reds;
 
 namespace {
 
-std::vector<float> reds(const ci::Image& image, const cg::Rect& r) {
-    const auto w = std::int64_t(r.width()), h = std::int64_t(r.height());
-    std::vector<float> px(std::size_t(w * h * 4)), out;
-    ci::Context().render(image, px.data(), w * 16, r, ci::Format::RGBAf);
-    for (std::size_t i = 0; i < px.size(); i += 4)
-        out.push_back(px[i]);
-    return out;
-}
-
 ci::Image maskFrom(const std::vector<float>& v, std::int64_t w) {
-    std::vector<float> rgba;
-    for (float g : v)
-        rgba.insert(rgba.end(), {g, g, g, 1});
-    return *ci::Image::fromBitmap(rgba.data(), w * 16, w, std::int64_t(v.size()) / w,
-                                  ci::Format::RGBAf);
+    return test_support::greyImage(v, w);
 }
 
 } // namespace
