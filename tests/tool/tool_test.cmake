@@ -52,6 +52,7 @@ file(REMOVE_RECURSE ${WORK})
 run(TRUE demo --out ${WORK}/demo)
 expect_in("${out}" "read back equal; wrote ${WORK}/demo/photo-32.tif")
 expect_in("${out}" "cache node rendered and announced (0, 0, 640 × 480)")
+expect_in("${out}" "the selection has 1 outline(s)")
 foreach(f photo.png photo-8.plist photo-16.png photo-32.tif photo-grey.png photo-crop.png
           graph-output.png)
   if(NOT EXISTS ${WORK}/demo/${f})

@@ -267,6 +267,27 @@ void algorithmSection(const std::filesystem::path& dir) {
                    dir / "fill-sky.png");
     fmt::print("  selected the sky around (40, 40) at tolerance 0.2, holes filled: {}\n",
                (dir / "fill-sky.png").string());
+    // How far every pixel is from the selection, and the selection's outlines.
+    const ci::Image selection = *wand->maskImage();
+    const ci::Image far =
+        edtMap(bic_threshold(selection, 0.5).composited(ci::Image::black()), photo.extent(), 64);
+    // Shown as a glow: 1 − distance / 64.
+    using V = std::vector<double>;
+    const V fade{-1.0 / 64, 0, 0, 0};
+    const ci::Image glow = *ci::applyingFilter(far, "CIColorMatrix",
+                                               {{"inputRVector", fade},
+                                                {"inputGVector", fade},
+                                                {"inputBVector", fade},
+                                                {"inputAVector", V{0, 0, 0, 1}},
+                                                {"inputBiasVector", V{1, 1, 1, 0}}});
+    writeImageFile(PixelBuffer<PixelGray8>(glow, photo.extent()), dir / "fill-distance.png");
+    fmt::print("  Euclidean distance from the selection, up to 64 px: {}\n",
+               (dir / "fill-distance.png").string());
+    const PixelBuffer<PixelGray8> selected(selection, photo.extent());
+    const auto outlines = selected.outlinePath();
+    fmt::print("  the selection has {} outline(s); the first has {} corners\n",
+               outlines ? outlines->size() : 0,
+               outlines && !outlines->empty() ? (*outlines)[0].subpaths[0].points.size() : 0);
     const Histogram h = areaHistogram(photo, photo.extent());
     fmt::print("  histogram of the photo:\n{}", describeHistogram(h));
     writeImageFile(plot(h), dir / "histogram.png");
