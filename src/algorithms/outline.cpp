@@ -6,6 +6,10 @@
 #include "bic/compositing/mask_operations.hpp"
 #include "bic/platform/ci/filter.hpp"
 
+#include <cstdlib>
+#include <memory>
+#include <new>
+
 namespace bic {
 
 namespace {
@@ -16,10 +20,16 @@ constexpr int kDy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
 class Tracer {
 public:
     Tracer(const std::uint8_t* mask, std::int64_t w, std::int64_t h, std::int64_t stride)
-        : mask_(mask), w_(w), h_(h), stride_(stride), labels_(std::size_t((w + 2) * (h + 2)), 0) {}
+        : mask_(mask), w_(w), h_(h), stride_(stride),
+          // calloc: the system hands out zero pages, and only cells the tracing touches cost.
+          labels_(static_cast<std::int32_t*>(
+                      std::calloc(std::size_t((w + 2) * (h + 2)), sizeof(std::int32_t))),
+                  std::free) {
+        if (!labels_) throw std::bad_alloc();
+    }
 
     std::int32_t& label(std::int64_t x, std::int64_t y) {
-        return labels_[std::size_t((x + 1) + (y + 1) * (w_ + 2))];
+        return labels_.get()[(x + 1) + (y + 1) * (w_ + 2)];
     }
     bool foreground(std::int64_t x, std::int64_t y) const {
         return x >= 0 && y >= 0 && x < w_ && y < h_ && mask_[(h_ - 1 - y) * stride_ + x] != 0;
@@ -114,7 +124,7 @@ private:
 
     const std::uint8_t* mask_;
     std::int64_t w_, h_, stride_;
-    std::vector<std::int32_t> labels_;
+    std::unique_ptr<std::int32_t, decltype(&std::free)> labels_;
 };
 
 template <Pixel P>
