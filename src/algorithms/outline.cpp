@@ -2,11 +2,10 @@
 // (Chang, Chen and Lu), in bottom-up coordinates, with collinear boundary runs merged.
 
 #include "bic/buffers/pixel_buffer.hpp"
-#include "bic/compositing/image_operations.hpp"
-#include "bic/compositing/mask_operations.hpp"
-#include "bic/platform/ci/filter.hpp"
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -17,43 +16,106 @@ namespace {
 constexpr int kDx[8] = {1, 1, 0, -1, -1, -1, 0, 1};
 constexpr int kDy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
 
+// The label grid of one thread, kept from call to call so that a call pays neither for zeroing
+// nor for fresh pages. Each cell carries the call's generation in its top 7 bits and the label
+// in the low 24 (0xFFFFFF standing for −1); a cell of another generation reads as 0, so nothing
+// is cleared between calls until the generations run out. Grids above kKeptCells, or images
+// that could hold more labels than 24 bits, get a zeroed grid of their own.
+class LabelGrid {
+public:
+    static constexpr std::size_t kKeptCells = std::size_t(64) << 20; // 256 MB
+    LabelGrid(std::int64_t width, std::int64_t height) : width_(width) {
+        const auto cells = std::size_t(width * height);
+        // At most one region per two pixels: past 2^24 − 2 labels the shared form cannot hold them.
+        if (cells > kKeptCells || cells / 2 >= 0xFFFFFE) {
+            own_.reset(static_cast<std::int32_t*>(std::calloc(cells, sizeof(std::int32_t))));
+            if (!own_) throw std::bad_alloc();
+            cells_ = own_.get();
+            generation_ = 0;
+            return;
+        }
+        thread_local std::vector<std::int32_t> kept;
+        thread_local std::int32_t last = 0;
+        if (kept.size() < cells) {
+            kept.assign(cells, 0);
+            last = 0;
+        }
+        if (++last > 127) { // every generation used: start afresh
+            std::fill(kept.begin(), kept.end(), 0);
+            last = 1;
+        }
+        cells_ = kept.data();
+        generation_ = last;
+    }
+    std::int32_t read(std::int64_t column, std::int64_t row) const {
+        const std::int32_t cell = cells_[row * width_ + column];
+        if (generation_ == 0) return cell;
+        if ((cell >> 24) != generation_) return 0;
+        const std::int32_t label = cell & 0xFFFFFF;
+        return label == 0xFFFFFF ? -1 : label;
+    }
+    void write(std::int64_t column, std::int64_t row, std::int32_t value) {
+        cells_[row * width_ + column] =
+            generation_ == 0 ? value : (generation_ << 24) | (value & 0xFFFFFF);
+    }
+
+private:
+    std::int64_t width_;
+    std::int32_t* cells_ = nullptr;
+    std::int32_t generation_ = 0;
+    std::unique_ptr<std::int32_t, decltype(&std::free)> own_{nullptr, std::free};
+};
+
+// Foreground is a mask byte with its high bit set (≥ 128), so an 8-bit grey buffer is its own
+// mask.
 class Tracer {
 public:
     Tracer(const std::uint8_t* mask, std::int64_t w, std::int64_t h, std::int64_t stride)
-        : mask_(mask), w_(w), h_(h), stride_(stride),
-          // calloc: the system hands out zero pages, and only cells the tracing touches cost.
-          labels_(static_cast<std::int32_t*>(
-                      std::calloc(std::size_t((w + 2) * (h + 2)), sizeof(std::int32_t))),
-                  std::free) {
-        if (!labels_) throw std::bad_alloc();
-    }
+        : mask_(mask), w_(w), h_(h), stride_(stride), labels_(w + 2, h + 2) {}
 
-    std::int32_t& label(std::int64_t x, std::int64_t y) {
-        return labels_.get()[(x + 1) + (y + 1) * (w_ + 2)];
+    std::int32_t label(std::int64_t x, std::int64_t y) const { return labels_.read(x + 1, y + 1); }
+    void setLabel(std::int64_t x, std::int64_t y, std::int32_t l) {
+        labels_.write(x + 1, y + 1, l);
     }
     bool foreground(std::int64_t x, std::int64_t y) const {
-        return x >= 0 && y >= 0 && x < w_ && y < h_ && mask_[(h_ - 1 - y) * stride_ + x] != 0;
+        return x >= 0 && y >= 0 && x < w_ && y < h_ && mask_[(h_ - 1 - y) * stride_ + x] >= 128;
     }
 
     std::vector<Path> outlines() {
         std::vector<Path> outer, holes;
         std::int32_t counter = 0;
         for (std::int64_t y = 0; y < h_; ++y) {
+            const std::uint8_t* row = mask_ + (h_ - 1 - y) * stride_;
             std::int32_t running = 0;
             for (std::int64_t x = 0; x < w_; ++x) {
-                if (foreground(x, y)) {
+                if (running == 0) {
+                    // Background outside any run changes nothing: skip it eight bytes at a time.
+                    constexpr std::uint64_t high = 0x8080808080808080u;
+                    auto word = [&](std::int64_t at) {
+                        std::uint64_t v;
+                        std::memcpy(&v, row + at, 8);
+                        return v;
+                    };
+                    while (x + 32 <= w_ &&
+                           ((word(x) | word(x + 8) | word(x + 16) | word(x + 24)) & high) == 0)
+                        x += 32;
+                    while (x + 8 <= w_ && (word(x) & high) == 0)
+                        x += 8;
+                    if (x >= w_) break;
+                }
+                if (row[x] >= 128) {
                     if (running == 0) {
-                        std::int32_t& cell = label(x, y);
+                        const std::int32_t cell = label(x, y);
                         if (cell == 0) {
                             const std::int32_t l = ++counter;
                             outer.push_back(follow(x, y, 0, l));
-                            label(x, y) = l;
+                            setLabel(x, y, l);
                             running = l;
                         } else {
                             running = cell;
                         }
                     } else {
-                        label(x, y) = running;
+                        setLabel(x, y, running);
                     }
                 } else if (running != 0) {
                     if (label(x, y) == 0) holes.push_back(follow(x - 1, y, 1, running));
@@ -77,7 +139,7 @@ private:
             const int k = (d + i) % 8;
             const std::int64_t nx = x + kDx[k], ny = y + kDy[k];
             if (foreground(nx, ny)) return {nx, ny, k};
-            if (nx >= -1 && ny >= -1 && nx <= w_ && ny <= h_) label(nx, ny) = -1;
+            if (nx >= -1 && ny >= -1 && nx <= w_ && ny <= h_) setLabel(nx, ny, -1);
         }
         return {x, y, (d + 7) % 8};
     }
@@ -89,7 +151,7 @@ private:
         if (t.x != sx || t.y != sy) {
             Step current = t;
             for (;;) {
-                label(current.x, current.y) = l;
+                setLabel(current.x, current.y, l);
                 const Step next = trace(current.x, current.y, (current.direction + 6) % 8);
                 if (current.x == sx && current.y == sy && next.x == t.x && next.y == t.y) break;
                 points.push_back(point(next.x, next.y));
@@ -124,26 +186,44 @@ private:
 
     const std::uint8_t* mask_;
     std::int64_t w_, h_, stride_;
-    std::unique_ptr<std::int32_t, decltype(&std::free)> labels_;
+    LabelGrid labels_;
 };
+
+// The threshold the engine applies to the mask form, computed here without rendering: the
+// mask form is grey (the pixel's alpha for colour formats, its grey for grey ones), and the
+// threshold compares its luminosity 0.30 v + 0.59 v + 0.11 v with ½ exactly as the kernel does.
+template <Pixel P>
+bool isOpaqueEnough(const P& p) {
+    float v;
+    if constexpr (P::model == cg::ColorSpaceModel::rgb)
+        v = p.alpha();
+    else
+        v = p.gray();
+    return 0.30f * v + 0.59f * v + 0.11f * v >= 0.5f;
+}
 
 template <Pixel P>
 std::optional<std::vector<Path>> traceOutlines(const PixelBuffer<P>& buffer) {
-    ci::Image image = buffer.image();
-    // Colour buffers: alpha as grey (everything outside the buffer hides).
-    if constexpr (P::model == cg::ColorSpaceModel::rgb) image = bic_maskFromTransparency(image);
-    try {
-        const PixelBuffer<PixelGray8> mask(bic_threshold(image, 0.5), buffer.image().extent(), "");
-        std::optional<std::vector<Path>> result;
-        mask.withUnsafeBuffer([&](std::span<const PixelGray8> pixels) {
-            Tracer tracer(reinterpret_cast<const std::uint8_t*>(pixels.data()), mask.size().width,
-                          mask.size().height, mask.pixelsPerRow());
+    const std::int64_t w = buffer.size().width, h = buffer.size().height;
+    std::optional<std::vector<Path>> result;
+    buffer.withUnsafeBuffer([&](std::span<const P> pixels) {
+        if constexpr (std::is_same_v<P, PixelGray8>) {
+            // 8-bit grey is its own mask: level 128 is the first at or above ½.
+            Tracer tracer(reinterpret_cast<const std::uint8_t*>(pixels.data()), w, h,
+                          buffer.pixelsPerRow());
             result = tracer.outlines();
-        });
-        return result;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
+        } else {
+            std::vector<std::uint8_t> mask(std::size_t(w * h));
+            for (std::int64_t y = 0; y < h; ++y)
+                for (std::int64_t x = 0; x < w; ++x)
+                    mask[std::size_t(y * w + x)] =
+                        isOpaqueEnough(pixels[std::size_t(y * buffer.pixelsPerRow() + x)]) ? 255
+                                                                                           : 0;
+            Tracer tracer(mask.data(), w, h, w);
+            result = tracer.outlines();
+        }
+    });
+    return result;
 }
 
 } // namespace
