@@ -54,9 +54,14 @@ public:
         const std::int32_t label = cell & 0xFFFFFF;
         return label == 0xFFFFFF ? -1 : label;
     }
+    void fill(std::int64_t column, std::int64_t row, std::int64_t count, std::int32_t value) {
+        std::fill_n(cells_ + row * width_ + column, count, encoded(value));
+    }
     void write(std::int64_t column, std::int64_t row, std::int32_t value) {
-        cells_[row * width_ + column] =
-            generation_ == 0 ? value : (generation_ << 24) | (value & 0xFFFFFF);
+        cells_[row * width_ + column] = encoded(value);
+    }
+    std::int32_t encoded(std::int32_t value) const {
+        return generation_ == 0 ? value : (generation_ << 24) | (value & 0xFFFFFF);
     }
 
 private:
@@ -115,7 +120,12 @@ public:
                             running = cell;
                         }
                     } else {
-                        setLabel(x, y, running);
+                        // Inside a run every pixel takes the run's label: label the whole run.
+                        std::int64_t end = x + 1;
+                        while (end < w_ && row[end] >= 128)
+                            ++end;
+                        labels_.fill(x + 1, y + 1, end - x, running);
+                        x = end - 1;
                     }
                 } else if (running != 0) {
                     if (label(x, y) == 0) holes.push_back(follow(x - 1, y, 1, running));
@@ -145,20 +155,33 @@ private:
     }
 
     Path follow(std::int64_t sx, std::int64_t sy, int d0, std::int32_t l) {
-        auto point = [](std::int64_t x, std::int64_t y) { return cg::Point{double(x), double(y)}; };
-        Step t = trace(sx, sy, d0);
-        std::vector<cg::Point> points{point(t.x, t.y)};
+        // Straight runs are merged as the boundary is walked: a point that continues the last
+        // segment in the same direction replaces that segment's end.
+        std::vector<Path::Point>& kept = scratch_;
+        kept.clear();
+        auto add = [&](std::int64_t x, std::int64_t y) {
+            const cg::Point p{double(x), double(y)};
+            if (kept.size() >= 2) {
+                const cg::Point a = kept[kept.size() - 2].position, b = kept.back().position;
+                if (cg::Vector{p.x - b.x, p.y - b.y}.hasSameDirection({b.x - a.x, b.y - a.y}))
+                    kept.pop_back();
+            }
+            kept.emplace_back(p);
+        };
+        const Step t = trace(sx, sy, d0);
+        add(t.x, t.y);
         if (t.x != sx || t.y != sy) {
             Step current = t;
             for (;;) {
                 setLabel(current.x, current.y, l);
                 const Step next = trace(current.x, current.y, (current.direction + 6) % 8);
                 if (current.x == sx && current.y == sy && next.x == t.x && next.y == t.y) break;
-                points.push_back(point(next.x, next.y));
+                add(next.x, next.y);
                 current = next;
             }
         }
-        Path path(merged(points));
+        Path path;
+        path.subpaths.front().points.assign(kept.begin(), kept.end());
         path.closeSubPath();
         path.lineWidth = 1.0;
         path.lineCap = cg::LineCap::round;
@@ -167,26 +190,10 @@ private:
         return path;
     }
 
-    // Drops every point that continues the previous segment in the same direction.
-    static Path merged(const std::vector<cg::Point>& points) {
-        std::vector<cg::Point> kept;
-        for (const cg::Point& p : points) {
-            if (kept.size() >= 2) {
-                const cg::Point a = kept[kept.size() - 2], b = kept.back();
-                const cg::Vector incoming{b.x - a.x, b.y - a.y}, outgoing{p.x - b.x, p.y - b.y};
-                if (outgoing.hasSameDirection(incoming)) kept.pop_back();
-            }
-            kept.push_back(p);
-        }
-        Path path(kept.front());
-        for (std::size_t i = 1; i < kept.size(); ++i)
-            path.lineTo(kept[i]);
-        return path;
-    }
-
     const std::uint8_t* mask_;
     std::int64_t w_, h_, stride_;
     LabelGrid labels_;
+    std::vector<Path::Point> scratch_; // one boundary's corners, reused from boundary to boundary
 };
 
 // The threshold the engine applies to the mask form, computed here without rendering: the
