@@ -91,16 +91,16 @@ public:
         std::int32_t counter = 0;
         for (std::int64_t y = 0; y < h_; ++y) {
             const std::uint8_t* row = mask_ + (h_ - 1 - y) * stride_;
+            constexpr std::uint64_t high = 0x8080808080808080u; // every byte's top bit
+            auto word = [&](std::int64_t at) {
+                std::uint64_t v;
+                std::memcpy(&v, row + at, 8);
+                return v;
+            };
             std::int32_t running = 0;
             for (std::int64_t x = 0; x < w_; ++x) {
                 if (running == 0) {
                     // Background outside any run changes nothing: skip it eight bytes at a time.
-                    constexpr std::uint64_t high = 0x8080808080808080u;
-                    auto word = [&](std::int64_t at) {
-                        std::uint64_t v;
-                        std::memcpy(&v, row + at, 8);
-                        return v;
-                    };
                     while (x + 32 <= w_ &&
                            ((word(x) | word(x + 8) | word(x + 16) | word(x + 24)) & high) == 0)
                         x += 32;
@@ -122,6 +122,8 @@ public:
                     } else {
                         // Inside a run every pixel takes the run's label: label the whole run.
                         std::int64_t end = x + 1;
+                        while (end + 8 <= w_ && (word(end) & high) == high)
+                            end += 8;
                         while (end < w_ && row[end] >= 128)
                             ++end;
                         labels_.fill(x + 1, y + 1, end - x, running);
@@ -236,18 +238,18 @@ std::optional<std::vector<Path>> traceOutlines(const PixelBuffer<P>& buffer) {
 } // namespace
 
 template <Pixel P>
-std::optional<std::vector<Path>> PixelBuffer<P>::outlinePath() const {
+const std::optional<std::vector<Path>>& PixelBuffer<P>::outlinePath() const {
     using Result = std::optional<std::vector<Path>>;
     return *std::static_pointer_cast<const Result>(cachedOutlines([this] {
         return std::shared_ptr<const void>(std::make_shared<const Result>(traceOutlines(*this)));
     }));
 }
 
-template std::optional<std::vector<Path>> PixelBuffer<PixelARGB8>::outlinePath() const;
-template std::optional<std::vector<Path>> PixelBuffer<PixelGray8>::outlinePath() const;
-template std::optional<std::vector<Path>> PixelBuffer<PixelRGBA16>::outlinePath() const;
-template std::optional<std::vector<Path>> PixelBuffer<PixelGray16>::outlinePath() const;
-template std::optional<std::vector<Path>> PixelBuffer<PixelRGBA32>::outlinePath() const;
-template std::optional<std::vector<Path>> PixelBuffer<PixelGray32>::outlinePath() const;
+template const std::optional<std::vector<Path>>& PixelBuffer<PixelARGB8>::outlinePath() const;
+template const std::optional<std::vector<Path>>& PixelBuffer<PixelGray8>::outlinePath() const;
+template const std::optional<std::vector<Path>>& PixelBuffer<PixelRGBA16>::outlinePath() const;
+template const std::optional<std::vector<Path>>& PixelBuffer<PixelGray16>::outlinePath() const;
+template const std::optional<std::vector<Path>>& PixelBuffer<PixelRGBA32>::outlinePath() const;
+template const std::optional<std::vector<Path>>& PixelBuffer<PixelGray32>::outlinePath() const;
 
 } // namespace bic

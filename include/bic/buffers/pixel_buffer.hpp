@@ -119,9 +119,9 @@ public:
     /// Closed outlines of the opaque area (alpha ≥ ½ for colour formats, grey ≥ ½ for grey ones):
     /// one for the outer boundary of every 8-connected region, in the order found scanning up
     /// from the bottom row, then one for every hole. Corners sit on boundary pixels' integer
-    /// coordinates; straight runs are merged. Traced once, then cached; nothing when the mask
-    /// cannot be rendered.
-    std::optional<std::vector<Path>> outlinePath() const;
+    /// coordinates; straight runs are merged. Traced once, then cached: the reference stays
+    /// valid while any copy of the buffer lives. Nothing when the mask cannot be made.
+    const std::optional<std::vector<Path>>& outlinePath() const;
 
     /// The stored record (see pixel_buffer_record.hpp).
     void encode(coding::Encoder& encoder) const;
