@@ -173,16 +173,16 @@ void euclideanDistance(const float* features, std::int64_t w, std::int64_t h, st
 
 // ---- Chamfer ---------------------------------------------------------------------------------
 
-cg::Rect CDTImageProcessorKernel::roi(int, const ci::ProcessorArguments& arguments,
-                                      const cg::Rect& outputRect) const {
-    return grown(outputRect, argumentRadius(arguments, "CDTImageProcessorKernel"));
+cg::Rect SearchLimitedDistanceKernel::roi(int, const ci::ProcessorArguments& arguments,
+                                          const cg::Rect& outputRect) const {
+    return grown(outputRect, argumentRadius(arguments, source_));
 }
 
 std::optional<std::vector<cg::Rect>>
-CDTImageProcessorKernel::roiTileArray(int, const ci::ProcessorArguments& arguments,
-                                      const cg::Rect&) const {
-    return std::vector<cg::Rect>{grown(argumentRect(arguments, "CDTImageProcessorKernel"),
-                                       argumentRadius(arguments, "CDTImageProcessorKernel"))};
+SearchLimitedDistanceKernel::roiTileArray(int, const ci::ProcessorArguments& arguments,
+                                          const cg::Rect&) const {
+    return std::vector<cg::Rect>{
+        grown(argumentRect(arguments, source_), argumentRadius(arguments, source_))};
 }
 
 void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inputs,
@@ -215,18 +215,6 @@ ci::Image distanceMap(const ci::Image& mask, const cg::Rect& extent, double sear
 }
 
 // ---- Euclidean -------------------------------------------------------------------------------
-
-cg::Rect EDT::roi(int, const ci::ProcessorArguments& arguments, const cg::Rect& outputRect) const {
-    return grown(outputRect,
-                 argumentRadius(arguments, "EuclideanDistanceTransformImageProcessorKernel"));
-}
-
-std::optional<std::vector<cg::Rect>> EDT::roiTileArray(int, const ci::ProcessorArguments& arguments,
-                                                       const cg::Rect&) const {
-    const char* source = "EuclideanDistanceTransformImageProcessorKernel";
-    return std::vector<cg::Rect>{
-        grown(argumentRect(arguments, source), argumentRadius(arguments, source))};
-}
 
 void EDT::process(const std::vector<ci::ProcessorInput>& inputs,
                   const ci::ProcessorArguments& arguments,

@@ -31,9 +31,11 @@ ci::Image distanceMap(const ci::Image& mask, const cg::Rect& extent, double sear
 /// `searchLimitRadius`. Throws parameterError for an empty or infinite extent.
 ci::Image edtMap(const ci::Image& image, const cg::Rect& extent, double searchLimitRadius);
 
-/// The chamfer kernel: one red float in and out, reads each output rectangle grown by the
-/// search limit, works in place once per input state ("cache").
-class CDTImageProcessorKernel final : public ci::ProcessorKernel {
+/// What the two distance kernels share: one red float in and out, an opaque output, and the
+/// regions they read — each output rectangle (its integral rectangle) grown by the
+/// "searchLimitRadius" argument, rendered as one piece covering the "extent" argument grown the
+/// same way. Missing arguments are a deployment fault named after `source`.
+class SearchLimitedDistanceKernel : public ci::ProcessorKernel {
 public:
     ci::Format formatForInput(int) const override { return ci::Format::Rf; }
     ci::Format outputFormat() const override { return ci::Format::Rf; }
@@ -42,22 +44,28 @@ public:
                  const cg::Rect& outputRect) const override;
     std::optional<std::vector<cg::Rect>> roiTileArray(int, const ci::ProcessorArguments& arguments,
                                                       const cg::Rect& outputRect) const override;
+
+protected:
+    explicit SearchLimitedDistanceKernel(const char* source) : source_(source) {}
+
+private:
+    const char* source_;
+};
+
+/// The chamfer kernel: works in place once per input state ("cache").
+class CDTImageProcessorKernel final : public SearchLimitedDistanceKernel {
+public:
+    CDTImageProcessorKernel() : SearchLimitedDistanceKernel("CDTImageProcessorKernel") {}
     void process(const std::vector<ci::ProcessorInput>& inputs,
                  const ci::ProcessorArguments& arguments,
                  const ci::ProcessorOutput& output) const override;
 };
 
-/// The Euclidean kernel, with the same regions as the chamfer kernel.
-class EDT final : public ci::ProcessorKernel {
+/// The Euclidean kernel.
+class EDT final : public SearchLimitedDistanceKernel {
 public:
-    ci::Format formatForInput(int) const override { return ci::Format::Rf; }
-    ci::Format outputFormat() const override { return ci::Format::Rf; }
-    bool outputIsOpaque() const override { return true; }
+    EDT() : SearchLimitedDistanceKernel("EuclideanDistanceTransformImageProcessorKernel") {}
     bool synchronizeInputs() const override { return false; }
-    cg::Rect roi(int, const ci::ProcessorArguments& arguments,
-                 const cg::Rect& outputRect) const override;
-    std::optional<std::vector<cg::Rect>> roiTileArray(int, const ci::ProcessorArguments& arguments,
-                                                      const cg::Rect& outputRect) const override;
     void process(const std::vector<ci::ProcessorInput>& inputs,
                  const ci::ProcessorArguments& arguments,
                  const ci::ProcessorOutput& output) const override;
