@@ -1,5 +1,6 @@
-// Outlines of a buffer's opaque area: a one-pass contour-tracing labelling of its binary mask
-// (Chang, Chen and Lu), in bottom-up coordinates, with collinear boundary runs merged.
+// Outlines of a buffer's opaque area: the one-pass contour-tracing labelling of its binary mask
+// (Chang, Chen and Lu), in bottom-up coordinates, with collinear boundary runs merged. Only the
+// boundaries are kept, so the labelling shrinks to marks.
 
 #include "bic/buffers/pixel_buffer.hpp"
 
@@ -16,59 +17,52 @@ namespace {
 constexpr int kDx[8] = {1, 1, 0, -1, -1, -1, 0, 1};
 constexpr int kDy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
 
-// The label grid of one thread, kept from call to call so that a call pays neither for zeroing
-// nor for fresh pages. Each cell carries the call's generation in its top 7 bits and the label
-// in the low 24 (0xFFFFFF standing for −1); a cell of another generation reads as 0, so nothing
-// is cleared between calls until the generations run out. Grids above kKeptCells, or images
-// that could hold more labels than 24 bits, get a zeroed grid of their own.
-class LabelGrid {
+// What tracing leaves behind for the scan. Region numbers never matter for outlines, so a cell
+// only says whether a boundary has passed: a traced foreground pixel, or a background pixel
+// the tracer looked at and turned away from.
+enum class Mark : std::uint8_t { none = 0, traced = 1, background = 2 };
+
+// The marks of one thread, kept from call to call so that a call pays neither for zeroing nor
+// for fresh pages: each byte carries the call's generation above its two mark bits, and a byte
+// of another generation reads as no mark. Grids above kKeptCells get a zeroed grid of their own.
+class MarkGrid {
 public:
-    static constexpr std::size_t kKeptCells = std::size_t(64) << 20; // 256 MB
-    LabelGrid(std::int64_t width, std::int64_t height) : width_(width) {
+    static constexpr std::size_t kKeptCells = std::size_t(256) << 20;
+    MarkGrid(std::int64_t width, std::int64_t height) : width_(width) {
         const auto cells = std::size_t(width * height);
-        // At most one region per two pixels: past 2^24 − 2 labels the shared form cannot hold them.
-        if (cells > kKeptCells || cells / 2 >= 0xFFFFFE) {
-            own_.reset(static_cast<std::int32_t*>(std::calloc(cells, sizeof(std::int32_t))));
+        if (cells > kKeptCells) {
+            own_.reset(static_cast<std::uint8_t*>(std::calloc(cells, 1)));
             if (!own_) throw std::bad_alloc();
             cells_ = own_.get();
             generation_ = 0;
             return;
         }
-        thread_local std::vector<std::int32_t> kept;
-        thread_local std::int32_t last = 0;
+        thread_local std::vector<std::uint8_t> kept;
+        thread_local std::uint8_t last = 0;
         if (kept.size() < cells) {
             kept.assign(cells, 0);
             last = 0;
         }
-        if (++last > 127) { // every generation used: start afresh
-            std::fill(kept.begin(), kept.end(), 0);
+        if (++last > 63) { // every generation used: start afresh
+            std::fill(kept.begin(), kept.end(), std::uint8_t(0));
             last = 1;
         }
         cells_ = kept.data();
         generation_ = last;
     }
-    std::int32_t read(std::int64_t column, std::int64_t row) const {
-        const std::int32_t cell = cells_[row * width_ + column];
-        if (generation_ == 0) return cell;
-        if ((cell >> 24) != generation_) return 0;
-        const std::int32_t label = cell & 0xFFFFFF;
-        return label == 0xFFFFFF ? -1 : label;
+    Mark read(std::int64_t column, std::int64_t row) const {
+        const std::uint8_t cell = cells_[row * width_ + column];
+        return (cell >> 2) == generation_ ? Mark(cell & 3) : Mark::none;
     }
-    void fill(std::int64_t column, std::int64_t row, std::int64_t count, std::int32_t value) {
-        std::fill_n(cells_ + row * width_ + column, count, encoded(value));
-    }
-    void write(std::int64_t column, std::int64_t row, std::int32_t value) {
-        cells_[row * width_ + column] = encoded(value);
-    }
-    std::int32_t encoded(std::int32_t value) const {
-        return generation_ == 0 ? value : (generation_ << 24) | (value & 0xFFFFFF);
+    void write(std::int64_t column, std::int64_t row, Mark mark) {
+        cells_[row * width_ + column] = std::uint8_t(generation_ << 2 | std::uint8_t(mark));
     }
 
 private:
     std::int64_t width_;
-    std::int32_t* cells_ = nullptr;
-    std::int32_t generation_ = 0;
-    std::unique_ptr<std::int32_t, decltype(&std::free)> own_{nullptr, std::free};
+    std::uint8_t* cells_ = nullptr;
+    std::uint8_t generation_ = 0;
+    std::unique_ptr<std::uint8_t, decltype(&std::free)> own_{nullptr, std::free};
 };
 
 // Foreground is a mask byte with its high bit set (≥ 128), so an 8-bit grey buffer is its own
@@ -76,19 +70,16 @@ private:
 class Tracer {
 public:
     Tracer(const std::uint8_t* mask, std::int64_t w, std::int64_t h, std::int64_t stride)
-        : mask_(mask), w_(w), h_(h), stride_(stride), labels_(w + 2, h + 2) {}
+        : mask_(mask), w_(w), h_(h), stride_(stride), marks_(w + 2, h + 2) {}
 
-    std::int32_t label(std::int64_t x, std::int64_t y) const { return labels_.read(x + 1, y + 1); }
-    void setLabel(std::int64_t x, std::int64_t y, std::int32_t l) {
-        labels_.write(x + 1, y + 1, l);
-    }
+    Mark mark(std::int64_t x, std::int64_t y) const { return marks_.read(x + 1, y + 1); }
+    void setMark(std::int64_t x, std::int64_t y, Mark m) { marks_.write(x + 1, y + 1, m); }
     bool foreground(std::int64_t x, std::int64_t y) const {
         return x >= 0 && y >= 0 && x < w_ && y < h_ && mask_[(h_ - 1 - y) * stride_ + x] >= 128;
     }
 
     std::vector<Path> outlines() {
         std::vector<Path> outer, holes;
-        std::int32_t counter = 0;
         for (std::int64_t y = 0; y < h_; ++y) {
             const std::uint8_t* row = mask_ + (h_ - 1 - y) * stride_;
             constexpr std::uint64_t high = 0x8080808080808080u; // every byte's top bit
@@ -97,9 +88,9 @@ public:
                 std::memcpy(&v, row + at, 8);
                 return v;
             };
-            std::int32_t running = 0;
+            bool running = false;
             for (std::int64_t x = 0; x < w_; ++x) {
-                if (running == 0) {
+                if (!running) {
                     // Background outside any run changes nothing: skip it eight bytes at a time.
                     while (x + 32 <= w_ &&
                            ((word(x) | word(x + 8) | word(x + 16) | word(x + 24)) & high) == 0)
@@ -109,29 +100,25 @@ public:
                     if (x >= w_) break;
                 }
                 if (row[x] >= 128) {
-                    if (running == 0) {
-                        const std::int32_t cell = label(x, y);
-                        if (cell == 0) {
-                            const std::int32_t l = ++counter;
-                            outer.push_back(follow(x, y, 0, l));
-                            setLabel(x, y, l);
-                            running = l;
-                        } else {
-                            running = cell;
+                    if (!running) {
+                        if (mark(x, y) == Mark::none) {
+                            outer.push_back(follow(x, y, 0));
+                            setMark(x, y, Mark::traced);
                         }
+                        running = true;
                     } else {
-                        // Inside a run every pixel takes the run's label: label the whole run.
+                        // Only a run's first pixel (on a boundary, its left neighbour being
+                        // background) and background marks are ever read: skip to the run's end.
                         std::int64_t end = x + 1;
                         while (end + 8 <= w_ && (word(end) & high) == high)
                             end += 8;
                         while (end < w_ && row[end] >= 128)
                             ++end;
-                        labels_.fill(x + 1, y + 1, end - x, running);
                         x = end - 1;
                     }
-                } else if (running != 0) {
-                    if (label(x, y) == 0) holes.push_back(follow(x - 1, y, 1, running));
-                    running = 0;
+                } else if (running) {
+                    if (mark(x, y) == Mark::none) holes.push_back(follow(x - 1, y, 1));
+                    running = false;
                 }
             }
         }
@@ -151,12 +138,12 @@ private:
             const int k = (d + i) % 8;
             const std::int64_t nx = x + kDx[k], ny = y + kDy[k];
             if (foreground(nx, ny)) return {nx, ny, k};
-            if (nx >= -1 && ny >= -1 && nx <= w_ && ny <= h_) setLabel(nx, ny, -1);
+            if (nx >= -1 && ny >= -1 && nx <= w_ && ny <= h_) setMark(nx, ny, Mark::background);
         }
         return {x, y, (d + 7) % 8};
     }
 
-    Path follow(std::int64_t sx, std::int64_t sy, int d0, std::int32_t l) {
+    Path follow(std::int64_t sx, std::int64_t sy, int d0) {
         // Straight runs are merged as the boundary is walked: a point that continues the last
         // segment in the same direction replaces that segment's end.
         std::vector<Path::Point>& kept = scratch_;
@@ -175,7 +162,7 @@ private:
         if (t.x != sx || t.y != sy) {
             Step current = t;
             for (;;) {
-                setLabel(current.x, current.y, l);
+                setMark(current.x, current.y, Mark::traced);
                 const Step next = trace(current.x, current.y, (current.direction + 6) % 8);
                 if (current.x == sx && current.y == sy && next.x == t.x && next.y == t.y) break;
                 add(next.x, next.y);
@@ -194,7 +181,7 @@ private:
 
     const std::uint8_t* mask_;
     std::int64_t w_, h_, stride_;
-    LabelGrid labels_;
+    MarkGrid marks_;
     std::vector<Path::Point> scratch_; // one boundary's corners, reused from boundary to boundary
 };
 
