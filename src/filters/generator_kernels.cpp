@@ -126,9 +126,55 @@ void colorSpectrumRow(const ci::KernelRow& row) {
     });
 }
 
+// ---- Gradient ramps: grey levels 0…1, opaque, evaluated at pixel centres in double precision
+// so that large canvases keep their ramps smooth.
+
+template <class F>
+void rampRow(const ci::KernelRow& row, F&& level) {
+    const double y = double(row.y) + 0.5;
+    for (std::int64_t i = 0; i < row.count; ++i) {
+        const auto v = float(std::clamp(level(double(row.x + i) + 0.5, y), 0.0, 1.0));
+        float* out = row.out + 4 * i;
+        out[0] = out[1] = out[2] = v;
+        out[3] = 1;
+    }
+}
+
+// No arguments: the angle counter-clockwise from +x as a fraction of a turn.
+void angleGradientRow(const ci::KernelRow& row) {
+    constexpr double turn = 2 * std::numbers::pi;
+    rampRow(row, [](double x, double y) {
+        const double a = std::atan2(y, x);
+        return (a < 0 ? a + turn : a) / turn;
+    });
+}
+
+// (point 0, point 1): the distance along the axis from point 0, either way.
+void reflectedGradientRow(const ci::KernelRow& row) {
+    const auto &p0 = row.vector(0), &p1 = row.vector(1);
+    const double dx = p1[0] - p0[0], dy = p1[1] - p0[1], len2 = dx * dx + dy * dy;
+    rampRow(row, [&](double x, double y) {
+        return len2 > 0 ? std::abs((x - p0[0]) * dx + (y - p0[1]) * dy) / len2 : 1.0;
+    });
+}
+
+// (centre, midpoint of a side): the larger of the distances along the two axes of the square.
+void diamondGradientRow(const ci::KernelRow& row) {
+    const auto &p0 = row.vector(0), &p1 = row.vector(1);
+    const double mx = p1[0] - p0[0], my = p1[1] - p0[1], len2 = mx * mx + my * my;
+    rampRow(row, [&](double x, double y) {
+        if (!(len2 > 0)) return 1.0;
+        const double qx = x - p0[0], qy = y - p0[1];
+        return std::max(std::abs(qx * mx + qy * my), std::abs(qy * mx - qx * my)) / len2;
+    });
+}
+
 } // namespace
 
 void addGeneratorKernels(ci::KernelLibrary& library) {
+    library.addColorKernel("angleGradient", angleGradientRow);
+    library.addColorKernel("reflectedGradient", reflectedGradientRow);
+    library.addColorKernel("diamondGradient", diamondGradientRow);
     library.addColorKernel("hueWheel", hueWheelRow);
     library.addColorKernel("colorWheel", colorWheelRow);
     library.addColorKernel("saturationValuePanel", saturationValuePanelRow);

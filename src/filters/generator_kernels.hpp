@@ -1,12 +1,13 @@
 #pragma once
-// Kernels of the colour-picker generators; layouts as in generator_filters.hpp.
+// Kernels of the generators: colour pickers and gradient ramps.
 
 #include "bic/platform/ci/kernel.hpp"
 
 namespace bic {
 
-/// Adds "hueWheel", "colorWheel", "saturationValuePanel", "triangularSaturationValuePanel" and
-/// "colorSpectrumImage" to `library`.
+/// Adds "hueWheel", "colorWheel", "saturationValuePanel", "triangularSaturationValuePanel",
+/// "colorSpectrumImage" and the gradient ramps "angleGradient", "reflectedGradient" and
+/// "diamondGradient" (layouts in gradient_filters.hpp) to `library`.
 void addGeneratorKernels(ci::KernelLibrary& library);
 
 } // namespace bic

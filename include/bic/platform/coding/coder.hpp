@@ -112,6 +112,13 @@ public:
         if (!(v >= min && v <= max)) outOfRange(key);
         return v;
     }
+    /// The same for an optional value: absent (or null) gives nothing.
+    template <class T>
+    std::optional<T> decodeIfPresent(std::string_view key, T min, T max) const {
+        const std::optional<T> v = decodeIfPresent<T>(key);
+        if (v && !(*v >= min && *v <= max)) outOfRange(key);
+        return v;
+    }
     const CodingPath& codingPath() const { return path_; }
 
 private:

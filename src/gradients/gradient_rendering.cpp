@@ -1,0 +1,178 @@
+// The gradient as pixels: the two-stage image (a geometry ramp, then the mapping table), the
+// vector drawing with every midpoint made an explicit location, and the pasteboard.
+
+#include "bic/algorithms/dithering.hpp"
+#include "bic/compositing/image_operations.hpp"
+#include "bic/filters/gradient_filters.hpp"
+#include "bic/geometry/image_core_error.hpp"
+#include "bic/gradients/gradient_mapping.hpp"
+#include "bic/platform/cg/color.hpp"
+#include "bic/platform/ci/filter.hpp"
+#include "bic/platform/coding/formats.hpp"
+#include "bic/platform/core/fatal.hpp"
+#include "bic/platform/ns/image.hpp"
+#include "bic/platform/ns/pasteboard.hpp"
+#include "bic/resources/bundle.hpp"
+
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+namespace bic {
+
+namespace {
+
+using V = std::vector<double>;
+constexpr double kTwoPi = 6.283185307179586;
+
+ci::Image required(std::optional<ci::Image> image, std::string_view what) {
+    if (!image) fatalError("The " + std::string(what) + " gave no image.");
+    return *std::move(image);
+}
+
+ci::Image platformRamp(std::string_view filterName,
+                       std::initializer_list<std::pair<std::string_view, ci::FilterValue>> inputs) {
+    const auto filter = ci::Filter::named(filterName);
+    for (const auto& [key, value] : inputs)
+        filter->setValue(key, value);
+    filter->setValue("inputColor0", ci::Color::black());
+    filter->setValue("inputColor1", ci::Color::white());
+    return required(filter->outputImage(), filterName);
+}
+
+std::string describe(const cg::ColorSpace& space) {
+    if (space.name()) return *space.name();
+    return "<unnamed colour space of " + std::to_string(space.numberOfComponents()) +
+           " components>";
+}
+
+} // namespace
+
+std::optional<ci::Image> mapped(const ci::Image& image, const ColorGradient& to) {
+    return mapped(image, to.mappingData());
+}
+
+Image mapped(const Image& image, const ColorGradient& to) {
+    auto result = mapped(image.ciImage, to);
+    if (!result) throw ImageCoreError(ImageCoreError::unknownError);
+    return Image(*std::move(result));
+}
+
+ci::Image ColorGradient::image(GradientType of, const cg::Point& from, const cg::Point& to,
+                               bool isFlipped, std::optional<int> ditherLevels) const {
+    auto colored = [&](const ci::Image& ramp) { return mapped(ramp, *this).value_or(ramp); };
+    ci::Image result = ci::Image::empty();
+    switch (of) {
+    case GradientType::linear:
+    case GradientType::shaped:
+        result = colored(platformRamp("CILinearGradient", {{"inputPoint0", V{from.x, from.y}},
+                                                           {"inputPoint1", V{to.x, to.y}}}));
+        break;
+    case GradientType::radial:
+        result = colored(platformRamp(
+            "CIRadialGradient",
+            {{"inputCenter", V{from.x, from.y}},
+             {"inputRadius0", 0.0},
+             {"inputRadius1", double(float(std::hypot(to.x - from.x, to.y - from.y)))}}));
+        break;
+    case GradientType::reflected: {
+        BICReflectedGradientFilter filter;
+        filter.inputPoint0 = from;
+        filter.inputPoint1 = to;
+        result = colored(required(filter.outputImage(), "reflected gradient filter"));
+        break;
+    }
+    case GradientType::diamond: {
+        // The ramp wants the midpoint of a side; `to` is a corner, 45° round and √2 further.
+        const cg::Point v = cg::AffineTransform::rotation(0.7853981633974483)
+                                .apply(cg::Point{to.x - from.x, to.y - from.y});
+        const double length2 = v.x * v.x + v.y * v.y;
+        const double k = std::sqrt(length2 * 0.5) / std::sqrt(length2);
+        BICDiamondGradientFilter filter;
+        filter.inputPoint0 = from;
+        filter.inputPoint1 = cg::Point{from.x + v.x * k, from.y + v.y * k};
+        result = colored(required(filter.outputImage(), "diamond gradient filter"));
+        break;
+    }
+    case GradientType::angle: {
+        // Coloured before it is scaled down and moved, in this order.
+        double a = std::atan2(to.y - from.y, to.x - from.x);
+        if (!isFlipped) a = -a;
+        const ci::Image turned =
+            required(BICAngleGradientFilter().outputImage(), "angle gradient filter")
+                .transformed(cg::AffineTransform::rotation(std::fmod(a + kTwoPi, kTwoPi)));
+        result = colored(turned)
+                     .transformed(cg::AffineTransform::scale(0.25, 0.25))
+                     .transformed(cg::AffineTransform::translation(from.x, from.y));
+        break;
+    }
+    }
+    if (!ditherLevels) return result;
+    BICDitherFilter dither;
+    dither.setInputImage(result);
+    dither.setInputLevels(double(*ditherLevels));
+    return required(dither.outputImage(), "dither filter");
+}
+
+cg::Gradient ColorGradient::drawingGradient(const cg::ColorSpace& colorSpace) const {
+    std::set<double> locations{0.0, 1.0};
+    for (const ColorStop& s : midpointExpanded(colorStops_))
+        locations.insert(s.location);
+    for (const OpacityStop& s : midpointExpanded(opacityStops_))
+        locations.insert(s.location);
+    const bool usable = colorSpace.model() == cg::ColorSpaceModel::rgb;
+    if (!usable)
+        std::printf("Failed to create color in colorSpace %s\n", describe(colorSpace).c_str());
+    cg::Gradient gradient;
+    for (const double t : locations) {
+        const PixelRGBA32 c = colorAtLocation(t);
+        const double alpha = opacityAtLocation(t);
+        std::optional<cg::Color> color;
+        if (usable) color = cg::Color::make(colorSpace, {c.red(), c.green(), c.blue(), alpha});
+        gradient.colors.push_back(
+            color ? *color : cg::Color::deviceRGB(c.red(), c.green(), c.blue(), alpha));
+        gradient.locations.push_back(t);
+    }
+    return gradient;
+}
+
+void ColorGradient::draw(const cg::Rect& in, double angle, const cg::ColorSpace& colorSpace) const {
+    if (cg::Context* context = ns::GraphicsContext::current())
+        context->drawLinearGradient(drawingGradient(colorSpace), in, angle);
+}
+
+const std::string& ColorGradient::colorGradientDataType() {
+    static const std::string type = std::string(resources::bundleIdentifier) + ".ColorGradientType";
+    return type;
+}
+
+void ColorGradient::writeToPasteboard() const {
+    const auto pasteboard = ns::Pasteboard::general();
+    pasteboard->clearContents();
+    coding::Data data;
+    try {
+        data = coding::encodePropertyList(*this);
+    } catch (const coding::EncodingError&) {
+        throw ImageCoreError(ImageCoreError::internalInconsistency);
+    }
+    pasteboard->setData(colorGradientDataType(), std::move(data));
+    const ns::Image preview({256, 256}, false, [this](const cg::Rect& rect) {
+        draw(rect, 0, cg::ColorSpace::deviceRGB());
+        return true;
+    });
+    if (auto tiff = preview.tiffRepresentation())
+        pasteboard->setData(ns::pasteboard_type::tiff, std::move(*tiff));
+}
+
+bool ColorGradient::canReadFromPasteboard() {
+    const auto types = ns::Pasteboard::general()->types();
+    return std::find(types.begin(), types.end(), colorGradientDataType()) != types.end();
+}
+
+ColorGradient ColorGradient::readFromPasteboard() {
+    const auto data = ns::Pasteboard::general()->data(colorGradientDataType());
+    if (!data) throw ImageCoreError(ImageCoreError::unknownError);
+    return coding::decodePropertyList<ColorGradient>(*data);
+}
+
+} // namespace bic
