@@ -6,9 +6,9 @@
 #include "bic/platform/ci/context.hpp"
 #include "commands.hpp"
 #include "common/synthetic_images.hpp"
+#include "contact_sheet.hpp"
 #include "image_files.hpp"
 
-#include <cairo.h>
 #include <fmt/format.h>
 #include <memory>
 #include <numbers>
@@ -86,7 +86,7 @@ Run addBlendCommand(CLI::App& app) {
 
 void blendSection(const std::filesystem::path& dir) {
     fmt::print("== blend modes ==\n");
-    constexpr int w = 200, h = 150, label = 24, columns = 7;
+    constexpr int w = 200, h = 150, columns = 7;
     const ci::Image backdrop = synthetic::photoLike<PixelARGB8>(w, h, 5).image();
     // An orange-to-teal layer that fades from opaque to half transparent.
     using V = std::vector<double>;
@@ -97,43 +97,15 @@ void blendSection(const std::filesystem::path& dir) {
     gradient->setValue("inputColor1", ci::Color{0.1, 0.7, 0.8, 0.5});
     const ci::Image layer = gradient->outputImage()->cropped({0, 0, w, h});
 
-    std::vector<BlendMode> modes;
+    std::vector<Tile> tiles;
     for (BlendMode mode : BlendMode::allCases())
-        if (mode.rawValue() < 1000) modes.push_back(mode);
-    const int rows = int(modes.size() + columns - 1) / columns;
-    const int sheetWidth = columns * w, sheetHeight = rows * (h + label);
-    std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> sheet(
-        cairo_image_surface_create(CAIRO_FORMAT_ARGB32, sheetWidth, sheetHeight),
-        cairo_surface_destroy);
-    std::unique_ptr<cairo_t, decltype(&cairo_destroy)> cr(cairo_create(sheet.get()), cairo_destroy);
-    cairo_set_source_rgb(cr.get(), 1, 1, 1);
-    cairo_paint(cr.get());
-    cairo_surface_flush(sheet.get());
-    // cairo's ARGB32 is premultiplied 32-bit words, blue first in memory on this machine.
-    auto* data = cairo_image_surface_get_data(sheet.get());
-    const int stride = cairo_image_surface_get_stride(sheet.get());
-    for (std::size_t i = 0; i < modes.size(); ++i) {
-        const int x = int(i) % columns * w, y = int(i) / columns * (h + label);
-        ci::Context::shared()->render(blended(layer, backdrop, modes[i], 1),
-                                      data + y * stride + x * 4, stride, cg::Rect(0, 0, w, h),
-                                      ci::Format::BGRA8);
-    }
-    cairo_surface_mark_dirty(sheet.get());
-    cairo_select_font_face(cr.get(), "DejaVu Sans Mono", CAIRO_FONT_SLANT_NORMAL,
-                           CAIRO_FONT_WEIGHT_BOLD);
-    cairo_set_font_size(cr.get(), 15);
-    cairo_set_source_rgb(cr.get(), 0.1, 0.1, 0.1);
-    for (std::size_t i = 0; i < modes.size(); ++i) {
-        const int x = int(i) % columns * w, y = int(i) / columns * (h + label) + h;
-        const std::string text = fmt::format("'{}' {}", modes[i].psdKey(), modes[i].name());
-        cairo_move_to(cr.get(), x + 6, y + 17);
-        cairo_show_text(cr.get(), text.c_str());
-    }
+        if (mode.rawValue() < 1000)
+            tiles.push_back({blended(layer, backdrop, mode, 1),
+                             fmt::format("'{}' {}", mode.psdKey(), mode.name())});
     const auto path = dir / "blend-modes.png";
-    if (cairo_surface_write_to_png(sheet.get(), path.c_str()) != CAIRO_STATUS_SUCCESS)
-        throw CommandError("cannot write " + path.string());
+    writeContactSheet(tiles, w, h, columns, path);
     fmt::print("  {} pixel modes of one layer over one picture, labelled by key: {}\n",
-               modes.size(), path.string());
+               tiles.size(), path.string());
 
     // A picker: hue ring, the saturation/value triangle of the chosen hue inside it, a spectrum.
     BICHueWheelFilter ring;

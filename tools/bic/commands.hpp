@@ -29,9 +29,12 @@ Run addFillCommand(CLI::App& app);
 Run addDistanceCommand(CLI::App& app);
 Run addOutlineCommand(CLI::App& app);
 Run addHistogramCommand(CLI::App& app);
+Run addGradientCommand(CLI::App& app);
 
 /// The demo's contact sheet of the pixel blend modes, written into `dir`.
 void blendSection(const std::filesystem::path& dir);
+/// The demo's six gradient geometries, the gradient's library entry and pasteboard preview.
+void gradientSection(const std::filesystem::path& dir);
 /// The demo's dithering and histogram of the photo the bitmap section wrote into `dir`.
 void algorithmSection(const std::filesystem::path& dir);
 

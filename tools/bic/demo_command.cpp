@@ -176,6 +176,7 @@ Run addDemoCommand(CLI::App& app) {
         graphSection(dir);
         blendSection(dir);
         algorithmSection(dir);
+        gradientSection(dir);
     };
 }
 

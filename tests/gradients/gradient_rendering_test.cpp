@@ -1,0 +1,236 @@
+#include "bic/filters/gradient_filters.hpp"
+#include "bic/gradients/gradient_mapping.hpp"
+#include "bic/platform/ci/context.hpp"
+#include "bic/platform/coding/formats.hpp"
+#include "bic/platform/ns/image.hpp"
+#include "bic/platform/ns/pasteboard.hpp"
+#include "support/expect_error.hpp"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace bic {
+namespace {
+
+using test_support::expectCode;
+
+// One pixel of `image`, straight RGBA floats; (x, y) is the pixel whose centre is at
+// (x + ½, y + ½).
+std::array<float, 4> pixel(const ci::Image& image, double x, double y) {
+    std::array<float, 4> p;
+    ci::Context().render(image, p.data(), 16, {x, y, 1, 1}, ci::Format::RGBAf);
+    if (p[3] > 0)
+        for (int c = 0; c < 3; ++c)
+            p[c] /= p[3];
+    return p;
+}
+
+float level(const ColorGradient& g, GradientType type, cg::Point from, cg::Point to, double x,
+            double y, bool flipped = false) {
+    return pixel(g.image(type, from, to, flipped, std::nullopt), x, y)[0];
+}
+
+TEST(GradientRendering, EachGeometryRampsFromStartToEnd) {
+    const ColorGradient g; // black to white: colour = ramp level
+    constexpr float tolerance = 2e-5f;
+    // Linear: along the axis only, clamped beyond the ends; shaped is the same ramp.
+    for (GradientType t : {GradientType::linear, GradientType::shaped}) {
+        EXPECT_NEAR(level(g, t, {0, 0}, {100, 0}, 25, 40), 0.255f, tolerance);
+        EXPECT_NEAR(level(g, t, {0, 0}, {100, 0}, 150, -3), 1, tolerance);
+        EXPECT_NEAR(level(g, t, {0, 0}, {100, 0}, -20, 7), 0, tolerance);
+    }
+    // Radial about the start, the end on the rim.
+    EXPECT_NEAR(level(g, GradientType::radial, {50.5, 50.5}, {90.5, 50.5}, 50, 70), 0.5f,
+                tolerance);
+    EXPECT_NEAR(level(g, GradientType::radial, {50.5, 50.5}, {90.5, 50.5}, 150, 150), 1, tolerance);
+    // Reflected: the same level either side of the start.
+    const cg::Point s{50.5, 0.5}, e{90.5, 0.5};
+    EXPECT_NEAR(level(g, GradientType::reflected, s, e, 60, 9), 0.25f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::reflected, s, e, 40, 9), 0.25f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::reflected, s, e, 0, 0), 1, tolerance);
+    // Diamond: the end point is a corner, the side between two corners reaches 1 too, and half
+    // way to either is ½.
+    const cg::Point c{50.5, 50.5}, corner{90.5, 50.5};
+    EXPECT_NEAR(level(g, GradientType::diamond, c, corner, 70, 50), 0.5f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::diamond, c, corner, 70, 70), 1, tolerance);
+    EXPECT_NEAR(level(g, GradientType::diamond, c, corner, 60, 60), 0.5f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::diamond, c, corner, 50, 30), 0.5f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::diamond, c, corner, 65, 65), 0.75f, tolerance);
+}
+
+TEST(GradientRendering, AngleRampTurnsFromTheEndPoint) {
+    const ColorGradient g;
+    const cg::Point c{50.5, 50.5};
+    // The angle image is sampled at 4× and bilinearly, so levels carry a little blur.
+    constexpr float tolerance = 0.01f;
+    // Flipped: the ramp starts towards `to` and turns counter-clockwise.
+    EXPECT_NEAR(level(g, GradientType::angle, c, {90.5, 50.5}, 50, 80, true), 0.25f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::angle, c, {90.5, 50.5}, 20, 50, true), 0.5f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::angle, c, {50.5, 90.5}, 20, 50, true), 0.25f, tolerance);
+    // Not flipped: `to` straight to the right turns nothing; straight above turns by 3π/2, so
+    // the ramp starts below the centre.
+    EXPECT_NEAR(level(g, GradientType::angle, c, {90.5, 50.5}, 50, 80), 0.25f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::angle, c, {50.5, 90.5}, 80, 50), 0.25f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::angle, c, {50.5, 90.5}, 50, 80), 0.5f, tolerance);
+    EXPECT_NEAR(level(g, GradientType::angle, c, {50.5, 90.5}, 20, 50), 0.75f, tolerance);
+}
+
+TEST(GradientRendering, ColoursOpacityAndDithering) {
+    // Red to blue with the even mix at a quarter, fading from opaque to a fifth.
+    const ColorGradient g =
+        *ColorGradient::make({{{1, 0, 0, 1}, 0}, {{0, 0, 1, 1}, 1, 0.25}}, {{1, 0}, {0.2, 1}});
+    // Pixel x has its centre at ramp level x / 255.
+    const ci::Image image =
+        g.image(GradientType::linear, {0.5, 0}, {255.5, 0}, false, std::nullopt);
+    auto at = [&](int x) { return pixel(image, x, 0); };
+    EXPECT_NEAR(at(0)[0], 1, 1e-6);
+    EXPECT_NEAR(at(255)[2], 1, 1e-6);
+    EXPECT_NEAR(at(255)[3], 0.2f, 1e-6);
+    const PixelRGBA32 quarter = g.colorAtLocation(64 / 255.0);
+    EXPECT_NEAR(at(64)[0], quarter.red(), 1e-6);
+    EXPECT_NEAR(at(64)[2], quarter.blue(), 1e-6);
+    EXPECT_NEAR(at(64)[3], g.opacityAtLocation(64 / 255.0), 1e-6);
+
+    // Two levels: every channel of every pixel lands on 0 or 1.
+    const ci::Image dithered = g.image(GradientType::linear, {0, 0}, {64, 0}, false, 2);
+    std::vector<float> px(64 * 8 * 4);
+    ci::Context().render(dithered, px.data(), 64 * 16, {0, 0, 64, 8}, ci::Format::RGBAf);
+    int ones = 0;
+    for (std::size_t i = 0; i < px.size(); i += 4) {
+        EXPECT_TRUE(px[i] == 0 || px[i] == px[i + 3]) << px[i];
+        ones += px[i] > 0;
+    }
+    EXPECT_GT(ones, 0);
+    EXPECT_LT(ones, 64 * 8);
+}
+
+TEST(GradientRendering, FiltersNeedBothPoints) {
+    BICReflectedGradientFilter reflected;
+    reflected.inputPoint0 = cg::Point{0, 0};
+    EXPECT_FALSE(reflected.outputImage());
+    BICDiamondGradientFilter diamond;
+    diamond.inputPoint1 = cg::Point{0, 0};
+    EXPECT_FALSE(diamond.outputImage());
+    const auto angle = BICAngleGradientFilter().outputImage();
+    ASSERT_TRUE(angle);
+    EXPECT_TRUE(angle->extent().isInfinite());
+    EXPECT_NEAR(pixel(*angle, -1, 10)[0], 0.25f, 0.01f);
+    EXPECT_NEAR(pixel(*angle, -10, -1)[0], 0.5f, 0.01f);
+}
+
+TEST(GradientRendering, MappingThroughAGradient) {
+    const ColorGradient g =
+        *ColorGradient::make({{{0, 1, 0, 1}, 0}, {{1, 0, 1, 1}, 1}}, {{1, 0}, {1, 1}});
+    // Luminosity picks the place: black → green, white → magenta, outside 0…1 clamped.
+    std::vector<float> rgba{0, 0, 0, 1, 1, 1, 1, 1, 4, 4, 4, 1};
+    const ci::Image source = *ci::Image::fromBitmap(rgba.data(), 48, 3, 1, ci::Format::RGBAf);
+    const Image out = mapped(Image::mask(source), g);
+    EXPECT_EQ(out.intent, Image::Intent::image);
+    EXPECT_EQ(pixel(out.ciImage, 0, 0), (std::array<float, 4>{0, 1, 0, 1}));
+    EXPECT_EQ(pixel(out.ciImage, 1, 0), (std::array<float, 4>{1, 0, 1, 1}));
+    EXPECT_EQ(pixel(out.ciImage, 2, 0), (std::array<float, 4>{1, 0, 1, 1}));
+}
+
+TEST(GradientRendering, DrawingMakesEveryMidpointExplicit) {
+    const ColorGradient plain =
+        *ColorGradient::make({{{0, 0, 0, 1}, 0.2}, {{1, 1, 1, 1}, 0.7}}, {{1, 0.2}, {1, 0.7}});
+    EXPECT_EQ(plain.drawingGradient(cg::ColorSpace::sRGB()).locations,
+              (std::vector<double>{0, 0.2, 0.7, 1}));
+
+    ColorGradient uneven;
+    uneven.changeMidpointOfColorStop(1, 0.25);
+    uneven.changeMidpointOfOpacityStop(1, 0.75);
+    uneven.changeOpacityOfStop(1, 0);
+    const cg::Gradient drawn = uneven.drawingGradient(cg::ColorSpace::deviceRGB());
+    ASSERT_EQ(drawn.locations, (std::vector<double>{0, 0.25, 0.75, 1}));
+    // At ¼ the colours' even mix and the opacity a third of the way to its own; at ¾ the
+    // reverse.
+    auto expectComponents = [](const cg::Color& c, double grey, double alpha) {
+        ASSERT_EQ(c.components().size(), 4u);
+        for (int k = 0; k < 3; ++k)
+            EXPECT_NEAR(c.components()[std::size_t(k)], grey, 1e-6);
+        EXPECT_NEAR(c.alpha(), alpha, 1e-12);
+    };
+    expectComponents(drawn.colors[1], 0.5, 5.0 / 6);
+    expectComponents(drawn.colors[2], 5.0 / 6, 0.5);
+
+    testing::internal::CaptureStdout();
+    const cg::Gradient fallback = uneven.drawingGradient(cg::ColorSpace::deviceGray());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Failed to create color in colorSpace kCGColorSpaceDeviceGray\n");
+    EXPECT_EQ(fallback.colors[1].colorSpace(), cg::ColorSpace::deviceRGB());
+
+    // Drawn across 256 pixels, left to right: grey ½ sits a quarter of the way along.
+    auto context = cg::Context::bitmap(nullptr, 256, 1, 8, 1024, cg::ColorSpace::deviceRGB(),
+                                       cg::bitmap::alphaPremultipliedLast);
+    ColorGradient opaque;
+    opaque.changeMidpointOfColorStop(1, 0.25);
+    opaque.draw({0, 0, 256, 1}, 0, cg::ColorSpace::deviceRGB()); // no current context: nothing
+    EXPECT_EQ(context->data()[3], 0);
+    {
+        ns::GraphicsContext::Scope scope(*context);
+        opaque.draw({0, 0, 256, 1}, 0, cg::ColorSpace::deviceRGB());
+    }
+    EXPECT_EQ(ns::GraphicsContext::current(), nullptr);
+    const std::uint8_t* p = context->data();
+    EXPECT_NEAR(p[64 * 4], 128, 1);
+    EXPECT_NEAR(p[32 * 4], 64, 1);
+    EXPECT_NEAR(p[160 * 4], 192, 1);
+    EXPECT_EQ(p[64 * 4 + 3], 255);
+}
+
+TEST(GradientRendering, Pasteboard) {
+    const auto previous = ns::Pasteboard::general();
+    ns::Pasteboard::setGeneral(std::make_shared<ns::MemoryPasteboard>());
+    const auto pasteboard = ns::Pasteboard::general();
+    EXPECT_EQ(ColorGradient::colorGradientDataType(),
+              "org.brellin.BrellinImageCore.ColorGradientType");
+
+    EXPECT_FALSE(ColorGradient::canReadFromPasteboard());
+    expectCode([] { ColorGradient::readFromPasteboard(); }, ImageCoreError::unknownError);
+
+    pasteboard->setData("public.utf8-plain-text", {'x'});
+    ColorGradient g =
+        *ColorGradient::make({{{1, 0, 0, 1}, 0}, {{0, 0, 1, 1}, 1, 0.3}}, {{1, 0}, {0.5, 1}});
+    g.writeToPasteboard();
+    EXPECT_TRUE(ColorGradient::canReadFromPasteboard());
+    EXPECT_FALSE(pasteboard->data("public.utf8-plain-text")); // the old contents are gone
+    EXPECT_EQ(ColorGradient::readFromPasteboard(), g);
+    // The keyed form as a property list, beside a TIFF preview (little-endian header).
+    const auto data = pasteboard->data(ColorGradient::colorGradientDataType());
+    EXPECT_EQ(coding::decodePropertyList<ColorGradient>(*data), g);
+    const auto tiff = pasteboard->data(ns::pasteboard_type::tiff);
+    ASSERT_TRUE(tiff);
+    ASSERT_GT(tiff->size(), 8u);
+    EXPECT_EQ((std::vector<std::uint8_t>(tiff->begin(), tiff->begin() + 4)),
+              (std::vector<std::uint8_t>{'I', 'I', 42, 0}));
+
+    pasteboard->setData(ColorGradient::colorGradientDataType(), {'n', 'o', 'p', 'e'});
+    EXPECT_THROW(ColorGradient::readFromPasteboard(), coding::DecodingError);
+    ns::Pasteboard::setGeneral(previous);
+}
+
+TEST(GradientRendering, DrawnImagesBecomeTIFF) {
+    int calls = 0;
+    const ns::Image failing({4, 4}, false, [&](const cg::Rect&) { return ++calls, false; });
+    EXPECT_FALSE(failing.tiffRepresentation());
+    EXPECT_EQ(calls, 1);
+    EXPECT_FALSE(
+        ns::Image({0, 3}, false, [](const cg::Rect&) { return true; }).tiffRepresentation());
+
+    // Flipped images have their origin at the top: a fill of the first row lands on top.
+    std::optional<std::vector<std::uint8_t>> tops[2];
+    for (bool flipped : {false, true}) {
+        const ns::Image image({8, 8}, flipped, [](const cg::Rect&) {
+            ns::GraphicsContext::current()->setFillColor(cg::Color::deviceRGB(1, 1, 1));
+            ns::GraphicsContext::current()->fill({0, 0, 8, 1});
+            return true;
+        });
+        tops[flipped] = image.tiffRepresentation();
+        ASSERT_TRUE(tops[flipped]);
+    }
+    EXPECT_NE(*tops[0], *tops[1]);
+}
+
+} // namespace
+} // namespace bic
