@@ -25,6 +25,22 @@ std::array<float, 4> pixel(const ci::Image& image, double x, double y) {
     return p;
 }
 
+// A short or long field of a little-endian TIFF's first directory; 0 when absent.
+std::uint32_t tiffField(const std::vector<std::uint8_t>& tiff, std::uint16_t tag) {
+    auto read = [&](std::size_t at, int bytes) {
+        std::uint32_t v = 0;
+        for (int i = bytes - 1; i >= 0; --i)
+            v = v << 8 | tiff.at(at + std::size_t(i));
+        return v;
+    };
+    const std::size_t directory = read(4, 4);
+    for (std::uint32_t i = 0, n = read(directory, 2); i < n; ++i) {
+        const std::size_t entry = directory + 2 + 12 * i;
+        if (read(entry, 2) == tag) return read(entry + 8, read(entry + 2, 2) == 3 ? 2 : 4);
+    }
+    return 0;
+}
+
 float level(const ColorGradient& g, GradientType type, cg::Point from, cg::Point to, double x,
             double y, bool flipped = false) {
     return pixel(g.image(type, from, to, flipped, std::nullopt), x, y)[0];
@@ -204,6 +220,8 @@ TEST(GradientRendering, Pasteboard) {
     ASSERT_GT(tiff->size(), 8u);
     EXPECT_EQ((std::vector<std::uint8_t>(tiff->begin(), tiff->begin() + 4)),
               (std::vector<std::uint8_t>{'I', 'I', 42, 0}));
+    EXPECT_EQ(tiffField(*tiff, 256), 256u); // width
+    EXPECT_EQ(tiffField(*tiff, 257), 256u); // height
 
     pasteboard->setData(ColorGradient::colorGradientDataType(), {'n', 'o', 'p', 'e'});
     EXPECT_THROW(ColorGradient::readFromPasteboard(), coding::DecodingError);
