@@ -321,39 +321,29 @@ void ColorGradient::removeOpacityStop(std::size_t atIndex) {
 }
 
 void ColorGradient::changeColorOfStop(std::size_t atIndex, const PixelRGBA32& to) {
-    if (atIndex >= colorStops_.size()) return;
-    colorStops_[atIndex].color = {to.red(), to.green(), to.blue(), 1.0f};
-    changed();
+    edit(colorStops_, atIndex, [&](ColorStop& s) {
+        s.color = {to.red(), to.green(), to.blue(), 1.0f};
+    });
 }
 
 void ColorGradient::changeOpacityOfStop(std::size_t atIndex, double to) {
-    if (atIndex >= opacityStops_.size()) return;
-    opacityStops_[atIndex].opacity = to;
-    changed();
+    edit(opacityStops_, atIndex, [&](OpacityStop& s) { s.opacity = to; });
 }
 
 void ColorGradient::changeLocationOfColorStop(std::size_t adIndex, double to) {
-    if (adIndex >= colorStops_.size()) return;
-    colorStops_[adIndex].location = clamp01(to);
-    changed();
+    edit(colorStops_, adIndex, [&](ColorStop& s) { s.location = clamp01(to); });
 }
 
 void ColorGradient::changeLocationOfOpacityStop(std::size_t adIndex, double to) {
-    if (adIndex >= opacityStops_.size()) return;
-    opacityStops_[adIndex].location = clamp01(to);
-    changed();
+    edit(opacityStops_, adIndex, [&](OpacityStop& s) { s.location = clamp01(to); });
 }
 
 void ColorGradient::changeMidpointOfColorStop(std::size_t adIndex, double to) {
-    if (adIndex >= colorStops_.size()) return;
-    colorStops_[adIndex].midPoint = clampMidpoint(to);
-    changed();
+    edit(colorStops_, adIndex, [&](ColorStop& s) { s.midPoint = clampMidpoint(to); });
 }
 
 void ColorGradient::changeMidpointOfOpacityStop(std::size_t adIndex, double to) {
-    if (adIndex >= opacityStops_.size()) return;
-    opacityStops_[adIndex].midPoint = clampMidpoint(to);
-    changed();
+    edit(opacityStops_, adIndex, [&](OpacityStop& s) { s.midPoint = clampMidpoint(to); });
 }
 
 void ColorGradient::reverse() {

@@ -210,6 +210,13 @@ private:
     ColorGradient(std::vector<ColorStop> colorStops, std::vector<OpacityStop> opacityStops)
         : colorStops_(std::move(colorStops)), opacityStops_(std::move(opacityStops)) {}
     void changed() { mapping_.reset(); }
+    // Changes one stop, when the index is in range, and drops the table.
+    template <class Stop, class F>
+    void edit(std::vector<Stop>& stops, std::size_t index, F&& change) {
+        if (index >= stops.size()) return;
+        change(stops[index]);
+        changed();
+    }
 
     std::optional<std::string> title_;
     // The table, immutable once made: a copy shares it, an edit drops this gradient's share.
