@@ -2,6 +2,7 @@
 
 #include "bic/platform/core/memory.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <libdeflate.h>
@@ -203,14 +204,38 @@ std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> in) {
     return out;
 }
 
+namespace {
+libdeflate_decompressor& decompressor() {
+    thread_local std::unique_ptr<libdeflate_decompressor, DecompressorFree> d(
+        libdeflate_alloc_decompressor());
+    if (!d) throw CompressionError("The inflate coder could not be made.");
+    return *d;
+}
+} // namespace
+
+std::vector<std::uint8_t> zipUncompressedUpTo(std::span<const std::uint8_t> in, std::size_t limit) {
+    // libdeflate wants the whole output at once: start at four times the input and double.
+    std::size_t capacity = std::min(limit, std::max<std::size_t>(4096, in.size() * 4));
+    for (;;) {
+        std::vector<std::uint8_t> out(capacity);
+        std::size_t actual = 0;
+        const auto result = libdeflate_zlib_decompress(&decompressor(), in.data(), in.size(),
+                                                       out.data(), out.size(), &actual);
+        if (result == LIBDEFLATE_SUCCESS) {
+            out.resize(actual);
+            return out;
+        }
+        if (result != LIBDEFLATE_INSUFFICIENT_SPACE || capacity >= limit)
+            throw CompressionError("The zip data is corrupt or decodes to more than allowed.");
+        capacity = capacity > limit / 2 ? limit : capacity * 2;
+    }
+}
+
 std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> in,
                                           std::size_t uncompressedSize) {
-    thread_local std::unique_ptr<libdeflate_decompressor, DecompressorFree> decompressor(
-        libdeflate_alloc_decompressor());
-    if (!decompressor) throw CompressionError("The inflate coder could not be made.");
     std::vector<std::uint8_t> out = zeroedBuffer(uncompressedSize);
     std::size_t actual = 0;
-    const auto result = libdeflate_zlib_decompress(decompressor.get(), in.data(), in.size(),
+    const auto result = libdeflate_zlib_decompress(&decompressor(), in.data(), in.size(),
                                                    out.data(), out.size(), &actual);
     if (result != LIBDEFLATE_SUCCESS || actual != uncompressedSize)
         throw CompressionError("The zip data is corrupt or does not decode to the plane's size.");

@@ -102,15 +102,23 @@ std::string localizedString(std::string_view table, std::string_view key) {
     const std::string language = preferredLanguage();
     State& s = state();
     std::lock_guard lock(s.mutex);
-    auto it = s.tables.find(std::pair(language, std::string(table)));
-    if (it == s.tables.end()) {
-        std::map<std::string, std::string, std::less<>> entries;
-        for (const Catalogue& c : catalogues())
-            if (c.language == language && c.table == table) entries = parseCatalogue(c.text);
-        it = s.tables.emplace(std::pair(language, std::string(table)), std::move(entries)).first;
-    }
-    const auto entry = it->second.find(key);
-    return entry == it->second.end() ? std::string(key) : entry->second;
+    auto lookUp = [&](const std::string& lang) -> const std::string* {
+        auto it = s.tables.find(std::pair(lang, std::string(table)));
+        if (it == s.tables.end()) {
+            std::map<std::string, std::string, std::less<>> entries;
+            for (const Catalogue& c : catalogues())
+                if (c.language == lang && c.table == table) entries = parseCatalogue(c.text);
+            it = s.tables.emplace(std::pair(lang, std::string(table)), std::move(entries)).first;
+        }
+        const auto entry = it->second.find(key);
+        return entry == it->second.end() ? nullptr : &entry->second;
+    };
+    // Most keys are their own English text; those that are not (abbreviations keyed by a
+    // description) have an English catalogue to fall back on.
+    if (const std::string* text = lookUp(language)) return *text;
+    if (language != "en")
+        if (const std::string* text = lookUp("en")) return *text;
+    return std::string(key);
 }
 
 } // namespace bic::resources

@@ -31,5 +31,9 @@ std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> bytes);
 /// CompressionError otherwise.
 std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> bytes,
                                           std::size_t uncompressedSize);
+/// Inflates a zlib stream of unknown decoded size (at most `limit` bytes); throws
+/// CompressionError for corrupt data or more output than the limit.
+std::vector<std::uint8_t> zipUncompressedUpTo(std::span<const std::uint8_t> bytes,
+                                              std::size_t limit = std::size_t(1) << 30);
 
 } // namespace bic

@@ -15,7 +15,8 @@ std::string preferredLanguage();
 /// Overrides the environment's choice (for an editor's own setting); nothing restores it.
 void setPreferredLanguage(std::optional<std::string> language);
 
-/// `key` from `table` in the preferred language; `key` itself when there is no translation.
+/// `key` from `table` in the preferred language, else in English; `key` itself when neither
+/// catalogue has it.
 std::string localizedString(std::string_view table, std::string_view key);
 
 } // namespace bic::resources

@@ -63,27 +63,55 @@ std::optional<std::vector<UChar>> toUTF16(std::string_view text) {
 NumberFormatter::NumberFormatter(Style style, std::string locale)
     : style_(style), locale_(std::move(locale)) {}
 
+std::unique_ptr<void, void (*)(void*)> NumberFormatter::format() const {
+    auto close = [](void* f) { unum_close(static_cast<UNumberFormat*>(f)); };
+    NumberFormatPtr f = open(style_, locale_);
+    if (!f) return {nullptr, close};
+    if (minimumFractionDigits_)
+        unum_setAttribute(f.get(), UNUM_MIN_FRACTION_DIGITS, *minimumFractionDigits_);
+    if (maximumFractionDigits_)
+        unum_setAttribute(f.get(), UNUM_MAX_FRACTION_DIGITS, *maximumFractionDigits_);
+    if (usesGroupingSeparator_)
+        unum_setAttribute(f.get(), UNUM_GROUPING_USED, *usesGroupingSeparator_);
+    const std::pair<const std::optional<std::string>*, UNumberFormatTextAttribute> texts[] = {
+        {&positivePrefix_, UNUM_POSITIVE_PREFIX},
+        {&negativePrefix_, UNUM_NEGATIVE_PREFIX},
+        {&positiveSuffix_, UNUM_POSITIVE_SUFFIX},
+        {&negativeSuffix_, UNUM_NEGATIVE_SUFFIX}};
+    for (const auto& [text, attribute] : texts) {
+        if (!*text) continue;
+        const auto utf16 = toUTF16(**text);
+        if (!utf16) return {nullptr, close};
+        UErrorCode status = U_ZERO_ERROR;
+        unum_setTextAttribute(f.get(), attribute, utf16->data(), int32_t(utf16->size()), &status);
+        if (U_FAILURE(status)) return {nullptr, close};
+    }
+    return {f.release(), close};
+}
+
 std::optional<std::string> NumberFormatter::stringForObjectValue(const Object& object) const {
     const auto number = numberValue(object);
     if (!number) return std::nullopt;
-    const auto f = open(style_, locale_);
+    const auto f = format();
     if (!f) return std::nullopt;
     UChar buffer[128];
     UErrorCode status = U_ZERO_ERROR;
-    const int32_t n = unum_formatDouble(f.get(), *number, buffer, 128, nullptr, &status);
+    const int32_t n = unum_formatDouble(static_cast<const UNumberFormat*>(f.get()), *number, buffer,
+                                        128, nullptr, &status);
     if (U_FAILURE(status)) return std::nullopt;
     return toUTF8(buffer, n);
 }
 
 bool NumberFormatter::getObjectValue(Object& object, std::string_view string,
                                      std::string& errorDescription) const {
-    const auto f = open(style_, locale_);
+    const auto f = format();
     const auto text = toUTF16(string);
     if (f && text && !text->empty()) {
         UErrorCode status = U_ZERO_ERROR;
         int32_t position = 0;
         const int32_t length = static_cast<int32_t>(text->size());
-        const double value = unum_parseDouble(f.get(), text->data(), length, &position, &status);
+        const double value = unum_parseDouble(static_cast<const UNumberFormat*>(f.get()),
+                                              text->data(), length, &position, &status);
         if (U_SUCCESS(status) && position == length) {
             object = value;
             return true;

@@ -2,6 +2,7 @@
 // Formatters: turn values into text for display and text typed by a user back into values.
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,13 +39,28 @@ public:
     Style style() const { return style_; }
     const std::string& locale() const { return locale_; }
 
+    // Settings left unset keep the locale's pattern.
+    void setMinimumFractionDigits(int digits) { minimumFractionDigits_ = digits; }
+    void setMaximumFractionDigits(int digits) { maximumFractionDigits_ = digits; }
+    void setUsesGroupingSeparator(bool uses) { usesGroupingSeparator_ = uses; }
+    void setPositivePrefix(std::string text) { positivePrefix_ = std::move(text); }
+    void setNegativePrefix(std::string text) { negativePrefix_ = std::move(text); }
+    void setPositiveSuffix(std::string text) { positiveSuffix_ = std::move(text); }
+    void setNegativeSuffix(std::string text) { negativeSuffix_ = std::move(text); }
+
     std::optional<std::string> stringForObjectValue(const Object& object) const override;
     bool getObjectValue(Object& object, std::string_view string,
                         std::string& errorDescription) const override;
 
 private:
+    // The ICU formatter with the settings applied, owned by the caller; null when ICU refuses.
+    std::unique_ptr<void, void (*)(void*)> format() const;
+
     Style style_;
     std::string locale_;
+    std::optional<int> minimumFractionDigits_, maximumFractionDigits_;
+    std::optional<bool> usesGroupingSeparator_;
+    std::optional<std::string> positivePrefix_, negativePrefix_, positiveSuffix_, negativeSuffix_;
 };
 
 } // namespace bic::ns
