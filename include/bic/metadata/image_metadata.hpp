@@ -26,14 +26,14 @@ public:
     using Date = std::chrono::sys_time<std::chrono::microseconds>;
 
     struct ContactInfo {
-        std::optional<std::string> city, country, address, postalCode, stateProvince, email, phone,
-            webURL;
+        std::optional<std::string> city = {}, country = {}, address = {}, postalCode = {},
+                                   stateProvince = {}, email = {}, phone = {}, webURL = {};
         friend bool operator==(const ContactInfo&, const ContactInfo&) = default;
     };
 
     struct ImageLocation {
-        std::optional<std::string> sublocation, city, stateProvince, country, isoCountryCode,
-            worldRegion;
+        std::optional<std::string> sublocation = {}, city = {}, stateProvince = {}, country = {},
+                                   isoCountryCode = {}, worldRegion = {};
         bool isEmpty() const {
             return !sublocation && !city && !stateProvince && !country && !isoCountryCode &&
                    !worldRegion;
@@ -105,6 +105,7 @@ public:
         isoStudioTungsten = 24,
         other = 255,
     };
+    /// `automatic` is the platform's `auto`, a keyword in C++.
     enum class FlashMode : int {
         unknown = 0,
         compulsory = 1,

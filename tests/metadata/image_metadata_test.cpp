@@ -1,0 +1,370 @@
+#include "bic/buffers/compression.hpp"
+#include "bic/metadata/image_metadata.hpp"
+#include "bic/platform/coding/formats.hpp"
+#include "bic/resources/localization.hpp"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace bic {
+namespace {
+
+using namespace std::chrono;
+using Error = ImageMetadata::ImageMetadataError;
+
+// Metadata from the body of an rdf:Description carrying every namespace the readers use.
+ImageMetadata metadata(std::string_view body) {
+    const std::string packet =
+        R"(<x:xmpmeta xmlns:x="adobe:ns:meta/"><rdf:RDF xmlns:rdf="http://www.w3.org/1999/02/22-rdf-syntax-ns#">)"
+        R"(<rdf:Description rdf:about="" xmlns:dc="http://purl.org/dc/elements/1.1/")"
+        R"( xmlns:Iptc4xmpCore="http://iptc.org/std/Iptc4xmpCore/1.0/xmlns/")"
+        R"( xmlns:Iptc4xmpExt="http://iptc.org/std/Iptc4xmpExt/2008-02-29/")"
+        R"( xmlns:exif="http://ns.adobe.com/exif/1.0/" xmlns:aux="http://ns.adobe.com/exif/1.0/aux/")"
+        R"( xmlns:exifEX="http://cipa.jp/exif/1.0/" xmlns:tiff="http://ns.adobe.com/tiff/1.0/")"
+        R"( xmlns:photoshop="http://ns.adobe.com/photoshop/1.0/" xmlns:xmp="http://ns.adobe.com/xap/1.0/">)" +
+        std::string(body) + "</rdf:Description></rdf:RDF></x:xmpmeta>";
+    auto m = ImageMetadata::fromXMPData(std::vector<std::uint8_t>(packet.begin(), packet.end()));
+    if (!m) ADD_FAILURE() << "unparsable test packet: " << body;
+    return m.value_or(ImageMetadata());
+}
+
+std::string simple(std::string_view path, std::string_view value) {
+    return "<" + std::string(path) + ">" + std::string(value) + "</" + std::string(path) + ">";
+}
+
+class ImageMetadataTest : public testing::Test {
+protected:
+    void SetUp() override { resources::setPreferredLanguage("en"); }
+    void TearDown() override { resources::setPreferredLanguage(std::nullopt); }
+};
+
+TEST_F(ImageMetadataTest, Descriptions) {
+    const ImageMetadata m = metadata(
+        R"(<dc:title><rdf:Alt><rdf:li xml:lang="x-default">  Dawn </rdf:li></rdf:Alt></dc:title>)"
+        R"(<dc:description><rdf:Alt><rdf:li xml:lang="x-default">One</rdf:li><rdf:li xml:lang="de">Zwei</rdf:li></rdf:Alt></dc:description>)"
+        R"(<dc:rights><rdf:Alt><rdf:li xml:lang="x-default"> </rdf:li></rdf:Alt></dc:rights>)"
+        R"(<dc:subject><rdf:Bag><rdf:li>sea</rdf:li><rdf:li> </rdf:li><rdf:li>sky</rdf:li></rdf:Bag></dc:subject>)"
+        R"(<dc:creator><rdf:Seq><rdf:li>Ann Lee</rdf:li></rdf:Seq></dc:creator>)"
+        R"(<photoshop:Headline>
+ Storm </photoshop:Headline><photoshop:Instructions>Crop tight</photoshop:Instructions>)"
+        R"(<Iptc4xmpCore:CreatorContactInfo rdf:parseType="Resource"><Iptc4xmpCore:CiAdrExtadr>1 Rue X</Iptc4xmpCore:CiAdrExtadr>)"
+        R"(<Iptc4xmpCore:CiAdrCity>Paris</Iptc4xmpCore:CiAdrCity><Iptc4xmpCore:CiAdrPcode>75001</Iptc4xmpCore:CiAdrPcode>)"
+        R"(<Iptc4xmpCore:CiAdrCtry>France</Iptc4xmpCore:CiAdrCtry><Iptc4xmpCore:CiEmailWork>ann@example.com</Iptc4xmpCore:CiEmailWork>)"
+        R"(</Iptc4xmpCore:CreatorContactInfo>)"
+        R"(<Iptc4xmpExt:PersonInImage><rdf:Bag><rdf:li>Bo</rdf:li><rdf:li>Cy</rdf:li><rdf:li>Bo</rdf:li></rdf:Bag></Iptc4xmpExt:PersonInImage>)"
+        R"(<exif:UserComment><rdf:Alt><rdf:li xml:lang="x-default">Shot at dawn</rdf:li></rdf:Alt></exif:UserComment>)");
+    EXPECT_EQ(m.titles(), (std::vector<std::string>{"Dawn"}));
+    EXPECT_EQ(m.headline(), "Storm");
+    EXPECT_EQ(m.description(), "One\nZwei");
+    EXPECT_EQ(m.copyright(), ""); // the tag is there, its only text blank
+    EXPECT_EQ(m.subject(), (std::vector<std::string>{"sea", "sky"}));
+    EXPECT_EQ(m.authors(), (std::vector<std::string>{"Ann Lee"}));
+    EXPECT_EQ(m.instructions(), "Crop tight");
+    EXPECT_EQ(m.userComment(), "Shot at dawn");
+    EXPECT_EQ(m.depictedPersons(), (std::vector<std::string>{"Bo", "Cy"}));
+    const auto contact = m.contactInfo();
+    ASSERT_TRUE(contact);
+    EXPECT_EQ(contact->city, "Paris");
+    EXPECT_EQ(contact->email, "ann@example.com");
+    EXPECT_FALSE(contact->phone);
+    EXPECT_EQ(m.displayAuthor(), "Ann Lee\n1 Rue X\n75001 Paris\nFrance\nann@example.com");
+
+    const ImageMetadata blank = metadata(
+        R"(<dc:title><rdf:Alt><rdf:li xml:lang="x-default">   </rdf:li></rdf:Alt></dc:title>)");
+    EXPECT_FALSE(blank.titles());
+    EXPECT_FALSE(blank.description());
+    EXPECT_FALSE(blank.displayAuthor());
+    EXPECT_FALSE(blank.depictedPersons());
+}
+
+TEST_F(ImageMetadataTest, RatingsAndNumbers) {
+    const std::pair<std::string_view, std::optional<int>> cases[] = {{"5", 5},
+                                                                     {"-1", -1},
+                                                                     {"6", std::nullopt},
+                                                                     {"7/2", 3},
+                                                                     {"3.7", std::nullopt},
+                                                                     {"1/0", std::nullopt},
+                                                                     {"1/2/3", std::nullopt},
+                                                                     {"+4", 4},
+                                                                     {"-7/2", std::nullopt},
+                                                                     {"", std::nullopt}};
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(metadata(simple("xmp:Rating", text)).starRating(), expected) << text;
+}
+
+TEST_F(ImageMetadataTest, CaptureDates) {
+    auto date = [](std::string_view text, std::string_view offset = "") {
+        std::string body = simple("photoshop:DateCreated", text);
+        if (!offset.empty()) body += simple("exif:OffsetTimeOriginal", offset);
+        return metadata(body).dateTimeOriginal();
+    };
+    const auto utc = sys_days(2021y / 6 / 1) + 8h + 20min + 30s;
+    EXPECT_EQ(date("2021-06-01T10:20:30", "+02:00"), utc);
+    EXPECT_EQ(date("2021-06-01T08:20:30Z", "+02:00"), utc); // a zone of its own wins
+    EXPECT_EQ(date("2021-06-01T10:20:30.250+02:00"), utc + 250ms);
+    EXPECT_EQ(date("2021-06-01T10:20:30+0200"), utc);
+    EXPECT_FALSE(date("2021-06-01"));
+    EXPECT_FALSE(date("2021-13-01T10:20:30Z"));
+    EXPECT_FALSE(date("yesterday"));
+    // Without any zone the machine's zone of today applies.
+    const char* previous = std::getenv("TZ");
+    const std::string saved = previous ? previous : "";
+    setenv("TZ", "UTC", 1);
+    tzset();
+    EXPECT_EQ(date("2021-06-01T08:20:30"), utc);
+    if (previous)
+        setenv("TZ", saved.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
+    EXPECT_EQ(metadata(simple("exif:OffsetTimeOriginal", " -05:00 ")).dateTimeOffsetOriginal(),
+              "-05:00");
+}
+
+TEST_F(ImageMetadataTest, Locations) {
+    const std::string created =
+        R"(<Iptc4xmpExt:LocationCreated><rdf:Bag><rdf:li rdf:parseType="Resource">)"
+        R"(<Iptc4xmpExt:City>Rome</Iptc4xmpExt:City><Iptc4xmpExt:CountryCode>IT</Iptc4xmpExt:CountryCode>)"
+        R"(</rdf:li></rdf:Bag></Iptc4xmpExt:LocationCreated>)";
+    const auto rome = metadata(created + simple("photoshop:City", "Elsewhere")).locationCreated();
+    ASSERT_TRUE(rome);
+    EXPECT_EQ(rome->city, "Rome");
+    EXPECT_EQ(rome->isoCountryCode, "IT");
+    EXPECT_FALSE(rome->worldRegion);
+
+    // A blank structure is no location, and the legacy fields are not consulted.
+    const std::string blank =
+        R"(<Iptc4xmpExt:LocationCreated><rdf:Bag><rdf:li rdf:parseType="Resource">)"
+        R"(<Iptc4xmpExt:City> </Iptc4xmpExt:City></rdf:li></rdf:Bag></Iptc4xmpExt:LocationCreated>)";
+    EXPECT_FALSE(metadata(blank + simple("photoshop:City", "Paris")).locationCreated());
+    const auto legacy = metadata(simple("photoshop:City", "Paris")).locationCreated();
+    ASSERT_TRUE(legacy);
+    EXPECT_EQ(*legacy, (ImageMetadata::ImageLocation{.city = "Paris"}));
+    EXPECT_FALSE(metadata(simple("photoshop:City", "Paris")).locationShown());
+
+    ImageMetadata::ImageLocation l;
+    EXPECT_TRUE(l.isEmpty());
+    l.worldRegion = "Europe";
+    EXPECT_FALSE(l.isEmpty());
+}
+
+TEST_F(ImageMetadataTest, EqualityAndEditing) {
+    const std::string body = simple("tiff:Make", "Canon") + simple("exif:GPSLatitude", "1,2N") +
+                             simple("exif:GPSAltitude", "3") + simple("photoshop:City", "Oslo") +
+                             simple("photoshop:Headline", "Kept");
+    EXPECT_EQ(metadata(body), metadata(body));
+    ImageMetadata m = metadata(body);
+    EXPECT_NE(m, ImageMetadata());
+
+    m.set(std::int64_t(3), "Orientation", "{TIFF}");
+    EXPECT_EQ(m.imageMetadataTag("Orientation", "{TIFF}")->text(), "3");
+    const ImageMetadata before = m;
+    try {
+        m.set(std::string("x"), "Nonsense", "{TIFF}");
+        ADD_FAILURE();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.code(), Error::errorSettingTagFromProperty);
+    }
+    EXPECT_EQ(m, before);
+    try {
+        m.remove(xmp::Tag::element("no prefix"));
+        ADD_FAILURE();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.code(), Error::paramterError);
+    }
+    try {
+        m.remove(xmp::Tag::text(std::string(xmp::ns::tiff), "tiff", "Model", "x"));
+        ADD_FAILURE();
+    } catch (const Error& e) {
+        EXPECT_EQ(e.code(), Error::unknownError);
+    }
+
+    m.removeLocationData();
+    std::vector<std::string> left;
+    for (const xmp::Tag& t : m.tags())
+        left.push_back(t.path());
+    EXPECT_EQ(left,
+              (std::vector<std::string>{"tiff:Make", "photoshop:Headline", "tiff:Orientation"}));
+}
+
+TEST_F(ImageMetadataTest, CodedEnumerationsAndFlash) {
+    using EP = ImageMetadata::ExposureProgram;
+    EXPECT_EQ(metadata(simple("exif:ExposureProgram", "3")).exposureProgram(),
+              EP::aperturePriority);
+    EXPECT_EQ(metadata(simple("exif:ExposureProgram", "+2")).exposureProgram(), EP::program);
+    EXPECT_FALSE(metadata(simple("exif:ExposureProgram", "10")).exposureProgram());
+    EXPECT_FALSE(metadata(simple("exif:ExposureProgram", "P")).exposureProgram());
+    EXPECT_FALSE(metadata(simple("exif:LightSource", "5")).lightSource());
+    EXPECT_EQ(metadata(simple("exif:LightSource", "255")).lightSource(),
+              ImageMetadata::LightSource::other);
+    EXPECT_EQ(metadata(simple("exif:MeteringMode", "5")).meteringMode(),
+              ImageMetadata::MeteringMode::multiSegment);
+    EXPECT_EQ(metadata(simple("exif:WhiteBalance", "0")).autoWhiteBalance(), true);
+    EXPECT_EQ(metadata(simple("exif:WhiteBalance", "1")).autoWhiteBalance(), false);
+
+    auto flash = [](std::string_view mode, std::string_view fired) {
+        return metadata(R"(<exif:Flash rdf:parseType="Resource">)" + simple("exif:Mode", mode) +
+                        simple("exif:Fired", fired) + simple("exif:RedEyeMode", "False") +
+                        "</exif:Flash>");
+    };
+    EXPECT_EQ(flash("3", "True").flashMode(), ImageMetadata::FlashMode::automatic);
+    EXPECT_EQ(flash("3", "True").flashDidFire(), true);
+    EXPECT_EQ(flash("3", "true").flashRedEyeMode(), false);
+    EXPECT_FALSE(flash("4", "yes").flashMode());
+    EXPECT_FALSE(flash("4", "yes").flashDidFire());
+    EXPECT_TRUE(flash("1", "False").hasCameraInfo());
+    EXPECT_FALSE(metadata(simple("photoshop:City", "Oslo")).hasCameraInfo());
+}
+
+TEST_F(ImageMetadataTest, CameraAndLensNames) {
+    auto camera = [](std::string_view maker, std::string_view model, std::string_view owner = "") {
+        std::string body = simple("tiff:Make", maker);
+        if (!model.empty()) body += simple("tiff:Model", model);
+        if (!owner.empty()) body += simple("aux:OwnerName", owner);
+        return metadata(body);
+    };
+    EXPECT_EQ(camera("NIKON CORPORATION", "NIKON D850").displayCameraModel(), "Nikon D850");
+    EXPECT_EQ(camera("NIKON CORPORATION", "D850").displayCameraModel(), "Nikon D850");
+    EXPECT_EQ(camera("NIKON CORPORATION", "NIKON D850", "Ann").displayCameraModel(),
+              "Nikon D850 of Ann");
+    EXPECT_EQ(camera("NIKON CORPORATION", "", "Ann").displayCameraModel(), "Nikon of Ann");
+    EXPECT_EQ(camera("Canon", "Canon EOS R5").displayCameraModel(), "Canon EOS R5");
+    EXPECT_EQ(camera("SONY", "ILCE-7M3").displayCameraModel(), "Sony α7 III"); // model table
+    EXPECT_FALSE(camera("Canon", "").displayCameraModel());
+    EXPECT_EQ(camera("NIKON CORPORATION", "D850").cameraIcon(), "Nikon");
+    EXPECT_EQ(camera("Obscura Works", "One").cameraIcon(), "Generic");
+    resources::setPreferredLanguage("de");
+    EXPECT_EQ(camera("NIKON CORPORATION", "D850", "Ann").displayCameraModel(),
+              "Nikon D850 von Ann");
+    resources::setPreferredLanguage("en");
+
+    const ImageMetadata lens = metadata(
+        simple("exifEX:LensMake", "SIGMA") + simple("exifEX:LensModel", "24-70mm F2.8 DG") +
+        R"(<exifEX:LensSpecification><rdf:Seq><rdf:li>24/1</rdf:li><rdf:li>70/1</rdf:li>)"
+        R"(<rdf:li>28/10</rdf:li><rdf:li>28/10</rdf:li></rdf:Seq></exifEX:LensSpecification>)" +
+        simple("exif:FocalLength", "35/1") + simple("exif:FocalLenIn35mmFilm", "52") +
+        simple("exif:DigitalZoomRatio", "2"));
+    EXPECT_EQ(lens.displayLensModel(), "Sigma 24-70mm F2.8 DG");
+    EXPECT_EQ(lens.lensSpecification(), (ImageMetadata::LensSpecification{24, 2.8, 70, 2.8}));
+    EXPECT_EQ(lens.isZoomLens(), true);
+    EXPECT_EQ(lens.is35mmSensor(), false);
+    EXPECT_EQ(lens.displayLensSpecification(), "24-70mm 𝑓∕2.8");
+    // The specification's digits are already in the name, so it is left out.
+    EXPECT_EQ(lens.displayLensInfo(),
+              "Sigma 24-70mm F2.8 DG\n35mm (like 52mm for 35mm film) ⨉ 2.0 digitally");
+
+    const ImageMetadata kit =
+        metadata(simple("aux:LensInfo", "18/1 55/1 35/10 56/10") + simple("aux:Lens", "Kit zoom"));
+    EXPECT_EQ(kit.lensModel(), "Kit zoom");
+    EXPECT_EQ(kit.displayLensSpecification(), "18-55mm 𝑓∕3.5-5.6");
+    EXPECT_EQ(kit.displayLensInfo(), "Kit zoom 18-55mm 𝑓∕3.5-5.6");
+    EXPECT_EQ(metadata(simple("aux:LensInfo", "50/1 50/1 18/10 18/10")).displayLensSpecification(),
+              "50mm 𝑓∕1.8");
+    EXPECT_FALSE(metadata(simple("aux:LensInfo", "50/1 50/1 18/0 18/10")).lensSpecification());
+    EXPECT_FALSE(metadata(simple("aux:LensInfo", "50/1 50/1 18/10")).lensSpecification());
+
+    EXPECT_EQ(metadata(simple("exif:FocalLength", "50") + simple("exif:FocalLenIn35mmFilm", "50"))
+                  .is35mmSensor(),
+              true);
+    EXPECT_FALSE(metadata(simple("exif:FocalLength", "50")).is35mmSensor());
+}
+
+TEST_F(ImageMetadataTest, ExposureAndPositionTexts) {
+    auto one = [](std::string_view path, std::string_view value) {
+        return metadata(simple(path, value));
+    };
+    EXPECT_EQ(one("exif:ExposureTime", "1/250").displayShutterSpeed(), "1/250s");
+    EXPECT_EQ(one("exif:ExposureTime", "2").displayShutterSpeed(), "2s");
+    EXPECT_EQ(one("exif:ExposureTime", "3/2").displayShutterSpeed(), "1.5s");
+    EXPECT_EQ(one("exif:ExposureTime", "1/4000").displayShutterSpeed(), "1/4000s");
+    EXPECT_EQ(one("exif:ShutterSpeedValue", "8").displayShutterSpeed(), "1/256s");
+    EXPECT_EQ(one("exif:FNumber", "28/10").displayAperture(), "𝑓∕2.8");
+    EXPECT_EQ(one("exif:FNumber", "8").displayAperture(), "𝑓∕8");
+    EXPECT_EQ(one("exif:ApertureValue", "5").displayAperture(), "𝑓∕5.7");
+    EXPECT_EQ(one("exif:ExposureBiasValue", "0").displayExposureCompensation(), "+0.0");
+    EXPECT_EQ(one("exif:ExposureBiasValue", "-2/3").displayExposureCompensation(), "-0.7");
+    EXPECT_EQ(one("aux:FlashCompensation", "1/3").displayFlashCompensation(), "+0.3");
+    EXPECT_EQ(
+        metadata(
+            R"(<exif:ISOSpeedRatings><rdf:Seq><rdf:li>x</rdf:li><rdf:li>12800</rdf:li></rdf:Seq></exif:ISOSpeedRatings>)")
+            .displayISO(),
+        "12,800");
+    EXPECT_EQ(one("exif:GPSLatitude", "48,51.4512N").displayGPSLatitude(), "48° 51′ 27.07″ N");
+    EXPECT_EQ(one("exif:GPSLongitude", "2,17.4W").displayGPSLongitude(), "2° 17′ 24″ W");
+    EXPECT_EQ(one("exif:GPSLatitude", "48,51.4512X").displayGPSLatitude(), "48° 51′ 27.07″ ");
+    EXPECT_FALSE(one("exif:GPSLatitude", "48 51.4512N").displayGPSLatitude());
+    EXPECT_FALSE(one("exif:GPSLatitude", "48,51.4512").displayGPSLatitude());
+    EXPECT_EQ(one("exif:GPSAltitude", "35/2").displayGPSAltitude(), "17.5m");
+    EXPECT_EQ(metadata(simple("exif:GPSAltitude", "10") + simple("exif:GPSAltitudeRef", "1"))
+                  .gpsAltitude(),
+              -10);
+    const auto where =
+        metadata(simple("exif:GPSLatitude", "48,30N") + simple("exif:GPSLongitude", "2,15W"))
+            .gpsLocation();
+    ASSERT_TRUE(where);
+    EXPECT_DOUBLE_EQ((*where)[0], 48.5);
+    EXPECT_DOUBLE_EQ((*where)[1], -2.25);
+
+    resources::setPreferredLanguage("de");
+    EXPECT_EQ(one("exif:ExposureBiasValue", "-2/3").displayExposureCompensation(), "-0,7");
+    EXPECT_EQ(one("exif:GPSLongitude", "2,17.4E").displayGPSLongitude(), "2° 17′ 24″ O");
+    resources::setPreferredLanguage("en");
+}
+
+TEST_F(ImageMetadataTest, StoredForm) {
+    const ImageMetadata m =
+        metadata(simple("photoshop:Headline", "Stored") + simple("tiff:Make", "Canon"));
+    const coding::Value tree = coding::encode(m);
+    const coding::Value* xmp = tree.find("XMP");
+    ASSERT_TRUE(xmp);
+    EXPECT_EQ(*xmp->find("Compression")->get<std::string>(), "Zip");
+    EXPECT_EQ(coding::decodePropertyList<ImageMetadata>(coding::writePropertyList(tree)), m);
+
+    // Plain XMP without a compression key reads too.
+    const auto plain = *m.xmpData();
+    const coding::Value uncompressed(
+        coding::Dictionary{{"XMP", coding::Dictionary{{"Data", coding::Data(plain)}}}});
+    EXPECT_EQ(coding::decode<ImageMetadata>(uncompressed), m);
+
+    const coding::Value corrupt(coding::Dictionary{
+        {"XMP", coding::Dictionary{{"Compression", "Zip"}, {"Data", coding::Data{1, 2, 3}}}}});
+    EXPECT_THROW(coding::decode<ImageMetadata>(corrupt), CompressionError);
+    const std::string junk = "not xmp at all";
+    const coding::Value unparsable(coding::Dictionary{
+        {"XMP", coding::Dictionary{{"Data", coding::Data(junk.begin(), junk.end())}}}});
+    EXPECT_THROW(coding::decode<ImageMetadata>(unparsable), coding::FileReadCorruptError);
+    EXPECT_THROW(coding::decode<ImageMetadata>(coding::Value(
+                     coding::Dictionary{{"XMP", coding::Dictionary{{"Compression", "Zip"}}}})),
+                 coding::DecodingError);
+}
+
+TEST_F(ImageMetadataTest, ExportPreparation) {
+    const std::string body = simple("tiff:Orientation", "6") + simple("tiff:Software", "Old") +
+                             simple("tiff:Compression", "1") + simple("tiff:Make", "Canon");
+    ImageMetadata png = metadata(body);
+    png.prepareForExport(72, "public.png");
+    EXPECT_EQ(png.rawMetadata().tag("tiff:XResolution")->text(), "72/1");
+    EXPECT_EQ(png.rawMetadata().tag("tiff:YResolution")->text(), "72/1");
+    EXPECT_EQ(png.rawMetadata().tag("tiff:ResolutionUnit")->text(), "1");
+    EXPECT_FALSE(png.rawMetadata().tag("tiff:Compression"));
+    EXPECT_FALSE(png.rawMetadata().tag("tiff:Orientation"));
+    EXPECT_FALSE(png.rawMetadata().tag("tiff:Software"));
+    EXPECT_EQ(png.cameraMaker(), "Canon");
+
+    ImageMetadata tiff = metadata(body);
+    ImageMetadata::setSoftwareNameAndVersion("Painter 3.1");
+    tiff.prepareForExport(72.5, "public.tiff");
+    ImageMetadata::setSoftwareNameAndVersion("");
+    EXPECT_EQ(tiff.rawMetadata().tag("tiff:XResolution")->text(), "145/2");
+    EXPECT_EQ(tiff.rawMetadata().tag("tiff:Compression")->text(), "5");
+    EXPECT_EQ(tiff.rawMetadata().tag("xmp:CreatorTool")->text(), "Painter 3.1");
+
+    ImageMetadata tiny;
+    tiny.prepareForExport(0.004, "public.png");
+    EXPECT_EQ(tiny.rawMetadata().tag("tiff:XResolution")->text(), "0/1");
+    tiny.prepareForExport(300, "public.png");
+    EXPECT_EQ(tiny.rawMetadata().tag("tiff:YResolution")->text(), "300/1");
+}
+
+} // namespace
+} // namespace bic
