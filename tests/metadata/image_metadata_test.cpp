@@ -184,7 +184,7 @@ TEST_F(ImageMetadataTest, EqualityAndEditing) {
     for (const xmp::Tag& t : m.tags())
         left.push_back(t.path());
     EXPECT_EQ(left,
-              (std::vector<std::string>{"tiff:Make", "photoshop:Headline", "tiff:Orientation"}));
+              (std::vector<std::string>{"photoshop:Headline", "tiff:Make", "tiff:Orientation"}));
 }
 
 TEST_F(ImageMetadataTest, CodedEnumerationsAndFlash) {

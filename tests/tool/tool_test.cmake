@@ -184,3 +184,25 @@ run(FALSE gradient --from 1,1 --to 1,1 --size 3x3 ${WORK}/x.png)
 expect_one_line_error("--from and --to must differ")
 run(FALSE gradient --from 1,1 --to 2,2 --stops ${WORK}/demo/photo.png --size 3x3 ${WORK}/x.png)
 expect_one_line_error(".*photo.png is no property list.*")
+
+# Metadata: the demo wrote a camera's Exif into its photo; it reads back through the panel,
+# JSON and XMP views, and the stored form round-trips.
+expect_in("${demo_out}" "Camera:                Nikon D850")
+expect_in("${demo_out}" "stored form (zip-compressed XMP) read back equal")
+run(TRUE metadata ${WORK}/demo/photo.png)
+foreach(line "Shutter speed:         1/250s" "Aperture:              𝑓∕2.8" "ISO:                   400"
+             "Exposure compensation: -0.7" "Captured:              2021-06-01T08:20:30Z"
+             "GPS position:          48° 51′ 27.07″ N  2° 17′ 40″ E" "Flash:                 fired")
+  expect_in("${out}" "${line}")
+endforeach()
+run(TRUE metadata --json ${WORK}/demo/photo.png)
+expect_in("${out}" "\"Aperture\": 2.8")
+expect_in("${out}" "\"Shutter speed\": \"1/250s\"")
+run(TRUE metadata --xmp ${WORK}/demo/photo.png)
+expect_in("${out}" "<exif:FNumber>28/10</exif:FNumber>")
+file(WRITE ${WORK}/photo.xmp "${out}")
+run(TRUE metadata ${WORK}/photo.xmp)
+expect_in("${out}" "Camera:                Nikon D850")
+run(FALSE metadata ${WORK}/dithered-histogram.png --json --xmp)
+run(FALSE metadata ${WORK}/demo/gradient.plist)
+expect_one_line_error(".*gradient.plist holds no metadata that can be read")

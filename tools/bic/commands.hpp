@@ -30,11 +30,15 @@ Run addDistanceCommand(CLI::App& app);
 Run addOutlineCommand(CLI::App& app);
 Run addHistogramCommand(CLI::App& app);
 Run addGradientCommand(CLI::App& app);
+Run addMetadataCommand(CLI::App& app);
 
 /// The demo's contact sheet of the pixel blend modes, written into `dir`.
 void blendSection(const std::filesystem::path& dir);
 /// The demo's six gradient geometries, the gradient's library entry and pasteboard preview.
 void gradientSection(const std::filesystem::path& dir);
+/// The demo's camera metadata: Exif written into the photo of the bitmap section, read back
+/// as a panel, stored and prepared for export.
+void metadataSection(const std::filesystem::path& dir);
 /// The demo's dithering and histogram of the photo the bitmap section wrote into `dir`.
 void algorithmSection(const std::filesystem::path& dir);
 

@@ -177,6 +177,7 @@ Run addDemoCommand(CLI::App& app) {
         blendSection(dir);
         algorithmSection(dir);
         gradientSection(dir);
+        metadataSection(dir);
     };
 }
 

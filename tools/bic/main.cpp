@@ -1,6 +1,7 @@
 // bic — runs the library's main jobs from the command line.
 
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/metadata/image_metadata.hpp"
 #include "commands.hpp"
 
 #include <cstdio>
@@ -9,12 +10,14 @@
 int main(int argc, char** argv) {
     CLI::App app{"bic — BrellinImageCore on the command line"};
     app.require_subcommand(1);
-    bic::tool::Run runs[] = {bic::tool::addColorCommand(app),   bic::tool::addEncodeCommand(app),
-                             bic::tool::addDecodeCommand(app),  bic::tool::addBlendCommand(app),
-                             bic::tool::addDitherCommand(app),  bic::tool::addHistogramCommand(app),
-                             bic::tool::addFillCommand(app),    bic::tool::addDistanceCommand(app),
-                             bic::tool::addOutlineCommand(app), bic::tool::addGradientCommand(app),
-                             bic::tool::addDemoCommand(app)};
+    bic::ImageMetadata::setSoftwareNameAndVersion("bic " BIC_VERSION);
+    bic::tool::Run runs[] = {
+        bic::tool::addColorCommand(app),    bic::tool::addEncodeCommand(app),
+        bic::tool::addDecodeCommand(app),   bic::tool::addBlendCommand(app),
+        bic::tool::addDitherCommand(app),   bic::tool::addHistogramCommand(app),
+        bic::tool::addFillCommand(app),     bic::tool::addDistanceCommand(app),
+        bic::tool::addOutlineCommand(app),  bic::tool::addGradientCommand(app),
+        bic::tool::addMetadataCommand(app), bic::tool::addDemoCommand(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {

@@ -103,6 +103,10 @@ struct TreeBuilder {
                 at = &member(root, uri, prefix, name);
                 first = false;
             } else if (!name.empty()) {
+                // A member before (or without) its structure's own entry: Exiv2's Exif
+                // conversion writes the flash structure so.
+                if (at->type() == TagType::string)
+                    assign(*at, TagType::structure, std::nullopt, {}, true);
                 const std::size_t colon = name.find(':');
                 if (colon == std::string::npos) return nullptr;
                 const std::string memberPrefix = name.substr(0, colon);
@@ -110,7 +114,11 @@ struct TreeBuilder {
                 const std::string publicName(publicPrefix(memberURI).value_or(memberPrefix));
                 at = &member(at->elements(), memberURI, publicName, name.substr(colon + 1));
             }
-            if (index > 0) at = &element(*at, index);
+            if (index > 0) {
+                if (at->type() == TagType::string)
+                    assign(*at, TagType::arrayOrdered, std::nullopt, {}, true);
+                at = &element(*at, index);
+            }
         }
         return at;
     }
@@ -171,6 +179,7 @@ struct TreeBuilder {
         TreeBuilder b{m.tags_};
         for (const Exiv2::Xmpdatum& d : data)
             b.add(d);
+        canonicalize(m.tags_, true);
         return m;
     }
 };

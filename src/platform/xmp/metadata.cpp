@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdio>
 #include <map>
+#include <tuple>
 
 namespace bic::xmp {
 
@@ -389,12 +390,22 @@ const Tag* Metadata::tag(const Tag& parent, std::string_view path) const {
 }
 
 void Metadata::setTag(Tag tag) {
-    for (Tag& t : tags_)
-        if (t.namespaceURI() == tag.namespaceURI() && t.name() == tag.name()) {
-            t = std::move(tag);
-            return;
-        }
-    tags_.push_back(std::move(tag));
+    canonicalize(tag.elements(), tag.type() == TagType::structure);
+    const auto at = std::lower_bound(tags_.begin(), tags_.end(), tag, canonicalOrder);
+    if (at != tags_.end() && !canonicalOrder(tag, *at))
+        *at = std::move(tag);
+    else
+        tags_.insert(at, std::move(tag));
+}
+
+bool canonicalOrder(const Tag& a, const Tag& b) {
+    return std::tie(a.namespaceURI(), a.name()) < std::tie(b.namespaceURI(), b.name());
+}
+
+void canonicalize(std::vector<Tag>& tags, bool sort) {
+    if (sort) std::stable_sort(tags.begin(), tags.end(), canonicalOrder);
+    for (Tag& t : tags)
+        canonicalize(t.elements(), t.type() == TagType::structure);
 }
 
 bool Metadata::removeTag(std::string_view path) {

@@ -3,8 +3,8 @@
 // (ordered, unordered, alternatives), alternative text (one text per language) or structures.
 //
 // A tree is a value: copies are independent, and editing one never changes another. Parsing
-// goes through Exiv2 (and its XMP toolkit); serialisation is ours and deterministic, so equal
-// trees give equal bytes.
+// goes through Exiv2 (and its XMP toolkit); serialisation is ours and canonical, so equal trees
+// give equal bytes.
 
 #include <cstdint>
 #include <filesystem>
@@ -90,6 +90,12 @@ private:
     std::vector<Tag> elements_;
 };
 
+/// The canonical order of tags: by namespace, then name.
+bool canonicalOrder(const Tag& a, const Tag& b);
+/// Puts structure members (and `tags` itself when `sort`) into canonical order, all the way
+/// down.
+void canonicalize(std::vector<Tag>& tags, bool sort);
+
 /// What the property bridge accepts as a value: text, numbers and flags become text (integers
 /// in decimal, other numbers with "%f", flags "True"/"False"); a list becomes an array.
 using PropertyValue =
@@ -110,7 +116,10 @@ public:
     /// The tree as an XMP packet; nothing when a text holds characters XML cannot carry.
     std::optional<std::vector<std::uint8_t>> xmpData() const;
 
-    /// Top-level tags in document order.
+    /// Top-level tags, ordered by namespace and name. The order of properties in an XMP packet
+    /// carries no meaning and parsers do not keep it, so trees keep one canonical order (also
+    /// for structure members; array elements keep theirs) and serialise in it: a tree read
+    /// back from its own packet is equal to it, byte for byte.
     const std::vector<Tag>& tags() const { return tags_; }
 
     /// The tag at `path` from the root ("dc:title", "exif:Flash/exif:Fired",
@@ -118,7 +127,7 @@ public:
     const Tag* tag(std::string_view path) const;
     const Tag* tag(const Tag& parent, std::string_view path) const;
 
-    /// Puts `tag` at the top level under its own path, replacing a tag of that path.
+    /// Puts `tag` at the top level in its place, replacing a tag of the same namespace and name.
     void setTag(Tag tag);
     /// Removes the top-level tag at `path`; false when there is none.
     bool removeTag(std::string_view path);
