@@ -7,8 +7,10 @@
 #include "bic/buffers/compression.hpp"
 #include "bic/metadata/image_metadata.hpp"
 #include "bic/platform/coding/formats.hpp"
+#include "fuzz_input.hpp"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <span>
 #include <string>
@@ -17,14 +19,8 @@ using namespace bic;
 
 namespace {
 
-struct Input {
-    std::span<const std::uint8_t> bytes;
-    std::uint8_t byte() {
-        if (bytes.empty()) return 0;
-        const std::uint8_t b = bytes[0];
-        bytes = bytes.subspan(1);
-        return b;
-    }
+// Input, with short texts taken from it.
+struct Input : fuzzing::Input {
     std::string text(std::size_t most) {
         const std::size_t n = std::min<std::size_t>(byte() % (most + 1), bytes.size());
         std::string out(bytes.begin(), bytes.begin() + std::ptrdiff_t(n));
@@ -133,13 +129,21 @@ void roundTrip(const ImageMetadata& m) {
     const auto data = m.xmpData();
     if (!data) return; // texts XML cannot carry
     const auto again = ImageMetadata::fromXMPData(*data);
-    if (!again || !(*again == m)) std::abort();
+    if (!again || !(*again == m)) {
+        // Show both packets: what was written, and what reading it gave.
+        const auto readBack = again ? again->xmpData() : std::nullopt;
+        std::fprintf(stderr, "written:\n%.*s\nread back:\n%.*s\n", int(data->size()),
+                     reinterpret_cast<const char*>(data->data()),
+                     readBack ? int(readBack->size()) : 0,
+                     readBack ? reinterpret_cast<const char*>(readBack->data()) : "");
+        std::abort();
+    }
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Input in{std::span(data, size)};
+    Input in{{std::span(data, size)}};
     switch (in.byte() % 3) {
     case 0:
         if (const auto m = ImageMetadata::fromXMPData(in.bytes)) {

@@ -7,6 +7,7 @@
 #include "bic/buffers/pixel_buffer_record.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/coding/formats.hpp"
+#include "fuzz_input.hpp"
 
 #include <cstdint>
 #include <cstdlib>
@@ -17,22 +18,7 @@ using namespace bic;
 
 namespace {
 
-// Consumes the input front to back; reads past the end give zeros.
-struct Input {
-    std::span<const std::uint8_t> bytes;
-    std::uint8_t byte() {
-        if (bytes.empty()) return 0;
-        const std::uint8_t b = bytes[0];
-        bytes = bytes.subspan(1);
-        return b;
-    }
-    std::span<const std::uint8_t> take(std::size_t n) {
-        n = std::min(n, bytes.size());
-        auto out = bytes.first(n);
-        bytes = bytes.subspan(n);
-        return out;
-    }
-};
+using fuzzing::Input;
 
 coding::Value structuredRecord(Input& in) {
     static const char* models[] = {"Monochrome", "RGB", "CMYK", "LAB", "Unknown", "Grey", ""};

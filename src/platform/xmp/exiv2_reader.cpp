@@ -11,33 +11,32 @@ namespace bic::xmp {
 namespace {
 
 // Exiv2 and its XMP toolkit keep process-wide namespace tables; one lock serialises every use.
+// (The tool writes Exif through Exiv2 too, but never while the library reads.)
 std::mutex& exiv2Mutex() {
     static std::mutex m;
     return m;
 }
 
+// Readies Exiv2 for one read. Every parse registers the namespaces its packet declares, and a
+// prefix registered once would from then on name that namespace in every later packet (a
+// stray "tiff" bound to another address would capture the real tiff properties), so each read
+// starts from the built-in table alone.
 void startExiv2() {
     static std::once_flag once;
-    std::call_once(once, [] {
-        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
-        Exiv2::XmpParser::initialize();
-    });
+    std::call_once(once, [] { Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute); });
+    Exiv2::XmpProperties::unregisterNs();
+    Exiv2::XmpParser::terminate();
+    Exiv2::XmpParser::initialize();
 }
 
-// The namespace of a prefix met inside a path: ours, then Exiv2's, then whatever the packet
-// declared (the toolkit registers those).
+// The namespace of a prefix met inside a path: ours, then Exiv2's (which include those the
+// packet declared).
 std::string namespaceOf(const std::string& prefix) {
     if (const auto uri = namespaceForPrefix(prefix)) return std::string(*uri);
     try {
         const std::string uri = Exiv2::XmpProperties::ns(prefix);
         if (!uri.empty()) return uri;
     } catch (const Exiv2::AnyError&) {
-    }
-    Exiv2::Dictionary registered;
-    Exiv2::XmpProperties::registeredNamespaces(registered);
-    for (const auto& [a, b] : registered) {
-        if (a == prefix) return b;
-        if (b == prefix) return a;
     }
     return {};
 }
@@ -46,6 +45,12 @@ std::string namespaceOf(const std::string& prefix) {
 
 struct TreeBuilder {
     std::vector<Tag>& root;
+    bool failed = false;
+
+    static bool refuse(const std::string& prefix, const std::string& uri) {
+        const auto standard = namespaceForPrefix(prefix);
+        return standard && *standard != uri;
+    }
 
     Tag& member(std::vector<Tag>& tags, const std::string& uri, const std::string& prefix,
                 const std::string& name) {
@@ -86,6 +91,14 @@ struct TreeBuilder {
         } catch (const Exiv2::AnyError&) {
             return nullptr;
         }
+        // Terms of RDF and XML themselves are syntax, not properties.
+        if (isReservedNamespace(uri)) return nullptr;
+        // Exiv2 names properties by prefix, so a packet that binds a standard prefix to another
+        // namespace cannot be told apart from the standard one: refuse it.
+        if (uri.empty() || refuse(group, uri)) {
+            failed = true;
+            return nullptr;
+        }
         const std::string prefix(publicPrefix(uri).value_or(group));
         const std::string path = datum.tagName();
         Tag* at = nullptr;
@@ -111,6 +124,10 @@ struct TreeBuilder {
                 if (colon == std::string::npos) return nullptr;
                 const std::string memberPrefix = name.substr(0, colon);
                 const std::string memberURI = namespaceOf(memberPrefix);
+                if (memberURI.empty() || refuse(memberPrefix, memberURI)) {
+                    failed = true;
+                    return nullptr;
+                }
                 const std::string publicName(publicPrefix(memberURI).value_or(memberPrefix));
                 at = &member(at->elements(), memberURI, publicName, name.substr(colon + 1));
             }
@@ -174,11 +191,27 @@ struct TreeBuilder {
         }
     }
 
-    static Metadata build(const Exiv2::XmpData& data) {
+    // Exiv2 keeps an empty array item from some spellings of a packet and drops it from others
+    // (ours among them); dropping it always makes reading agree with itself.
+    static void pruneEmptyItems(std::vector<Tag>& tags) {
+        for (Tag& t : tags) {
+            if (t.type() == TagType::arrayUnordered || t.type() == TagType::arrayOrdered ||
+                t.type() == TagType::alternateArray)
+                std::erase_if(t.elements(), [](const Tag& e) {
+                    return e.type() == TagType::string && e.text().value_or("").empty() &&
+                           !e.language();
+                });
+            pruneEmptyItems(t.elements());
+        }
+    }
+
+    static std::optional<Metadata> build(const Exiv2::XmpData& data) {
         Metadata m;
         TreeBuilder b{m.tags_};
         for (const Exiv2::Xmpdatum& d : data)
             b.add(d);
+        if (b.failed) return std::nullopt;
+        pruneEmptyItems(m.tags_);
         canonicalize(m.tags_, true);
         return m;
     }
@@ -250,8 +283,8 @@ std::optional<Metadata> Metadata::fromImageFile(const std::filesystem::path& pat
         Exiv2::XmpData xmp = image->xmpData();
         Exiv2::copyExifToXmp(image->exifData(), xmp);
         Exiv2::copyIptcToXmp(image->iptcData(), xmp);
-        Metadata m = TreeBuilder::build(xmp);
-        bridgeGaps(image->exifData(), m);
+        auto m = TreeBuilder::build(xmp);
+        if (m) bridgeGaps(image->exifData(), *m);
         return m;
     } catch (const std::exception&) {
         return std::nullopt;

@@ -166,6 +166,7 @@ private:
     }
 
     bool write(std::string& out, const Tag& t, int depth) {
+        if (!t.name().empty() && isReservedNamespace(t.namespaceURI())) return false;
         const std::string pad(std::size_t(depth), ' ');
         const std::string open =
             t.name().empty() ? "rdf:li" : prefixes_.at(t.namespaceURI()) + ":" + t.name();
@@ -314,6 +315,12 @@ std::string asText(const PropertyValue& value) {
 }
 
 } // namespace
+
+bool isReservedNamespace(std::string_view namespaceURI) {
+    return namespaceURI == "http://www.w3.org/1999/02/22-rdf-syntax-ns#" ||
+           namespaceURI == "http://www.w3.org/XML/1998/namespace" ||
+           namespaceURI == "adobe:ns:meta/";
+}
 
 std::optional<std::string_view> publicPrefix(std::string_view namespaceURI) {
     for (const Namespace& n : kNamespaces)

@@ -90,6 +90,9 @@ private:
     std::vector<Tag> elements_;
 };
 
+/// RDF's, XML's and the packet wrapper's namespaces, which hold no properties.
+bool isReservedNamespace(std::string_view namespaceURI);
+
 /// The canonical order of tags: by namespace, then name.
 bool canonicalOrder(const Tag& a, const Tag& b);
 /// Puts structure members (and `tags` itself when `sort`) into canonical order, all the way
@@ -113,7 +116,8 @@ public:
     /// put where the property bridge looks. Nothing when the file cannot be read.
     static std::optional<Metadata> fromImageFile(const std::filesystem::path& path);
 
-    /// The tree as an XMP packet; nothing when a text holds characters XML cannot carry.
+    /// The tree as an XMP packet; nothing when a text holds characters XML cannot carry or a
+    /// tag is in a reserved namespace.
     std::optional<std::vector<std::uint8_t>> xmpData() const;
 
     /// Top-level tags, ordered by namespace and name. The order of properties in an XMP packet
