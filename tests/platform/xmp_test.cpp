@@ -128,6 +128,20 @@ TEST(XMP, EditingAndThePropertyBridge) {
     ASSERT_TRUE(m.tagMatchingImageProperty("{Exif}", "ExposureTime"));
     EXPECT_EQ(m.tagMatchingImageProperty("{Exif}", "ExposureTime")->text(), "1/250");
 
+    // Inside structures and arrays.
+    m.setTag(Tag::container(std::string(ns::exif), "", "Flash", TagType::structure,
+                            {Tag::text(std::string(ns::exif), "", "Mode", "3")}));
+    EXPECT_TRUE(m.setTag("exif:Flash", Tag::text(std::string(ns::exif), "", "Fired", "True")));
+    EXPECT_EQ(m.tag("exif:Flash/exif:Fired")->text(), "True");
+    EXPECT_EQ(m.tag("exif:Flash")->elements()[0].name(), "Fired"); // canonical order
+    EXPECT_FALSE(m.setTag("exif:FNumber", Tag::text(std::string(ns::exif), "", "X", "1")));
+    EXPECT_FALSE(m.setTag("exif:Missing", Tag::text(std::string(ns::exif), "", "X", "1")));
+    EXPECT_TRUE(m.removeTag("exif:Flash/exif:Mode"));
+    EXPECT_FALSE(m.tag("exif:Flash/exif:Mode"));
+    EXPECT_TRUE(m.removeTag("exif:ISOSpeedRatings[1]"));
+    EXPECT_EQ(m.tag("exif:ISOSpeedRatings[1]")->text(), "400");
+    EXPECT_FALSE(m.removeTag("exif:ISOSpeedRatings[2]"));
+
     EXPECT_TRUE(m.removeTag("exif:FNumber"));
     EXPECT_FALSE(m.removeTag("exif:FNumber"));
     EXPECT_FALSE(m.tagMatchingImageProperty("{Exif}", "FNumber"));

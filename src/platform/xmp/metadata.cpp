@@ -416,10 +416,45 @@ void canonicalize(std::vector<Tag>& tags, bool sort) {
 }
 
 bool Metadata::removeTag(std::string_view path) {
-    const auto it =
-        std::find_if(tags_.begin(), tags_.end(), [&](const Tag& t) { return t.path() == path; });
-    if (it == tags_.end()) return false;
-    tags_.erase(it);
+    const auto steps = parsePath(path);
+    if (!steps || steps->front().qualifiedName.empty()) return false;
+    // The list that holds the last step, and where in it.
+    Tag* parent = nullptr;
+    if (steps->size() > 1 || steps->back().index > 0) {
+        const Step last = steps->back();
+        std::vector<Step> head(steps->begin(), steps->end() - 1);
+        if (last.index > 0 && !last.qualifiedName.empty()) head.push_back({last.qualifiedName, 0});
+        parent = const_cast<Tag*>(follow(tags_, nullptr, head));
+        if (!parent) return false;
+        std::vector<Tag>& list = parent->elements();
+        if (last.index > 0) {
+            if (last.index > list.size()) return false;
+            list.erase(list.begin() + std::ptrdiff_t(last.index - 1));
+            return true;
+        }
+        return std::erase_if(list, [&](const Tag& t) {
+                   return !t.name().empty() && t.path() == last.qualifiedName;
+               }) > 0;
+    }
+    return std::erase_if(tags_, [&](const Tag& t) { return t.path() == path; }) > 0;
+}
+
+bool Metadata::setTag(std::string_view parentPath, Tag tag) {
+    if (parentPath.empty()) {
+        setTag(std::move(tag));
+        return true;
+    }
+    const auto steps = parsePath(parentPath);
+    if (!steps || steps->front().qualifiedName.empty()) return false;
+    Tag* parent = const_cast<Tag*>(follow(tags_, nullptr, *steps));
+    if (!parent || tag.name().empty() || parent->type() != TagType::structure) return false;
+    canonicalize(tag.elements(), tag.type() == TagType::structure);
+    std::vector<Tag>& members = parent->elements();
+    const auto at = std::lower_bound(members.begin(), members.end(), tag, canonicalOrder);
+    if (at != members.end() && !canonicalOrder(tag, *at))
+        *at = std::move(tag);
+    else
+        members.insert(at, std::move(tag));
     return true;
 }
 

@@ -133,7 +133,12 @@ public:
 
     /// Puts `tag` at the top level in its place, replacing a tag of the same namespace and name.
     void setTag(Tag tag);
-    /// Removes the top-level tag at `path`; false when there is none.
+    /// Puts `tag` among the members of the structure at `parentPath` (the top level when
+    /// empty), replacing a member of the same namespace and name; false when there is no such
+    /// structure.
+    bool setTag(std::string_view parentPath, Tag tag);
+    /// Removes the tag at `path` (a member, an array element by "[n]", or a top-level tag);
+    /// false when there is none.
     bool removeTag(std::string_view path);
 
     /// The top-level tag the platform keeps an Exif/IPTC/TIFF/GPS property in ("{Exif}",
