@@ -249,7 +249,7 @@ TEST_F(ImageMetadataTest, CameraAndLensNames) {
     EXPECT_EQ(lens.isZoomLens(), true);
     EXPECT_EQ(lens.is35mmSensor(), false);
     EXPECT_EQ(lens.displayLensSpecification(), "24-70mm 𝑓∕2.8");
-    // The specification's digits are already in the name, so it is left out.
+    // The range's digits are already in the lens name, so the range is left out.
     EXPECT_EQ(lens.displayLensInfo(),
               "Sigma 24-70mm F2.8 DG\n35mm (like 52mm for 35mm film) ⨉ 2.0 digitally");
 

@@ -188,7 +188,7 @@ public:
     std::optional<std::string> displayLensModel() const;
     /// "24-70mm 𝑓∕2.8", "50mm 𝑓∕1.8".
     std::optional<std::string> displayLensSpecification() const;
-    /// Lens name, specification, focal length, 35 mm equivalent and digital zoom, as lines.
+    /// Lens name, focal and aperture range, focal length, 35 mm equivalent and digital zoom.
     std::optional<std::string> displayLensInfo() const;
     /// The name of a picture of the maker in the library's maker icons ("Nikon", …), "Generic"
     /// for makers without one.
