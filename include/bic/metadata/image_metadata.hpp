@@ -191,7 +191,8 @@ public:
     /// Lens name, focal and aperture range, focal length, 35 mm equivalent and digital zoom.
     std::optional<std::string> displayLensInfo() const;
     /// The name of a picture of the maker in the library's maker icons ("Nikon", …), "Generic"
-    /// for makers without one.
+    /// for makers without one; the picture itself (SVG) is
+    /// resources::resourceData("MakerIcons/<name>.svg").
     std::string cameraIcon() const;
 
     // ---- Exposure ----
