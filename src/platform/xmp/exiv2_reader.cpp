@@ -2,6 +2,7 @@
 // ("Xmp.iptcExt.LocationCreated[1]/Iptc4xmpExt:City"); the builder turns that back into a tree.
 
 #include "bic/platform/xmp/metadata.hpp"
+#include "xmp_path.hpp"
 
 #include <exiv2/exiv2.hpp>
 #include <mutex>
@@ -67,21 +68,6 @@ struct TreeBuilder {
         return elements[index - 1];
     }
 
-    // Splits "name[2]" into the name and the index (0 for none); false for anything else.
-    static bool split(const std::string& step, std::string& name, std::size_t& index) {
-        const std::size_t open = step.find('[');
-        name = step.substr(0, open);
-        index = 0;
-        if (open == std::string::npos) return true;
-        if (step.back() != ']') return false;
-        try {
-            index = std::stoul(step.substr(open + 1, step.size() - open - 2));
-        } catch (const std::exception&) {
-            return false;
-        }
-        return index > 0 && index < 1'000'000;
-    }
-
     // Where a datum goes; null for qualifiers and paths we cannot follow.
     Tag* place(const Exiv2::Xmpdatum& datum) {
         const std::string group = datum.groupName();
@@ -101,20 +87,14 @@ struct TreeBuilder {
         }
         const std::string prefix(publicPrefix(uri).value_or(group));
         const std::string path = datum.tagName();
+        const auto steps = parsePath(path);
+        if (!steps || steps->front().qualifiedName.empty()) return nullptr;
         Tag* at = nullptr;
-        std::size_t start = 0;
-        bool first = true;
-        while (start <= path.size()) {
-            const std::size_t slash = path.find('/', start);
-            const std::string step = path.substr(start, slash - start);
-            start = slash == std::string::npos ? path.size() + 1 : slash + 1;
-            if (step.empty() || step[0] == '?') return nullptr;
-            std::string name;
-            std::size_t index = 0;
-            if (!split(step, name, index)) return nullptr;
-            if (first) {
+        for (const Step& step : *steps) {
+            if (step.qualifiedName.starts_with('?') || step.index >= 1'000'000) return nullptr;
+            const std::string name(step.qualifiedName);
+            if (!at) {
                 at = &member(root, uri, prefix, name);
-                first = false;
             } else if (!name.empty()) {
                 // A member before (or without) its structure's own entry: Exiv2's Exif
                 // conversion writes the flash structure so.
@@ -131,10 +111,10 @@ struct TreeBuilder {
                 const std::string publicName(publicPrefix(memberURI).value_or(memberPrefix));
                 at = &member(at->elements(), memberURI, publicName, name.substr(colon + 1));
             }
-            if (index > 0) {
+            if (step.index > 0) {
                 if (at->type() == TagType::string)
                     assign(*at, TagType::arrayOrdered, std::nullopt, {}, true);
-                at = &element(*at, index);
+                at = &element(*at, step.index);
             }
         }
         return at;

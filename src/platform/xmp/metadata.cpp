@@ -3,6 +3,8 @@
 
 #include "bic/platform/xmp/metadata.hpp"
 
+#include "xmp_path.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -29,35 +31,6 @@ constexpr Namespace kNamespaces[] = {
     {ns::xmpBasic, "xmp"},
     {ns::xmpRights, "xmpRights"},
 };
-
-// One step of a path: "prefix:name", "[n]" or "prefix:name[n]".
-struct Step {
-    std::string_view qualifiedName;
-    std::size_t index = 0; // 1-based; 0 for none
-};
-
-std::optional<std::vector<Step>> parsePath(std::string_view path) {
-    std::vector<Step> steps;
-    while (!path.empty()) {
-        const std::size_t slash = path.find('/');
-        std::string_view piece = path.substr(0, slash);
-        path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
-        Step step;
-        const std::size_t open = piece.find('[');
-        step.qualifiedName = piece.substr(0, open);
-        if (open != std::string_view::npos) {
-            if (piece.back() != ']') return std::nullopt;
-            const std::string_view digits = piece.substr(open + 1, piece.size() - open - 2);
-            const auto [end, error] =
-                std::from_chars(digits.data(), digits.data() + digits.size(), step.index);
-            if (error != std::errc() || end != digits.data() + digits.size() || step.index == 0)
-                return std::nullopt;
-        }
-        if (step.qualifiedName.empty() && step.index == 0) return std::nullopt;
-        steps.push_back(step);
-    }
-    return steps;
-}
 
 const Tag* member(const std::vector<Tag>& tags, std::string_view qualifiedName) {
     for (const Tag& t : tags)
@@ -320,6 +293,29 @@ bool isReservedNamespace(std::string_view namespaceURI) {
     return namespaceURI == "http://www.w3.org/1999/02/22-rdf-syntax-ns#" ||
            namespaceURI == "http://www.w3.org/XML/1998/namespace" ||
            namespaceURI == "adobe:ns:meta/";
+}
+
+std::optional<std::vector<Step>> parsePath(std::string_view path) {
+    std::vector<Step> steps;
+    while (!path.empty()) {
+        const std::size_t slash = path.find('/');
+        std::string_view piece = path.substr(0, slash);
+        path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
+        Step step;
+        const std::size_t open = piece.find('[');
+        step.qualifiedName = piece.substr(0, open);
+        if (open != std::string_view::npos) {
+            if (piece.back() != ']') return std::nullopt;
+            const std::string_view digits = piece.substr(open + 1, piece.size() - open - 2);
+            const auto [end, error] =
+                std::from_chars(digits.data(), digits.data() + digits.size(), step.index);
+            if (error != std::errc() || end != digits.data() + digits.size() || step.index == 0)
+                return std::nullopt;
+        }
+        if (step.qualifiedName.empty() && step.index == 0) return std::nullopt;
+        steps.push_back(step);
+    }
+    return steps;
 }
 
 std::optional<std::string_view> publicPrefix(std::string_view namespaceURI) {
