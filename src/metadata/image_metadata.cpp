@@ -337,18 +337,15 @@ std::optional<std::string> ImageMetadata::instructions() const {
 
 void ImageMetadata::set(const xmp::PropertyValue& value, std::string_view matchingProperty,
                         std::string_view inDictionary) {
-    xmp::Metadata copy = raw_;
-    if (!copy.setValueMatchingImageProperty(inDictionary, matchingProperty, value))
+    // A refused set changes nothing, so the tree needs no copy to stay as it was.
+    if (!raw_.setValueMatchingImageProperty(inDictionary, matchingProperty, value))
         throw ImageMetadataError(ImageMetadataError::errorSettingTagFromProperty);
-    raw_ = std::move(copy);
 }
 
 void ImageMetadata::remove(const xmp::Tag& tag) {
     if (tag.prefix().empty() || tag.name().empty())
         throw ImageMetadataError(ImageMetadataError::paramterError);
-    xmp::Metadata copy = raw_;
-    if (!copy.removeTag(tag.path())) throw ImageMetadataError(ImageMetadataError::unknownError);
-    raw_ = std::move(copy);
+    if (!raw_.removeTag(tag.path())) throw ImageMetadataError(ImageMetadataError::unknownError);
 }
 
 void ImageMetadata::removeLocationData() {
@@ -399,18 +396,17 @@ void ImageMetadata::setSoftwareNameAndVersion(std::string text) {
 }
 
 void ImageMetadata::prepareForExport(double resolution, std::string_view fileType) {
-    xmp::Metadata copy = raw_;
     for (const std::string_view name :
          {"Compression", "PhotometricInterpretation", "Orientation", "XResolution", "YResolution",
           "ResolutionUnit", "Software", "TransferFunction", "WhitePoint", "PrimaryChromaticities",
           "TileWidth", "TileLength"})
-        copy.removeTag("tiff:" + std::string(name));
+        raw_.removeTag("tiff:" + std::string(name));
     // Hundredths of a unit, reduced: 72 → 72/1, 72.5 → 145/2.
     const auto n = static_cast<long long>(resolution * 100);
     const long long g = n == 0 ? 100 : std::gcd(n, 100LL);
     const std::string rational = std::to_string(n / g) + "/" + std::to_string(100 / g);
     auto setText = [&](std::string name, std::string value) {
-        copy.setTag(
+        raw_.setTag(
             xmp::Tag::text(std::string(xmp::ns::tiff), "tiff", std::move(name), std::move(value)));
     };
     setText("XResolution", rational);
@@ -422,8 +418,7 @@ void ImageMetadata::prepareForExport(double resolution, std::string_view fileTyp
         std::lock_guard lock(software().mutex);
         name = software().text;
     }
-    if (!name.empty()) copy.setValueMatchingImageProperty("{TIFF}", "Software", name);
-    raw_ = std::move(copy);
+    if (!name.empty()) raw_.setValueMatchingImageProperty("{TIFF}", "Software", name);
 }
 
 } // namespace bic
