@@ -61,10 +61,7 @@ ci::Image SurfaceImageAccumulator<P>::image() {
 
 template <Pixel P>
 void SurfaceImageAccumulator<P>::setImage(const ci::Image& image) {
-    try {
-        setImage(image, extent_);
-    } catch (const ci::RenderError&) {
-    }
+    detail::ignoringFailures([&] { setImage(image, extent_); });
 }
 
 namespace {
@@ -93,14 +90,16 @@ void SurfaceImageAccumulator<P>::setImage(const ci::Image& image, const cg::Rect
 template <Pixel P>
 P SurfaceImageAccumulator<P>::pixel(std::int64_t x, std::int64_t y) const {
     const auto i = detail::storeIndex(extent_, width_, height_, pixelsPerRow(), x, y, "get");
-    Lock lock(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
     return static_cast<const P*>(base())[i];
 }
 
 template <Pixel P>
 void SurfaceImageAccumulator<P>::setPixel(std::int64_t x, std::int64_t y, const P& value) {
     const auto i = detail::storeIndex(extent_, width_, height_, pixelsPerRow(), x, y, "set");
-    Lock lock(*surface_, io::LockOptions::readWrite);
+    image_.reset();
+    const io::SurfaceLock lock(*surface_,
+                               io::SurfaceArea{i % pixelsPerRow(), i / pixelsPerRow(), 1, 1});
     static_cast<P*>(base())[i] = value;
 }
 
@@ -131,7 +130,9 @@ public:
         : accumulator_(std::move(a)), extent_(extent.integral()), bitDepth_(bitDepth) {}
 
     ci::Image image() override { return accumulator_->image(); }
-    void setImage(const ci::Image& image) override { accumulator_->setImage(image); }
+    void setImage(const ci::Image& image) override {
+        detail::ignoringFailures([&] { accumulator_->setImage(image); });
+    }
     void setImage(const ci::Image& image, const cg::Rect& dirtyRect) override {
         accumulator_->setImage(image, dirtyRect);
     }

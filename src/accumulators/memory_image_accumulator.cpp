@@ -50,10 +50,7 @@ ci::Image MemoryImageAccumulator<P>::image() {
 
 template <Pixel P>
 void MemoryImageAccumulator<P>::setImage(const ci::Image& image) {
-    try {
-        setImage(image, extent_);
-    } catch (const ci::RenderError&) {
-    }
+    detail::ignoringFailures([&] { setImage(image, extent_); });
 }
 
 template <Pixel P>

@@ -1,9 +1,11 @@
 #pragma once
-// The pixel format of an accumulator by bit depth and kind, shared by the factories.
+// What the accumulators share: the pixel format by bit depth and kind, failure handling of the
+// whole-image setters, and pixel addressing.
 
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/core/fatal.hpp"
 
+#include <exception>
 #include <type_traits>
 
 namespace bic::detail {
@@ -24,6 +26,16 @@ decltype(auto) withAccumulatorFormat(int bitDepth, bool isMask, Body&& body) {
                       : body(std::type_identity<PixelRGBA32>());
     default:
         fatalError("Unsupported bit depth.");
+    }
+}
+
+/// Runs `render`, dropping any failure it reports (render, kernel, allocation or lock errors
+/// alike): the accumulators' whole-image setters ignore failures.
+template <class F>
+void ignoringFailures(F&& render) {
+    try {
+        render();
+    } catch (const std::exception&) {
     }
 }
 

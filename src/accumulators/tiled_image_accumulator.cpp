@@ -1,5 +1,7 @@
 #include "bic/accumulators/tiled_image_accumulator.hpp"
 
+#include "pixel_format_choice.hpp"
+
 #include <cmath>
 
 namespace bic {
@@ -13,23 +15,25 @@ TiledImageAccumulator<P>::TiledImageAccumulator(std::int64_t tileSize,
 
 template <Pixel P>
 ci::Image TiledImageAccumulator<P>::image() {
-    ci::Image result = ci::Image::empty();
-    for (auto& [index, tile] : tiles_)
-        result = tile->image().composited(result);
-    return result;
+    if (!image_) {
+        std::vector<ci::Image> pieces;
+        pieces.reserve(tiles_.size());
+        for (auto& [index, tile] : tiles_)
+            pieces.push_back(tile->image());
+        image_ = ci::Image::mosaic(pieces);
+    }
+    return *image_;
 }
 
 template <Pixel P>
 void TiledImageAccumulator<P>::setImage(const ci::Image& image) {
-    try {
-        setImage(image, extent().unionWith(this->image().extent()));
-    } catch (const ci::RenderError&) {
-    }
+    detail::ignoringFailures([&] { setImage(image, extent()); });
 }
 
 template <Pixel P>
 void TiledImageAccumulator<P>::setImage(const ci::Image& image, const cg::Rect& dirtyRect) {
     if (dirtyRect.isNull() || dirtyRect.isEmpty() || dirtyRect.isInfinite()) return;
+    image_.reset();
     const double s = double(tileSize_);
     const cg::Rect range = cg::Rect(dirtyRect.minX() / s, dirtyRect.minY() / s,
                                     dirtyRect.width() / s, dirtyRect.height() / s)

@@ -188,11 +188,7 @@ SearchLimitedDistanceKernel::roiTileArray(int, const ci::ProcessorArguments& arg
 void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inputs,
                                       const ci::ProcessorArguments& arguments,
                                       const ci::ProcessorOutput& output) const {
-    const auto it = arguments.find("cache");
-    const auto* object = it == arguments.end()
-                             ? nullptr
-                             : std::get_if<std::shared_ptr<ci::ArgumentObject>>(&it->second);
-    auto* cache = object ? dynamic_cast<ImageProcessingKernelCache<bool>*>(object->get()) : nullptr;
+    auto* cache = detail::argumentObject<ImageProcessingKernelCache<bool>>(arguments, "cache");
     require(!inputs.empty() && inputs[0].surface && cache);
     processInPlaceThenCopy(inputs, output, *cache, [](io::Surface& s) {
         chamferDistanceInPlace(reinterpret_cast<float*>(s.baseAddress()), s.width(), s.height(),
@@ -222,18 +218,19 @@ void EDT::process(const std::vector<ci::ProcessorInput>& inputs,
     const auto it = arguments.find("searchLimitRadius");
     const auto* radius = it == arguments.end() ? nullptr : std::get_if<double>(&it->second);
     require(!inputs.empty() && inputs[0].surface && radius);
-    const io::Surface& in = *inputs[0].surface;
+    io::Surface& in = *inputs[0].surface;
     const auto storage = uninitializedBuffer(std::size_t(in.width() * in.height()) * sizeof(float));
     auto* distances = reinterpret_cast<float*>(storage.get());
-    const_cast<io::Surface&>(in).lock(io::LockOptions::readOnly);
-    euclideanDistance(reinterpret_cast<const float*>(in.baseAddress()), in.width(), in.height(),
-                      in.bytesPerRow() / 4, distances, float(*radius));
-    const_cast<io::Surface&>(in).unlock(io::LockOptions::readOnly);
+    {
+        const io::SurfaceLock reading(in, io::LockOptions::readOnly);
+        euclideanDistance(reinterpret_cast<const float*>(in.baseAddress()), in.width(), in.height(),
+                          in.bytesPerRow() / 4, distances, float(*radius));
+    }
     // The output region lies inside the input region (grown by the radius); copy its part.
     io::Surface& out = *output.surface;
     const auto ox = std::int64_t(output.region.minX() - inputs[0].region.minX());
     const auto oy = std::int64_t(inputs[0].region.maxY() - output.region.maxY());
-    out.lock(io::LockOptions::readWrite);
+    const io::SurfaceLock writing(out, io::LockOptions::readWrite);
     for (std::int64_t y = 0; y < out.height(); ++y) {
         auto* dst = reinterpret_cast<float*>(out.baseAddress() + y * out.bytesPerRow());
         const std::int64_t sy = oy + y;
@@ -244,7 +241,6 @@ void EDT::process(const std::vector<ci::ProcessorInput>& inputs,
                          : float(*radius);
         }
     }
-    out.unlock(io::LockOptions::readWrite);
 }
 
 ci::Image edtMap(const ci::Image& image, const cg::Rect& extent, double searchLimitRadius) {

@@ -124,17 +124,18 @@ void DitherImageProcesorKernel::process(const std::vector<ci::ProcessorInput>& i
     if (inputs.empty() || !inputs[0].surface || method == arguments.end() ||
         !std::holds_alternative<bool>(method->second))
         throw ImageCoreError(ImageCoreError::parameterError);
-    const io::Surface& in = *inputs[0].surface;
+    io::Surface& in = *inputs[0].surface;
     const auto w = in.width(), h = in.height();
     {
         std::lock_guard lock(mutex_);
         if (result_.empty()) {
             result_.resize(std::size_t(w * h));
-            const_cast<io::Surface&>(in).lock(io::LockOptions::readOnly);
-            for (std::int64_t y = 0; y < h; ++y)
-                std::memcpy(result_.data() + y * w, in.baseAddress() + y * in.bytesPerRow(),
-                            std::size_t(w) * sizeof(float));
-            const_cast<io::Surface&>(in).unlock(io::LockOptions::readOnly);
+            {
+                const io::SurfaceLock reading(in, io::LockOptions::readOnly);
+                for (std::int64_t y = 0; y < h; ++y)
+                    std::memcpy(result_.data() + y * w, in.baseAddress() + y * in.bytesPerRow(),
+                                std::size_t(w) * sizeof(float));
+            }
             ditherInPlace(result_.data(), w, h, w,
                           std::get<bool>(method->second) ? DitheringMethod::atkinson
                                                          : DitheringMethod::floydSteinberg);
@@ -146,11 +147,10 @@ void DitherImageProcesorKernel::process(const std::vector<ci::ProcessorInput>& i
     const auto oy = std::int64_t(inputs[0].region.maxY() - output.region.maxY());
     if (ox < 0 || oy < 0 || ox + out.width() > w || oy + out.height() > h)
         throw ImageCoreError(ImageCoreError::parameterError);
-    out.lock(io::LockOptions::readWrite);
+    const io::SurfaceLock writing(out, io::LockOptions::readWrite);
     for (std::int64_t y = 0; y < out.height(); ++y)
         std::memcpy(out.baseAddress() + y * out.bytesPerRow(), result_.data() + (oy + y) * w + ox,
                     std::size_t(out.width()) * sizeof(float));
-    out.unlock(io::LockOptions::readWrite);
 }
 
 ci::Image dithered(const ci::Image& image, DitheringMethod method) {

@@ -225,14 +225,9 @@ void FloodFillProcessorKernel::process(const std::vector<ci::ProcessorInput>& in
                                        const ci::ProcessorArguments& arguments,
                                        const ci::ProcessorOutput& output) const {
     const auto location = arguments.find("location");
-    const auto cacheValue = arguments.find("cache");
     const auto* point =
         location == arguments.end() ? nullptr : std::get_if<std::vector<double>>(&location->second);
-    const auto* object =
-        cacheValue == arguments.end()
-            ? nullptr
-            : std::get_if<std::shared_ptr<ci::ArgumentObject>>(&cacheValue->second);
-    auto* cache = object ? dynamic_cast<ImageProcessingKernelCache<bool>*>(object->get()) : nullptr;
+    auto* cache = detail::argumentObject<ImageProcessingKernelCache<bool>>(arguments, "cache");
     if (inputs.empty() || !inputs[0].surface || !point || point->size() != 2 || !cache)
         throw ImageCoreError(ImageCoreError::parameterError);
     const auto seedX = std::int64_t((*point)[0]), seedRow = std::int64_t((*point)[1]);

@@ -3,6 +3,7 @@
 #include "bic/geometry/image_core_error.hpp"
 
 #include <cstring>
+#include <mutex>
 
 namespace bic {
 
@@ -13,18 +14,25 @@ void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
     if (inputs.empty() || !inputs[0].surface) throw ImageCoreError(ImageCoreError::parameterError);
     const ci::ProcessorInput& input = inputs[0];
     io::Surface& surface = *input.surface;
-    const ImageProcessingKernelCacheKey key{input.digest, surface.id(), surface.seed()};
-    if (cache.value(key) != true) {
-        surface.lock(io::LockOptions::readWrite);
-        try {
-            compute(surface);
-        } catch (...) {
-            surface.unlock(io::LockOptions::readWrite);
-            throw;
-        }
+    {
+        // Tiles of one application arrive together: the look-up, the work and the record of
+        // its result happen as one step, so the first computes and the others find its result.
+        std::lock_guard serial(cache.workMutex());
         std::uint32_t seed = 0;
-        surface.unlock(io::LockOptions::readWrite, &seed);
-        cache.setValue({input.digest, surface.id(), seed}, true);
+        if (!surface.lock(io::LockOptions::readWrite, &seed))
+            throw ImageCoreError(ImageCoreError::internalInconsistency);
+        if (cache.value({input.digest, surface.id(), seed}) == true) {
+            surface.unlock(io::LockOptions::readWrite);
+        } else {
+            try {
+                compute(surface);
+            } catch (...) {
+                surface.unlock(io::LockOptions::readWrite);
+                throw;
+            }
+            surface.unlock(io::LockOptions::readWrite, &seed);
+            cache.setValue({input.digest, surface.id(), seed}, true);
+        }
     }
     // The input drawn into the output at its own place: rows of the overlap, top first.
     io::Surface& out = *output.surface;
@@ -34,8 +42,8 @@ void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
     const auto dx = std::int64_t(input.region.minX() - output.region.minX());
     const auto dyTop =
         std::int64_t(output.region.maxY() - input.region.maxY()); // input row 0 in output rows
-    surface.lock(io::LockOptions::readOnly);
-    out.lock(io::LockOptions::readWrite);
+    const io::SurfaceLock reading(surface, io::LockOptions::readOnly);
+    const io::SurfaceLock writing(out, io::LockOptions::readWrite);
     for (std::int64_t y = 0; y < out.height(); ++y) {
         const std::int64_t sy = y - dyTop;
         if (sy < 0 || sy >= surface.height()) continue;
@@ -46,8 +54,6 @@ void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
                     surface.baseAddress() + sy * surface.bytesPerRow() + (x0 - dx) * element,
                     std::size_t((x1 - x0) * element));
     }
-    out.unlock(io::LockOptions::readWrite);
-    surface.unlock(io::LockOptions::readOnly);
 }
 
 } // namespace bic

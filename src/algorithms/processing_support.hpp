@@ -34,6 +34,16 @@ inline cg::Rect rectFromArguments(const ci::ProcessorArguments& arguments, const
     return {(*v)[0], (*v)[1], (*v)[2], (*v)[3]};
 }
 
+/// The object argument `key` when it is a T; nothing otherwise.
+template <class T>
+T* argumentObject(const ci::ProcessorArguments& arguments, const char* key) {
+    const auto it = arguments.find(key);
+    const auto* object = it == arguments.end()
+                             ? nullptr
+                             : std::get_if<std::shared_ptr<ci::ArgumentObject>>(&it->second);
+    return object ? dynamic_cast<T*>(object->get()) : nullptr;
+}
+
 /// Red copied into green and blue, alpha kept; throws unknownError when the filter gives none.
 inline ci::Image greyFromRed(const ci::Image& image) {
     using V = std::vector<double>;

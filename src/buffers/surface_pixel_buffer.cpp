@@ -57,7 +57,7 @@ SurfacePixelBuffer<P>::SurfacePixelBuffer(const cg::Image& image,
     const cg::ColorSpace space = target && target->model() == P::model    ? *target
                                  : image.colorSpace().model() == P::model ? image.colorSpace()
                                                                           : P::deviceColorSpace();
-    Lock lock(*surface_, io::LockOptions::readWrite);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readWrite);
     auto context = cg::Context::bitmap(surface_->baseAddress(), size_.width, size_.height,
                                        P::bitDepth, surface_->bytesPerRow(), space, P::bitmapInfo);
     if (!context) throw ImageCoreError(ImageCoreError::unknownError);
@@ -91,7 +91,7 @@ SurfacePixelBuffer<P>::SurfacePixelBuffer(IntegralSize size, std::vector<AnyChan
         throw ImageCoreError(ImageCoreError::parameterError);
     const auto planes = detail::decodedPlanes<P>(size, std::move(channels));
     allocate();
-    Lock lock(*surface_, io::LockOptions::readWrite);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readWrite);
     detail::interleave(rows(), planes, expand16BitColorRange);
 }
 
@@ -108,19 +108,29 @@ detail::PixelRows<const P> SurfacePixelBuffer<P>::constRows() const {
 template <Pixel P>
 std::optional<P> SurfacePixelBuffer<P>::operator()(std::int64_t x, std::int64_t y) const {
     if (x < 0 || y < 0 || x >= size_.width || y >= size_.height) return std::nullopt;
-    Lock lock(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
     return pixels()[(size_.height - 1 - y) * pixelsPerRow_ + x];
 }
 
 template <Pixel P>
 ci::Image SurfacePixelBuffer<P>::image() const {
-    std::lock_guard guard(caches_->mutex);
-    if (!caches_->image) {
-        auto image = ci::Image::fromSurface(surface_);
-        if (!image) throw ImageCoreError(ImageCoreError::unknownError);
-        caches_->image = *image;
+    {
+        std::lock_guard guard(caches_->mutex);
+        if (caches_->image) return *caches_->image;
     }
+    // Made outside the cache's lock: taking the snapshot waits for a writer, which may itself
+    // be asking the caches for something.
+    auto image = ci::Image::fromSurface(surface_);
+    if (!image) throw ImageCoreError(ImageCoreError::unknownError);
+    std::lock_guard guard(caches_->mutex);
+    if (!caches_->image) caches_->image = *image;
     return *caches_->image;
+}
+
+template <Pixel P>
+void SurfacePixelBuffer<P>::forgetImage() const {
+    std::lock_guard guard(caches_->mutex);
+    caches_->image.reset();
 }
 
 template <Pixel P>
@@ -129,7 +139,7 @@ cg::Image SurfacePixelBuffer<P>::cgImage(const cg::ColorSpace& space,
     if (space.model() != P::model) throw ImageCoreError(ImageCoreError::parameterError);
     std::shared_ptr<std::vector<std::uint8_t>> bytes;
     {
-        Lock lock(*surface_, io::LockOptions::readOnly);
+        const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
         const std::uint8_t* base = surface_->baseAddress();
         bytes = std::make_shared<std::vector<std::uint8_t>>(base, base + surface_->bytesPerRow() *
                                                                              size_.height);
@@ -143,17 +153,23 @@ cg::Image SurfacePixelBuffer<P>::cgImage(const cg::ColorSpace& space,
 
 template <Pixel P>
 cg::Rect SurfacePixelBuffer<P>::visibleExtent() const {
-    std::lock_guard guard(caches_->mutex);
-    if (!caches_->visibleExtent) {
-        Lock lock(*surface_, io::LockOptions::readOnly);
-        caches_->visibleExtent = detail::visibleExtent(constRows());
+    {
+        std::lock_guard guard(caches_->mutex);
+        if (caches_->visibleExtent) return *caches_->visibleExtent;
     }
+    cg::Rect extent;
+    {
+        const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
+        extent = detail::visibleExtent(constRows());
+    }
+    std::lock_guard guard(caches_->mutex);
+    if (!caches_->visibleExtent) caches_->visibleExtent = extent;
     return *caches_->visibleExtent;
 }
 
 template <Pixel P>
 cg::Rect SurfacePixelBuffer<P>::trimmedExtent(const P& background) const {
-    Lock lock(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
     return detail::trimmedExtent(constRows(), background);
 }
 
@@ -166,8 +182,8 @@ SurfacePixelBuffer<P> SurfacePixelBuffer<P>::converted(const cg::ColorSpace& fro
     const auto transform = cg::ColorTransform::make(from, to, intent);
     if (!transform) throw ImageCoreError(ImageCoreError::colorConversionError);
     SurfacePixelBuffer out(size_, title_);
-    Lock in(*surface_, io::LockOptions::readOnly);
-    Lock written(*out.surface_, io::LockOptions::readWrite);
+    const io::SurfaceLock in(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock written(*out.surface_, io::LockOptions::readWrite);
     detail::matchColors(constRows(), out.rows(), *transform);
     return out;
 }
@@ -185,20 +201,20 @@ std::vector<AnyChannelData>
 SurfacePixelBuffer<P>::compressedChannels(bool reduced16BitColorRange,
                                           ChannelDataCompressionType compression,
                                           PredictionType prediction, bool discard) const {
-    Lock lock(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
     return detail::compressedPlanes(constRows(), reduced16BitColorRange, compression, prediction,
                                     discard);
 }
 
 template <Pixel P>
 bool SurfacePixelBuffer<P>::isWhiteImage() const requires RGBAPixel<P> {
-    Lock lock(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
     return detail::everyPixelIs(constRows(), P::whiteColor());
 }
 
 template <Pixel P>
 bool SurfacePixelBuffer<P>::isBlackImage() const requires RGBAPixel<P> {
-    Lock lock(*surface_, io::LockOptions::readOnly);
+    const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
     return detail::everyPixelIs(constRows(), P::blackColor());
 }
 

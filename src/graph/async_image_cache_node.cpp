@@ -2,6 +2,7 @@
 
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/type_name.hpp"
+#include "bic/resources/bundle.hpp"
 
 #include <cstdio>
 #include <random>
@@ -64,7 +65,8 @@ Image AsyncImageCacheNode::neutralImage(Image::Intent intent) {
 }
 
 AsyncImageCacheNode::AsyncImageCacheNode(const cg::Rect& extent, int bitDepth, Image::Intent intent)
-    : queue_(std::make_unique<dispatch::SerialQueue>("BrellinImageCore.AsyncImageCacheNode")),
+    : queue_(std::make_unique<dispatch::SerialQueue>(std::string(resources::bundleIdentifier) +
+                                                     ".AsyncImageCacheNode")),
       timer_(std::make_unique<dispatch::Timer>(*queue_)), bitDepth_(bitDepth), extent_(extent),
       intent_(intent), outputImage_(neutralImage(intent)) {}
 

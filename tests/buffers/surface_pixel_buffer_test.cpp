@@ -1,8 +1,10 @@
 #include "bic/buffers/pixel_buffer_record.hpp"
+#include "bic/platform/ci/context.hpp"
 #include "support/buffers.hpp"
 #include "support/expect_error.hpp"
 
 #include <gtest/gtest.h>
+#include <thread>
 
 using namespace bic;
 using bic::test_support::expectCode;
@@ -139,4 +141,52 @@ TEST(SurfacePixelBuffer, OperationsAgreeWithTheOwnedBuffer) {
     encode(PixelBufferType(surface), encoder);
     EXPECT_TRUE(
         equal(coding::decode<PixelBufferDecoder>(record).pixelBuffer, PixelBufferType(owned)));
+}
+
+TEST(SurfacePixelBuffer, ReadsNestInsideAccessAndNeverDeadlock) {
+    SurfacePixelBuffer<PixelARGB8> buffer(IntegralSize(40, 30));
+    // Reads of the same buffer while its write lock is held, on the main thread and on a
+    // worker.
+    auto writeAndRead = [&] {
+        buffer.withUnsafeBuffer([&](std::span<PixelARGB8> p) {
+            p[5 * buffer.pixelsPerRow() + 7] = PixelARGB8(255, 1, 2, 3);
+            EXPECT_EQ(*buffer(7, 24), PixelARGB8(255, 1, 2, 3));
+            EXPECT_EQ(buffer.trimmedExtent(PixelARGB8()), cg::Rect(7, 24, 1, 1));
+        });
+    };
+    writeAndRead();
+    std::thread worker(writeAndRead);
+    worker.join();
+    const SurfacePixelBuffer<PixelARGB8>& constant = buffer;
+    constant.withUnsafeBuffer([&](std::span<const PixelARGB8>) {
+        EXPECT_EQ(constant.visibleExtent(), cg::Rect(7, 24, 1, 1));
+        std::thread worker([&] { EXPECT_EQ(*constant(7, 24), PixelARGB8(255, 1, 2, 3)); });
+        worker.join(); // readers share
+    });
+
+    // One thread writes and takes the image while another asks for the visible extent: the
+    // buffer's caches and the surface's lock are always taken in one order.
+    for (int round = 0; round < 200; ++round) {
+        SurfacePixelBuffer<PixelGray8> mask(IntegralSize(16, 16));
+        std::thread writer([&] {
+            mask.withUnsafeBuffer([&](std::span<PixelGray8> p) {
+                p[0] = PixelGray8(255);
+                (void)mask.image();
+            });
+        });
+        std::thread reader([&] { (void)mask.visibleExtent(); });
+        writer.join();
+        reader.join();
+    }
+    // The image is a snapshot: a write through the buffer shows in the next image, not in one
+    // handed out before it.
+    const ci::Image before = buffer.image();
+    buffer.withUnsafeBuffer([](std::span<PixelARGB8> p) { p[0] = PixelARGB8(255, 9, 9, 9); });
+    EXPECT_NE(buffer.image(), before);
+    PixelARGB8 seen[2];
+    ci::Context::shared()->render(before, &seen[0], 4, cg::Rect(0, 29, 1, 1), ci::Format::ARGB8);
+    ci::Context::shared()->render(buffer.image(), &seen[1], 4, cg::Rect(0, 29, 1, 1),
+                                  ci::Format::ARGB8);
+    EXPECT_EQ(seen[0], PixelARGB8());
+    EXPECT_EQ(seen[1], PixelARGB8(255, 9, 9, 9));
 }

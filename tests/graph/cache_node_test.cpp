@@ -1,7 +1,10 @@
 #include "bic/accumulators/color_sampler.hpp"
 #include "bic/graph/async_image_cache_node.hpp"
+#include "bic/platform/ci/context.hpp"
+#include "bic/platform/ci/kernel.hpp"
 #include "graph/graph_support.hpp"
 
+#include <future>
 #include <gtest/gtest.h>
 
 using namespace bic;
@@ -199,4 +202,62 @@ TEST(AsyncImageCacheNodeDeathTest, StrangersStop) {
     StaticImageProvider stranger(Image::empty());
     EXPECT_DEATH(node->invalidateInputImage(stranger, cg::Rect(0, 0, 1, 1)),
                  "AsyncImageCacheNode is not listening to sender StaticImageProvider\\.");
+}
+
+namespace {
+
+// A colour kernel that holds every row until the gate opens: a render that is under way for as
+// long as a test needs.
+std::atomic<bool> gateOpen{false};
+std::atomic<int> rowsWaiting{0};
+
+void heldBlueRow(const ci::KernelRow& row) {
+    ++rowsWaiting;
+    while (!gateOpen)
+        std::this_thread::sleep_for(1ms);
+    for (std::int64_t i = 0; i < row.count; ++i) {
+        float* p = row.out + 4 * i;
+        p[0] = 0, p[1] = 0, p[2] = 1, p[3] = 1;
+    }
+}
+
+} // namespace
+
+TEST(AsyncImageCacheNode, TheOutputCanBeDrawnWhileTheNodeRenders) {
+    Graph g(cg::Rect(0, 0, 256, 256));
+    g.settle(); // red in (0, 0, 64, 64), published
+    EXPECT_EQ(g.node->queueLabel(), "org.brellin.BrellinImageCore.AsyncImageCacheNode");
+
+    gateOpen = false;
+    rowsWaiting = 0;
+    const ci::ColorKernel held("heldBlue", heldBlueRow);
+    g.input->setImage(Image(*held.apply(cg::Rect(0, 0, 256, 256), {})));
+    ASSERT_TRUE(dispatch::MainQueue::shared().runUntil([] { return rowsWaiting > 0; }, 5s));
+
+    // The render is under way and cannot finish: drawing the published picture must not wait
+    // for it, and shows it whole.
+    const ci::Image published = g.node->outputImage(RenderContext()).ciImage;
+    auto read = std::async(std::launch::async, [&] {
+        std::vector<float> pixels(256 * 256 * 4);
+        ci::Context::shared()->render(published, pixels.data(), 256 * 16, cg::Rect(0, 0, 256, 256),
+                                      ci::Format::RGBAf);
+        return pixels;
+    });
+    const bool answered = read.wait_for(10s) == std::future_status::ready;
+    gateOpen = true;
+    ASSERT_TRUE(answered) << "reading the published image waited for the render";
+    const std::vector<float> pixels = read.get();
+    auto at = [&](int x, int y) {
+        const float* p = pixels.data() + ((255 - y) * 256 + x) * 4;
+        return PixelRGBA32(p[0], p[1], p[2], p[3]);
+    };
+    EXPECT_EQ(at(10, 10), PixelRGBA32(1, 0, 0, 1));
+    EXPECT_EQ(at(63, 63), PixelRGBA32(1, 0, 0, 1));
+    EXPECT_EQ(at(64, 10), PixelRGBA32(0, 0, 0, 0));
+    EXPECT_EQ(at(200, 200), PixelRGBA32(0, 0, 0, 0));
+
+    ASSERT_TRUE(g.waitForBroadcasts(1));
+    EXPECT_EQ(g.pixel({200, 200}), PixelRGBA32(0, 0, 1, 1));
+    // What was read during the render is still the picture it was.
+    EXPECT_EQ(*ColorSampler().sample(published, {10, 10}), PixelRGBA32(1, 0, 0, 1));
 }

@@ -1,6 +1,8 @@
 #include "bic/platform/io/surface.hpp"
 
+#include <array>
 #include <atomic>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
@@ -105,4 +107,108 @@ TEST(Surface, ReadersShareAndWritersExclude) {
     writer.join();
     EXPECT_FALSE(overlap.load());
     EXPECT_EQ(s->seed(), 201u);
+}
+
+TEST(Surface, LocksNestOnOneThread) {
+    const auto s = Surface::make(props(8, 8, surface_format::gray8));
+    // A read inside a read, a read inside a write and a write inside a write, on the calling
+    // thread and on a worker: each is counted and released in turn.
+    auto nested = [&] {
+        EXPECT_TRUE(s->lock(LockOptions::readOnly));
+        EXPECT_TRUE(s->lock(LockOptions::readOnly));
+        EXPECT_TRUE(s->unlock(LockOptions::readOnly));
+        EXPECT_TRUE(s->unlock(LockOptions::readOnly));
+        EXPECT_TRUE(s->lock(LockOptions::readWrite));
+        EXPECT_TRUE(s->lock(LockOptions::readOnly));
+        EXPECT_TRUE(s->lock(LockOptions::readWrite));
+        s->baseAddress()[0] = 1;
+        EXPECT_TRUE(s->unlock(LockOptions::readWrite));
+        EXPECT_TRUE(s->unlock(LockOptions::readOnly));
+        EXPECT_TRUE(s->unlock(LockOptions::readWrite));
+        EXPECT_FALSE(s->unlock(LockOptions::readWrite));
+    };
+    const std::uint32_t before = s->seed();
+    nested();
+    EXPECT_EQ(s->seed(), before + 1) << "the seed moves when the outermost write ends";
+    std::thread worker(nested);
+    worker.join();
+
+    // A thread that reads may go on to write once the other readers are gone.
+    ASSERT_TRUE(s->lock(LockOptions::readOnly));
+    std::thread other([&] {
+        EXPECT_TRUE(s->lock(LockOptions::readOnly));
+        EXPECT_TRUE(s->unlock(LockOptions::readOnly));
+    });
+    other.join();
+    ASSERT_TRUE(s->lock(LockOptions::readWrite));
+    s->baseAddress()[1] = 2;
+    EXPECT_TRUE(s->unlock(LockOptions::readWrite));
+    EXPECT_TRUE(s->unlock(LockOptions::readOnly));
+}
+
+TEST(Surface, TwoReadersWaitingToWriteAreRefusedNotDeadlocked) {
+    const auto s = Surface::make(props(4, 4, surface_format::gray8));
+    std::atomic<int> reading{0};
+    std::atomic<int> refused{0};
+    auto upgrade = [&] {
+        s->lock(LockOptions::readOnly);
+        ++reading;
+        while (reading < 2)
+            std::this_thread::yield();
+        if (s->lock(LockOptions::readWrite)) {
+            s->unlock(LockOptions::readWrite);
+        } else {
+            ++refused;
+        }
+        s->unlock(LockOptions::readOnly);
+    };
+    std::thread a(upgrade), b(upgrade);
+    a.join();
+    b.join();
+    EXPECT_EQ(refused.load(), 1);
+}
+
+TEST(Surface, SnapshotsKeepWhatTheyFroze) {
+    const auto s = Surface::make(props(5000, 70, surface_format::argb8));
+    auto fill = [&](std::uint8_t v, const SurfaceArea& area) {
+        s->lockForWriting(area);
+        for (std::int64_t y = area.y; y < area.y + area.height; ++y)
+            std::memset(s->baseAddress() + y * s->bytesPerRow() + area.x * 4, v,
+                        std::size_t(area.width * 4));
+        s->unlock(LockOptions::readWrite);
+    };
+    fill(1, {0, 0, 5000, 70});
+    const auto first = s->snapshot();
+    EXPECT_EQ(first->seed(), s->seed());
+    fill(2, {600, 10, 1000, 40}); // spans several blocks of rows and columns
+    const auto second = s->snapshot();
+    fill(3, {0, 0, 5000, 70}); // everything, through a lock that names no area below
+    s->lock(LockOptions::readWrite);
+    s->baseAddress()[0] = 4;
+    s->unlock(LockOptions::readWrite);
+
+    auto read = [](const SurfaceSnapshot& snapshot, std::int64_t row, std::int64_t x,
+                   std::int64_t count) {
+        std::vector<std::uint8_t> scratch(std::size_t(count * 4)), out;
+        const SurfaceSnapshot::RowAccess access(snapshot, row, x, count, scratch.data());
+        out.assign(access.bytes(), access.bytes() + count * 4);
+        return out;
+    };
+    // Rows that cross blocks kept and blocks never written.
+    for (const auto& [row, x, count] : std::vector<std::array<std::int64_t, 3>>{
+             {0, 0, 5000}, {15, 590, 20}, {33, 400, 1400}, {69, 4990, 10}}) {
+        EXPECT_EQ(read(*first, row, x, count),
+                  std::vector<std::uint8_t>(std::size_t(count * 4), 1));
+        const auto later = read(*second, row, x, count);
+        for (std::int64_t i = 0; i < count; ++i) {
+            const bool changed = row >= 10 && row < 50 && x + i >= 600 && x + i < 1600;
+            ASSERT_EQ(later[std::size_t(i * 4)], changed ? 2 : 1) << row << " " << x + i;
+        }
+    }
+    // A snapshot taken by the thread that is writing freezes at once.
+    s->lock(LockOptions::readWrite);
+    const auto mine = s->snapshot();
+    s->baseAddress()[0] = 9;
+    s->unlock(LockOptions::readWrite);
+    EXPECT_EQ(read(*mine, 0, 0, 1)[0], 4);
 }

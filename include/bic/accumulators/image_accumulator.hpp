@@ -21,9 +21,11 @@ class ImageAccumulator {
 public:
     virtual ~ImageAccumulator() = default;
 
-    /// The accumulated pixels as an image placed on `extent`.
+    /// The accumulated pixels as an image placed on `extent`: a snapshot, which later renders
+    /// into the accumulator do not change, so an accumulator can be painted from its own image
+    /// and drawn from while it is rendered into.
     virtual ci::Image image() = 0;
-    /// Replaces the whole content; render failures are ignored.
+    /// Replaces the whole content; failures of any kind are ignored.
     virtual void setImage(const ci::Image& image) = 0;
     /// Renders `image` into `dirtyRect` only. Throws the renderer's errors.
     virtual void setImage(const ci::Image& image, const cg::Rect& dirtyRect) = 0;
@@ -59,19 +61,21 @@ public:
     /// Runs `body(surface)` with the surface locked with `options`.
     template <class F>
     decltype(auto) withLockedSurface(io::LockOptions options, F&& body) {
-        Lock lock(*surface_, options);
+        if (options == io::LockOptions::readWrite) image_.reset();
+        const io::SurfaceLock lock(*surface_, options);
         return body(*surface_);
     }
     /// Runs `body(pixels, width, height, pixelsPerRow)` under a read-only lock, or a read-write
     /// one for the mutable form.
     template <class F>
     decltype(auto) withUnsafeBuffer(F&& body) const {
-        Lock lock(*surface_, io::LockOptions::readOnly);
+        const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
         return body(static_cast<const P*>(base()), width_, height_, pixelsPerRow());
     }
     template <class F>
     decltype(auto) withUnsafeMutableBuffer(F&& body) {
-        Lock lock(*surface_, io::LockOptions::readWrite);
+        image_.reset();
+        const io::SurfaceLock lock(*surface_, io::LockOptions::readWrite);
         return body(static_cast<P*>(base()), width_, height_, pixelsPerRow());
     }
     /// The pixel at (x, y), y growing upwards. Outside the extent the process stops.
@@ -80,12 +84,6 @@ public:
 
 private:
     SurfaceImageAccumulator() = default;
-    struct Lock {
-        Lock(io::Surface& s, io::LockOptions o) : surface(s), options(o) { s.lock(o); }
-        ~Lock() { surface.unlock(options); }
-        io::Surface& surface;
-        io::LockOptions options;
-    };
     void* base() const { return surface_->baseAddress(); }
     std::int64_t pixelsPerRow() const { return surface_->bytesPerRow() / std::int64_t(sizeof(P)); }
     std::int64_t elementIndex(std::int64_t x, std::int64_t y, const char* verb) const;

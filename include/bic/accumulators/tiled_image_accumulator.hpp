@@ -25,7 +25,8 @@ public:
     explicit TiledImageAccumulator(std::int64_t tileSize = 128,
                                    std::optional<std::string> title = {});
 
-    /// The existing tiles laid over each other (they never overlap).
+    /// The existing tiles laid over each other (they never overlap); a render reads only the
+    /// tiles its rectangle touches.
     ci::Image image() override;
     /// Renders into the existing tiles only.
     void setImage(const ci::Image& image) override;
@@ -44,6 +45,7 @@ public:
 
 private:
     std::int64_t tileSize_;
+    std::optional<ci::Image> image_;
     std::unordered_map<TileIndex, std::shared_ptr<SurfaceImageAccumulator<P>>, TileIndexHash>
         tiles_;
 };

@@ -46,16 +46,31 @@ public:
         std::lock_guard lock(mutex_);
         values_.insert_or_assign(key, std::move(value));
     }
+    /// The value under `key`, made by `make()` when there is none. Other callers wait while it
+    /// is made, rather than make it again.
+    template <class Make>
+    Value valueOrMake(const ImageProcessingKernelCacheKey& key, Make&& make) {
+        std::lock_guard lock(mutex_);
+        const auto it = values_.find(key);
+        if (it != values_.end()) return it->second;
+        return values_.emplace(key, make()).first->second;
+    }
+
+    /// Held by the in-place step while it looks up, works and records, so one application
+    /// works once.
+    std::mutex& workMutex() { return work_; }
 
 private:
     mutable std::mutex mutex_;
+    std::mutex work_;
     std::unordered_map<ImageProcessingKernelCacheKey, Value, ImageProcessingKernelCacheKeyHash>
         values_;
 };
 
-/// The shared step of the in-place kernels: unless `cache` says the first input's surface
-/// already holds the kernel's result, lock it for writing, run `compute(surface)`, and record
-/// its new state; then copy the input into the output (the output region's part of it).
+/// The shared step of the in-place kernels: lock the first input's surface for writing and,
+/// unless `cache` says it already holds the kernel's result, run `compute(surface)` and record
+/// its new state; then copy the input into the output (the output region's part of it). The
+/// check is made under the lock, so tiles that arrive together compute once.
 void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
                             const ci::ProcessorOutput& output,
                             ImageProcessingKernelCache<bool>& cache,

@@ -3,8 +3,10 @@
 // from it without copies. Same formats, bottom-left coordinates and operations as PixelBuffer.
 //
 // Every access to the pixels is bracketed by a surface lock (read-only for reading); a renderer
-// may change the pixels between two accesses. Copies share the surface and the caches, and two
-// buffers are equal exactly when they share one surface: their pixels are not compared, since
+// may change the pixels between two accesses. Accesses nest: a read inside withUnsafeBuffer is
+// fine. The buffer's own caches are never locked while the surface is being locked, so the two
+// locks are always taken in one order (surface first). Copies share the surface and the caches, and
+// two buffers are equal exactly when they share one surface: their pixels are not compared, since
 // they may change under either.
 
 #include "bic/buffers/channel_data.hpp"
@@ -87,16 +89,23 @@ public:
     /// lock, or a read-only one for the const form.
     template <class F>
     decltype(auto) withUnsafeBuffer(F&& body) {
-        Lock lock(*surface_, io::LockOptions::readWrite);
+        // An image taken inside the body would be cached before its writes were done.
+        struct Forget {
+            const SurfacePixelBuffer& buffer;
+            ~Forget() { buffer.forgetImage(); }
+        } forget{*this};
+        forgetImage();
+        const io::SurfaceLock lock(*surface_, io::LockOptions::readWrite);
         return body(std::span<P>(pixels(), std::size_t(pixelsPerRow_ * size_.height)));
     }
     template <class F>
     decltype(auto) withUnsafeBuffer(F&& body) const {
-        Lock lock(*surface_, io::LockOptions::readOnly);
+        const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
         return body(std::span<const P>(pixels(), std::size_t(pixelsPerRow_ * size_.height)));
     }
 
-    /// An image that reads the surface whenever it is rendered; made once.
+    /// The pixels as an image: a snapshot, made once and again after each write through
+    /// withUnsafeBuffer. Images handed out earlier keep the pixels they were made with.
     ci::Image image() const;
     cg::Image cgImage() const {
         return cgImage(P::deviceColorSpace(), cg::RenderingIntent::defaultIntent);
@@ -125,14 +134,8 @@ public:
     }
 
 private:
-    // Brackets one access. Accesses never nest: a read-write lock is exclusive.
-    struct Lock {
-        Lock(io::Surface& s, io::LockOptions o) : surface(s), options(o) { s.lock(o); }
-        ~Lock() { surface.unlock(options); }
-        io::Surface& surface;
-        io::LockOptions options;
-    };
     struct Caches;
+    void forgetImage() const;
     void allocate();
     P* pixels() const { return reinterpret_cast<P*>(surface_->baseAddress()); }
     detail::PixelRows<P> rows() const;

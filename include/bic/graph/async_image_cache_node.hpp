@@ -20,6 +20,10 @@
 //    needs no locking of its own.
 // The published image, the extent, the input and the dirty rectangles sit behind one mutex,
 // held only to copy or swap them, never while rendering; the flags are atomics.
+//
+// Drawing while it renders. The published image is the accumulator's snapshot: a render first
+// copies the blocks it is about to overwrite aside for it, so a host that draws the output while
+// the next render runs sees the last published picture whole and never waits for the render.
 
 #include "bic/accumulators/image_accumulator.hpp"
 #include "bic/graph/image_provider.hpp"
@@ -65,6 +69,9 @@ public:
     /// disables caching; a neutral image without an input.
     Image outputImage(const RenderContext& context) override;
     void invalidateInputImage(ImageProvider& sender, const cg::Rect& rect) override;
+
+    /// The label of the node's queue (for diagnostics): the bundle identifier and the class.
+    const std::string& queueLabel() const { return queue_->label(); }
 
     /// The transparent empty image, or a white mask for the mask intent.
     static Image neutralImage(Image::Intent intent);

@@ -8,8 +8,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
+#include <vector>
 
 namespace bic::ci {
 
@@ -27,9 +29,10 @@ Format formatOf(const io::Surface& s) {
 struct DirectSource {
     const BitmapNode* bitmap = nullptr;
     std::int64_t dx = 0, dy = 0;
+    IRect area; ///< the part of the rendered rectangle it covers
 };
 
-DirectSource directSource(const Node* node) {
+std::optional<DirectSource> directSource(const Node* node, const IRect& r, Format format) {
     DirectSource d;
     for (;;) {
         if (const auto* t = dynamic_cast<const TranslateNode*>(node)) {
@@ -40,22 +43,30 @@ DirectSource directSource(const Node* node) {
             node = s->input.get();
         } else {
             d.bitmap = dynamic_cast<const BitmapNode*>(node);
+            if (!d.bitmap || d.bitmap->format != format) return std::nullopt;
+            d.area = r.intersection(d.bitmap->bounds.offset(d.dx, d.dy));
             return d;
         }
     }
 }
 
-// Holds a surface's lock for the length of a render, also when the render throws.
-struct SurfaceLock {
-    io::Surface* surface;
-    io::LockOptions options;
-    SurfaceLock(io::Surface* s, io::LockOptions o) : surface(s), options(o) {
-        if (surface) surface->lock(options);
+// The bitmaps that make up the rendered rectangle when every part of it is a direct source or
+// transparent: a bitmap, or a mosaic of bitmaps (a tiled canvas).
+std::optional<std::vector<DirectSource>> directSources(const Node& root, const IRect& r,
+                                                       Format format) {
+    if (const auto* mosaic = dynamic_cast<const MosaicNode*>(&root)) {
+        std::vector<DirectSource> sources;
+        for (const std::uint32_t i : mosaic->piecesIn(r)) {
+            const auto source = directSource(mosaic->pieces[i].get(), r, format);
+            if (!source) return std::nullopt;
+            sources.push_back(*source);
+        }
+        return sources;
     }
-    ~SurfaceLock() {
-        if (surface) surface->unlock(options);
-    }
-};
+    const auto source = directSource(&root, r, format);
+    if (!source) return std::nullopt;
+    return std::vector<DirectSource>{*source};
+}
 
 // What a thread's scratch may keep between renders (32 MB); more is given back after the tile
 // that needed it.
@@ -114,23 +125,40 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
     if (px < 0 || py < 0 || px + r.w > d.width_ || py + r.h > d.height_)
         throw RenderError("The destination is too small for the rendered rectangle.");
 
-    const SurfaceLock lock(d.surface_.get(), io::LockOptions::readWrite);
-    const DirectSource direct = directSource(image.node().get());
-    if (direct.bitmap && direct.bitmap->format == d.format_ &&
-        r.intersection(direct.bitmap->bounds.offset(direct.dx, direct.dy)) == r) {
-        const BitmapNode& b = *direct.bitmap;
-        const SurfaceLock sourceLock(b.surface.get(), io::LockOptions::readOnly);
+    // Only the rendered area is written, so snapshots of the destination (the image being
+    // rendered may be one) keep just that area aside.
+    std::optional<io::SurfaceLock> lock;
+    if (d.surface_) lock.emplace(*d.surface_, io::SurfaceArea{px, d.height_ - py - r.h, r.w, r.h});
+    if (const auto direct = directSources(*image.node(), r, d.format_)) {
         const int bpp = bytesPerPixel(d.format_);
+        std::int64_t covered = 0;
+        for (const DirectSource& source : *direct)
+            covered += source.area.w * source.area.h;
         constexpr std::int64_t rowsPerTask = 32;
         forEach((r.h + rowsPerTask - 1) / rowsPerTask, options_.threads, [&](std::int64_t task) {
-            for (std::int64_t i = task * rowsPerTask; i < std::min(r.h, (task + 1) * rowsPerTask);
-                 ++i) {
-                const std::int64_t y = r.maxY() - 1 - i; // image row, top first
-                const std::uint8_t* src = b.bytes + (b.height - 1 - (y - direct.dy)) * b.rowBytes +
-                                          (r.x - direct.dx) * bpp;
-                std::uint8_t* dst =
-                    d.bytes_ + (d.height_ - 1 - (py + (y - r.y))) * d.rowBytes_ + px * bpp;
-                std::memcpy(dst, src, std::size_t(r.w * bpp));
+            std::vector<std::uint8_t> scratch;
+            const std::int64_t first = task * rowsPerTask;
+            const std::int64_t last = std::min(r.h, first + rowsPerTask);
+            // Rows of the destination, top first; uncovered pixels are transparent, all zeros.
+            auto row = [&](std::int64_t y) {
+                return d.bytes_ + (d.height_ - 1 - (py + (y - r.y))) * d.rowBytes_ + px * bpp;
+            };
+            if (covered != r.w * r.h)
+                for (std::int64_t i = first; i < last; ++i)
+                    std::memset(row(r.maxY() - 1 - i), 0, std::size_t(r.w * bpp));
+            for (const DirectSource& source : *direct) {
+                const BitmapNode& b = *source.bitmap;
+                const IRect& a = source.area;
+                if (b.snapshot) scratch.resize(std::size_t(a.w * bpp));
+                for (std::int64_t i = first; i < last; ++i) {
+                    const std::int64_t y = r.maxY() - 1 - i; // image row, top first
+                    if (y < a.y || y >= a.maxY()) continue;
+                    std::uint8_t* dst = row(y) + (a.x - r.x) * bpp;
+                    b.withRow(b.height - 1 - (y - source.dy), a.x - source.dx, a.w, scratch.data(),
+                              [&](const std::uint8_t* src) {
+                                  std::memmove(dst, src, std::size_t(a.w * bpp));
+                              });
+                }
             }
         });
         return {};

@@ -98,19 +98,23 @@ void ConstantNode::renderInside(const IRect& r, const Tile& out, Scratch&) const
 }
 
 BitmapNode::BitmapNode(std::shared_ptr<const void> o, const std::uint8_t* b, std::int64_t rb,
-                       std::int64_t w, std::int64_t h, Format f, std::shared_ptr<io::Surface> s)
+                       std::int64_t w, std::int64_t h, Format f)
     : Node(cg::Rect(0, 0, double(w), double(h))), owner(std::move(o)), bytes(b), rowBytes(rb),
-      width(w), height(h), format(f), surface(std::move(s)) {}
+      width(w), height(h), format(f) {}
 
-void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch&) const {
-    if (surface) surface->lock(io::LockOptions::readOnly);
-    const int bpp = bytesPerPixel(format);
+BitmapNode::BitmapNode(std::shared_ptr<const io::SurfaceSnapshot> s, Format f)
+    : Node(cg::Rect(0, 0, double(s->width()), double(s->height()))), width(s->width()),
+      height(s->height()), format(f), snapshot(std::move(s)) {}
+
+void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    const Scratch::Lease scratch =
+        s.take(snapshot ? std::size_t(r.w * bytesPerPixel(format) + 3) / 4 : 0);
+    auto* bytesOfScratch = reinterpret_cast<std::uint8_t*>(scratch.data());
     for (std::int64_t i = 0; i < r.h; ++i) {
         const std::int64_t y = r.maxY() - 1 - i;
-        const std::uint8_t* src = bytes + (height - 1 - y) * rowBytes + r.x * bpp;
-        readRow(format, src, out.row(i), r.w);
+        withRow(height - 1 - y, r.x, r.w, bytesOfScratch,
+                [&](const std::uint8_t* src) { readRow(format, src, out.row(i), r.w); });
     }
-    if (surface) surface->unlock(io::LockOptions::readOnly);
 }
 
 TranslateNode::TranslateNode(NodePtr in, std::int64_t x, std::int64_t y)
@@ -228,12 +232,57 @@ void WideningNode::renderInside(const IRect& r, const Tile& out, Scratch& s) con
     input->render(r, out, s);
 }
 
+namespace {
+
+std::int64_t floorDiv(std::int64_t a, std::int64_t b) {
+    return a >= 0 ? a / b : -((-a + b - 1) / b);
+}
+
+// Cell coordinates packed into one key; canvases never reach 2^31 cells a side.
+std::int64_t cellKey(std::int64_t cx, std::int64_t cy) { return (cx << 32) ^ (cy & 0xFFFFFFFF); }
+
+} // namespace
+
+MosaicNode::MosaicNode(const cg::Rect& e, std::vector<NodePtr> p, std::int64_t c)
+    : Node(e, maxReach(p)), pieces(std::move(p)), cell(c) {
+    for (std::uint32_t i = 0; i < pieces.size(); ++i) {
+        const IRect& b = pieces[i]->bounds;
+        for (std::int64_t cy = floorDiv(b.y, cell); cy * cell < b.maxY(); ++cy)
+            for (std::int64_t cx = floorDiv(b.x, cell); cx * cell < b.maxX(); ++cx)
+                cells[cellKey(cx, cy)].push_back(i);
+    }
+}
+
+std::vector<std::uint32_t> MosaicNode::piecesIn(const IRect& r) const {
+    std::vector<std::uint32_t> found;
+    for (std::int64_t cy = floorDiv(r.y, cell); cy * cell < r.maxY(); ++cy)
+        for (std::int64_t cx = floorDiv(r.x, cell); cx * cell < r.maxX(); ++cx) {
+            const auto it = cells.find(cellKey(cx, cy));
+            if (it == cells.end()) continue;
+            for (const std::uint32_t i : it->second)
+                if (!pieces[i]->bounds.intersection(r).isEmpty()) found.push_back(i);
+        }
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    return found;
+}
+
+void MosaicNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    const std::vector<std::uint32_t> touched = piecesIn(r);
+    std::int64_t covered = 0;
+    for (const std::uint32_t i : touched)
+        covered += pieces[i]->bounds.intersection(r).w * pieces[i]->bounds.intersection(r).h;
+    if (covered != r.w * r.h) fillZero(out, r.w, r.h);
+    for (const std::uint32_t i : touched) {
+        const IRect part = pieces[i]->bounds.intersection(r);
+        pieces[i]->render(
+            part, Tile{out.row(r.maxY() - part.maxY()) + 4 * (part.x - r.x), out.stride}, s);
+    }
+}
+
 IntermediateNode::IntermediateNode(NodePtr in) : Node(in->extent), input(std::move(in)) {}
 
 void IntermediateNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
-    auto floorDiv = [](std::int64_t a, std::int64_t b) {
-        return a >= 0 ? a / b : -((-a + b - 1) / b);
-    };
     for (std::int64_t ty = floorDiv(r.y, kTile); ty * kTile < r.maxY(); ++ty) {
         for (std::int64_t tx = floorDiv(r.x, kTile); tx * kTile < r.maxX(); ++tx) {
             std::shared_ptr<Entry> entry;
@@ -302,9 +351,7 @@ std::optional<Image> Image::fromSurface(std::shared_ptr<io::Surface> surface) {
     if (!surface) return std::nullopt;
     const std::optional<Format> format = formatOfSurfaceCode(surface->pixelFormat());
     if (!format) return std::nullopt;
-    io::Surface* s = surface.get();
-    return Image(std::make_shared<BitmapNode>(surface, s->baseAddress(), s->bytesPerRow(),
-                                              s->width(), s->height(), *format, surface));
+    return Image(std::make_shared<BitmapNode>(surface->snapshot(), *format));
 }
 
 const cg::Rect& Image::extent() const { return node_->extent; }
@@ -340,6 +387,31 @@ Image Image::composited(const Image& background) const {
         constant->color[2] == 0)
         return Image(std::make_shared<WideningNode>(node_));
     return over.apply(*this, background);
+}
+
+Image Image::mosaic(const std::vector<Image>& pieces) {
+    std::vector<NodePtr> nodes;
+    cg::Rect extent = cg::Rect::null();
+    std::int64_t cell = 1;
+    for (const Image& piece : pieces) {
+        if (piece.extent().isEmpty()) continue;
+        nodes.push_back(piece.node());
+        extent = extent.unionWith(piece.extent());
+        cell = std::max({cell, nodes.back()->bounds.w, nodes.back()->bounds.h});
+    }
+    auto composite = [&] {
+        Image result;
+        for (const auto& node : nodes)
+            result = Image(node).composited(result);
+        return result;
+    };
+    // Only pieces of finite size whose pixels never overlap can be taken as they are.
+    if (nodes.size() < 2 || extent.isInfinite() || cell >= kFar) return composite();
+    const auto mosaic = std::make_shared<MosaicNode>(extent, nodes, cell);
+    for (std::uint32_t i = 0; i < nodes.size(); ++i)
+        for (const std::uint32_t j : mosaic->piecesIn(nodes[i]->bounds))
+            if (j != i) return composite();
+    return Image(mosaic);
 }
 
 Image Image::premultiplyingAlpha() const {

@@ -2,11 +2,13 @@
 // The engine's node kinds, shared by the image operations, kernels and filters.
 
 #include "bic/platform/ci/kernel.hpp"
+#include "bic/platform/io/surface.hpp"
 #include "node.hpp"
 
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 namespace bic::ci::detail {
@@ -17,16 +19,26 @@ struct ConstantNode final : Node {
     void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
 };
 
-/// Pixels of a stored layout: shared bytes, or a surface read under a read-only lock.
+/// Pixels of a stored layout: shared bytes, or a snapshot of a surface.
 struct BitmapNode final : Node {
     BitmapNode(std::shared_ptr<const void> owner, const std::uint8_t* bytes, std::int64_t rowBytes,
-               std::int64_t width, std::int64_t height, Format format,
-               std::shared_ptr<io::Surface> surface = nullptr);
+               std::int64_t width, std::int64_t height, Format format);
+    BitmapNode(std::shared_ptr<const io::SurfaceSnapshot> snapshot, Format format);
     std::shared_ptr<const void> owner;
-    const std::uint8_t* bytes;
-    std::int64_t rowBytes, width, height;
+    const std::uint8_t* bytes = nullptr; ///< when not a snapshot
+    std::int64_t rowBytes = 0, width, height;
     Format format;
-    std::shared_ptr<io::Surface> surface;
+    std::shared_ptr<const io::SurfaceSnapshot> snapshot;
+
+    /// Calls `use(bytes)` with the stored bytes of `count` pixels of memory row `row` from
+    /// column `x`; `scratch` holds count pixels when the snapshot needs it.
+    template <class F>
+    void withRow(std::int64_t row, std::int64_t x, std::int64_t count, std::uint8_t* scratch,
+                 F&& use) const {
+        if (!snapshot) return use(bytes + row * rowBytes + x * bytesPerPixel(format));
+        const io::SurfaceSnapshot::RowAccess access(*snapshot, row, x, count, scratch);
+        use(access.bytes());
+    }
     void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
 };
 
@@ -72,6 +84,18 @@ struct SamplingNode final : Node {
 struct WideningNode final : Node {
     explicit WideningNode(NodePtr input);
     NodePtr input;
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+};
+
+/// Pieces whose pixels do not overlap, as one image: a render asks only the pieces its
+/// rectangle touches, found on a square grid of `cell` pixels.
+struct MosaicNode final : Node {
+    MosaicNode(const cg::Rect& extent, std::vector<NodePtr> pieces, std::int64_t cell);
+    std::vector<NodePtr> pieces;
+    std::int64_t cell;
+    std::unordered_map<std::int64_t, std::vector<std::uint32_t>> cells; // by packed cell index
+    /// The pieces that touch `r`, each once, in piece order.
+    std::vector<std::uint32_t> piecesIn(const IRect& r) const;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
 };
 

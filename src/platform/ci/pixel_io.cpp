@@ -1,5 +1,7 @@
 #include "pixel_io.hpp"
 
+#include "bic/platform/io/surface.hpp"
+
 #include <array>
 #include <cstring>
 
@@ -135,3 +137,29 @@ void writeRow(Format format, const float* in, std::uint8_t* dst, std::int64_t n)
 }
 
 } // namespace bic::ci::detail
+
+namespace bic::ci {
+
+std::optional<Format> formatOfSurfaceCode(std::uint32_t code) {
+    namespace sf = io::surface_format;
+    switch (code) {
+    case sf::argb8:
+        return Format::ARGB8;
+    case sf::bgra8:
+        return Format::BGRA8;
+    case sf::gray8:
+        return Format::L8;
+    case sf::rgba16:
+        return Format::RGBA16;
+    case sf::gray16:
+        return Format::L16;
+    case sf::rgbaf:
+        return Format::RGBAf;
+    case sf::grayf:
+        return Format::Lf;
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace bic::ci

@@ -96,7 +96,7 @@ struct ProcessorNode final : Node {
             std::shared_ptr<io::Surface> surface = heldSurface(i, held);
             if (!surface) {
                 surface = makeSurface(held, format);
-                surface->lock(io::LockOptions::readWrite);
+                const io::SurfaceLock writing(*surface, io::LockOptions::readWrite);
                 const auto pieces = kernel->roiTileArray(index, arguments, outputRect);
                 if (pieces && !pieces->empty()) {
                     for (const cg::Rect& piece : *pieces) {
@@ -107,7 +107,6 @@ struct ProcessorNode final : Node {
                 } else {
                     renderInto(*inputs[i], held, held, *surface, format, s);
                 }
-                surface->unlock(io::LockOptions::readWrite);
                 keep(i, held, surface);
             }
             const std::uint64_t digest =
@@ -119,11 +118,13 @@ struct ProcessorNode final : Node {
         const Format outFormat = checkedFormat(kernel->outputFormat());
         const ProcessorOutput output{makeSurface(r, outFormat), outputRect, outFormat};
         kernel->process(prepared, arguments, output);
-        output.surface->lock(io::LockOptions::readOnly);
-        for (std::int64_t i = 0; i < r.h; ++i)
-            readRow(outFormat, output.surface->baseAddress() + i * output.surface->bytesPerRow(),
-                    out.row(i), r.w);
-        output.surface->unlock(io::LockOptions::readOnly);
+        {
+            const io::SurfaceLock reading(*output.surface, io::LockOptions::readOnly);
+            for (std::int64_t i = 0; i < r.h; ++i)
+                readRow(outFormat,
+                        output.surface->baseAddress() + i * output.surface->bytesPerRow(),
+                        out.row(i), r.w);
+        }
         if (kernel->outputIsOpaque())
             for (std::int64_t i = 0; i < r.h; ++i)
                 for (std::int64_t j = 0; j < r.w; ++j)

@@ -1,15 +1,26 @@
 #include "bic/platform/io/surface.hpp"
 
-#include "bic/platform/ci/format.hpp"
-
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <sys/mman.h>
+#include <system_error>
+#include <thread>
 
 namespace bic::io {
 
 namespace {
+
 std::atomic<std::uint32_t> nextID{1};
+
+// Snapshots keep what writers overwrite in blocks of 32 rows × 2048 bytes: small enough that a
+// brush stroke copies little, large enough that a whole canvas is a few thousand blocks. 2048
+// bytes hold whole elements of every format.
+constexpr std::int64_t kBlockRows = 32;
+constexpr std::int64_t kBlockBytes = 2048;
+
 } // namespace
 
 int surface_format::bytesPerElement(std::uint32_t format) {
@@ -32,12 +43,40 @@ int surface_format::bytesPerElement(std::uint32_t format) {
     }
 }
 
-// Lock bookkeeping: how many read-only and read-write locks are held, and the seed.
+// Who holds which lock, per thread, and the snapshots writers must copy into.
 struct Surface::State {
     std::mutex mutex;
-    int readers = 0;
-    bool writer = false;
+    std::condition_variable released;
+    std::thread::id writer;                               // no thread when none writes
+    int writes = 0;                                       // the writer's nesting depth
+    std::vector<std::pair<std::thread::id, int>> readers; // read locks per thread
+    std::thread::id upgrading; // a reader waiting to write, while it reads
     std::uint32_t seed = 1;
+    std::vector<std::weak_ptr<Frozen>> snapshots;
+
+    int readsOf(std::thread::id thread) const {
+        for (const auto& [t, n] : readers)
+            if (t == thread) return n;
+        return 0;
+    }
+    bool othersRead(std::thread::id thread) const {
+        return std::any_of(readers.begin(), readers.end(),
+                           [&](const auto& r) { return r.first != thread; });
+    }
+};
+
+// The blocks one snapshot has taken over from its surface. Readers hold the mutex shared while
+// they read the surface's own memory; a writer holds it exclusively while it copies a block, so
+// a block is never changed under a reader that still reads it in place.
+struct Surface::Frozen {
+    std::shared_mutex mutex;
+    std::int64_t columns = 0; // blocks per row of blocks
+    std::vector<std::unique_ptr<std::uint8_t[]>> blocks;
+    std::atomic<std::size_t> count{0}; // blocks taken over
+
+    const std::uint8_t* block(std::int64_t row, std::int64_t column) const {
+        return blocks[std::size_t(row * columns + column)].get();
+    }
 };
 
 std::int64_t Surface::alignBytesPerRow(std::int64_t bytesPerRow) {
@@ -72,63 +111,193 @@ std::uint32_t Surface::seed() const {
 }
 
 bool Surface::lock(LockOptions options, std::uint32_t* seed) {
-    if (options == LockOptions::readOnly)
-        access_.lock_shared();
+    if (options == LockOptions::readWrite) return lockWriting(nullptr, seed);
+    State& s = *state_;
+    const auto me = std::this_thread::get_id();
+    std::unique_lock guard(s.mutex);
+    if (s.writer != me) s.released.wait(guard, [&] { return s.writer == std::thread::id(); });
+    auto it = std::find_if(s.readers.begin(), s.readers.end(),
+                           [&](const auto& r) { return r.first == me; });
+    if (it == s.readers.end())
+        s.readers.emplace_back(me, 1);
     else
-        access_.lock();
-    std::lock_guard guard(state_->mutex);
-    if (options == LockOptions::readOnly)
-        ++state_->readers;
-    else
-        state_->writer = true;
-    if (seed) *seed = state_->seed;
+        ++it->second;
+    if (seed) *seed = s.seed;
+    return true;
+}
+
+bool Surface::lockForWriting(const SurfaceArea& written, std::uint32_t* seed) {
+    return lockWriting(&written, seed);
+}
+
+bool Surface::lockWriting(const SurfaceArea* written, std::uint32_t* seed) {
+    State& s = *state_;
+    const auto me = std::this_thread::get_id();
+    {
+        std::unique_lock guard(s.mutex);
+        if (s.writer == me) {
+            ++s.writes;
+        } else {
+            const bool reading = s.readsOf(me) > 0;
+            if (reading) {
+                // Two readers that both wait to write would wait for each other forever.
+                if (s.upgrading != std::thread::id() && s.upgrading != me) return false;
+                s.upgrading = me;
+            }
+            s.released.wait(guard,
+                            [&] { return s.writer == std::thread::id() && !s.othersRead(me); });
+            if (reading) s.upgrading = std::thread::id();
+            s.writer = me;
+            s.writes = 1;
+        }
+        if (seed) *seed = s.seed;
+    }
+    preserve(written ? *written : SurfaceArea{0, 0, width(), height()});
     return true;
 }
 
 bool Surface::unlock(LockOptions options, std::uint32_t* seed) {
-    {
-        std::lock_guard guard(state_->mutex);
-        if (options == LockOptions::readOnly) {
-            if (state_->readers == 0) return false;
-            --state_->readers;
-        } else {
-            if (!state_->writer) return false;
-            state_->writer = false;
-            ++state_->seed;
+    State& s = *state_;
+    const auto me = std::this_thread::get_id();
+    std::lock_guard guard(s.mutex);
+    if (options == LockOptions::readOnly) {
+        auto it = std::find_if(s.readers.begin(), s.readers.end(),
+                               [&](const auto& r) { return r.first == me; });
+        if (it == s.readers.end()) return false;
+        if (--it->second == 0) s.readers.erase(it);
+    } else {
+        if (s.writer != me) return false;
+        if (--s.writes == 0) {
+            s.writer = std::thread::id();
+            ++s.seed;
         }
-        if (seed) *seed = state_->seed;
     }
-    if (options == LockOptions::readOnly)
-        access_.unlock_shared();
-    else
-        access_.unlock();
+    if (seed) *seed = s.seed;
+    s.released.notify_all();
     return true;
 }
 
-} // namespace bic::io
-
-namespace bic::ci {
-
-std::optional<Format> formatOfSurfaceCode(std::uint32_t code) {
-    namespace sf = io::surface_format;
-    switch (code) {
-    case sf::argb8:
-        return Format::ARGB8;
-    case sf::bgra8:
-        return Format::BGRA8;
-    case sf::gray8:
-        return Format::L8;
-    case sf::rgba16:
-        return Format::RGBA16;
-    case sf::gray16:
-        return Format::L16;
-    case sf::rgbaf:
-        return Format::RGBAf;
-    case sf::grayf:
-        return Format::Lf;
-    default:
-        return std::nullopt;
+void Surface::preserve(const SurfaceArea& area) {
+    std::vector<std::shared_ptr<Frozen>> live;
+    {
+        std::lock_guard guard(state_->mutex);
+        auto& list = state_->snapshots;
+        std::erase_if(list, [](const std::weak_ptr<Frozen>& f) { return f.expired(); });
+        for (const auto& weak : list)
+            if (auto f = weak.lock()) live.push_back(std::move(f));
+    }
+    const std::int64_t x0 = std::clamp<std::int64_t>(area.x, 0, width());
+    const std::int64_t x1 = std::clamp<std::int64_t>(area.x + area.width, 0, width());
+    const std::int64_t y0 = std::clamp<std::int64_t>(area.y, 0, height());
+    const std::int64_t y1 = std::clamp<std::int64_t>(area.y + area.height, 0, height());
+    if (live.empty() || x1 <= x0 || y1 <= y0) return;
+    const std::int64_t element = bytesPerElement(), rowBytes = bytesPerRow();
+    const std::int64_t c0 = x0 * element / kBlockBytes, c1 = (x1 * element - 1) / kBlockBytes;
+    const std::int64_t r0 = y0 / kBlockRows, r1 = (y1 - 1) / kBlockRows;
+    const std::int64_t blockRows = (height() + kBlockRows - 1) / kBlockRows;
+    const std::int64_t columns = (rowBytes + kBlockBytes - 1) / kBlockBytes;
+    for (const auto& frozen : live) {
+        // Only this thread writes, so only it takes blocks over: it copies them while readers
+        // go on reading the same bytes, and excludes readers just to publish the copies, one row
+        // of blocks at a time.
+        if (frozen->blocks.empty()) {
+            std::unique_lock guard(frozen->mutex);
+            frozen->columns = columns;
+            frozen->blocks.resize(std::size_t(columns * blockRows));
+        }
+        for (std::int64_t r = r0; r <= r1; ++r) {
+            std::vector<std::pair<std::int64_t, std::unique_ptr<std::uint8_t[]>>> copies;
+            for (std::int64_t c = c0; c <= c1; ++c) {
+                if (frozen->block(r, c)) continue;
+                auto copy = std::make_unique_for_overwrite<std::uint8_t[]>(
+                    std::size_t(kBlockRows * kBlockBytes));
+                const std::int64_t bytes = std::min(kBlockBytes, rowBytes - c * kBlockBytes);
+                const std::int64_t rows = std::min(kBlockRows, height() - r * kBlockRows);
+                for (std::int64_t i = 0; i < rows; ++i)
+                    std::memcpy(copy.get() + i * kBlockBytes,
+                                memory_ + (r * kBlockRows + i) * rowBytes + c * kBlockBytes,
+                                std::size_t(bytes));
+                copies.emplace_back(r * columns + c, std::move(copy));
+            }
+            if (copies.empty()) continue;
+            std::unique_lock guard(frozen->mutex);
+            for (auto& [index, copy] : copies)
+                frozen->blocks[std::size_t(index)] = std::move(copy);
+            frozen->count.fetch_add(copies.size(), std::memory_order_relaxed);
+        }
     }
 }
 
-} // namespace bic::ci
+std::shared_ptr<const SurfaceSnapshot> Surface::snapshot() {
+    auto frozen = std::make_shared<Frozen>();
+    lock(LockOptions::readOnly);
+    std::uint32_t seed;
+    bool ownWrite;
+    {
+        std::lock_guard guard(state_->mutex);
+        seed = state_->seed;
+        ownWrite = state_->writer == std::this_thread::get_id();
+        state_->snapshots.push_back(frozen);
+    }
+    // This thread's own write lock promised no area, so the snapshot takes everything now.
+    if (ownWrite) preserve({0, 0, width(), height()});
+    unlock(LockOptions::readOnly);
+    return std::shared_ptr<const SurfaceSnapshot>(
+        new SurfaceSnapshot(shared_from_this(), std::move(frozen), seed));
+}
+
+SurfaceSnapshot::SurfaceSnapshot(std::shared_ptr<Surface> surface,
+                                 std::shared_ptr<Surface::Frozen> frozen, std::uint32_t seed)
+    : surface_(std::move(surface)), frozen_(std::move(frozen)), seed_(seed) {}
+
+SurfaceSnapshot::~SurfaceSnapshot() = default;
+
+SurfaceSnapshot::RowAccess::RowAccess(const SurfaceSnapshot& snapshot, std::int64_t row,
+                                      std::int64_t x, std::int64_t count, std::uint8_t* scratch)
+    : mutex_(snapshot.frozen_->mutex) {
+    mutex_.lock_shared();
+    const Surface& s = *snapshot.surface_;
+    const Surface::Frozen& frozen = *snapshot.frozen_;
+    const std::int64_t element = s.bytesPerElement();
+    const std::uint8_t* live = s.memory_ + row * s.bytesPerRow();
+    bytes_ = live + x * element;
+    if (frozen.count.load(std::memory_order_relaxed) == 0 || count <= 0) return;
+    const std::int64_t b0 = x * element, b1 = (x + count) * element;
+    const std::int64_t blockRow = row / kBlockRows, inBlock = (row % kBlockRows) * kBlockBytes;
+    const std::int64_t c0 = b0 / kBlockBytes, c1 = (b1 - 1) / kBlockBytes;
+    bool anyFrozen = false;
+    for (std::int64_t c = c0; c <= c1 && !anyFrozen; ++c)
+        anyFrozen = frozen.block(blockRow, c) != nullptr;
+    if (!anyFrozen) return;
+    if (c0 == c1) {
+        bytes_ = frozen.block(blockRow, c0) + inBlock + (b0 - c0 * kBlockBytes);
+        return;
+    }
+    for (std::int64_t c = c0; c <= c1; ++c) {
+        const std::int64_t from = std::max(b0, c * kBlockBytes);
+        const std::int64_t to = std::min(b1, (c + 1) * kBlockBytes);
+        const std::uint8_t* block = frozen.block(blockRow, c);
+        const std::uint8_t* source =
+            block ? block + inBlock + (from - c * kBlockBytes) : live + from;
+        std::memcpy(scratch + (from - b0), source, std::size_t(to - from));
+    }
+    bytes_ = scratch;
+}
+
+SurfaceSnapshot::RowAccess::~RowAccess() { mutex_.unlock_shared(); }
+
+SurfaceLock::SurfaceLock(Surface& surface, LockOptions options)
+    : surface_(surface), options_(options) {
+    if (!surface.lock(options))
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+}
+
+SurfaceLock::SurfaceLock(Surface& surface, const SurfaceArea& written)
+    : surface_(surface), options_(LockOptions::readWrite) {
+    if (!surface.lockForWriting(written))
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+}
+
+SurfaceLock::~SurfaceLock() { surface_.unlock(options_); }
+
+} // namespace bic::io

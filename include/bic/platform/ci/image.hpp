@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace bic::io {
 class Surface;
@@ -51,8 +52,9 @@ public:
                                                  const void* bytes, std::int64_t rowBytes,
                                                  std::int64_t width, std::int64_t height,
                                                  Format format);
-    /// An image that reads the surface each time it renders (under a read-only lock). Nothing
-    /// for surfaces of unknown pixel formats.
+    /// The surface's pixels as they are now (a snapshot): later writes to the surface do not
+    /// show in the image, so it can be drawn while the surface is written, even into the same
+    /// surface. Nothing for surfaces of unknown pixel formats.
     static std::optional<Image> fromSurface(std::shared_ptr<io::Surface> surface);
 
     /// The domain of definition: where the image may be non-transparent.
@@ -72,6 +74,10 @@ public:
     Image clampedToExtent() const { return clamped(extent()); }
     /// This image over `background` (source over).
     Image composited(const Image& background) const;
+    /// Pieces laid over one another: the same pixels as compositing them in turn, but when
+    /// their pixels do not overlap (tiles on a grid), a render reads only the pieces its
+    /// rectangle touches, however many there are.
+    static Image mosaic(const std::vector<Image>& pieces);
     Image premultiplyingAlpha() const;
     Image unpremultiplyingAlpha() const;
     /// Later transforms of the result take the nearest pixel, or sample bilinearly.

@@ -4,12 +4,21 @@
 //
 // Rows start on 64-byte boundaries. Every surface has a process-unique 32-bit ID and a 32-bit
 // seed that changes each time a read-write lock is released, so a cache can tell whether the
-// contents changed since it last looked. Read-only locks may be held by several threads at once;
-// a read-write lock is exclusive.
+// contents changed since it last looked.
+//
+// Locks are counted per thread. Read-only locks may be held by several threads at once; a
+// read-write lock excludes every other thread. A thread may lock again what it already holds,
+// a read inside its own write included, and must unlock as often as it locked.
+//
+// Snapshots freeze what a surface holds at one moment without copying it: a writer first copies
+// the blocks it is about to change into every live snapshot. Reading a snapshot therefore never
+// waits for a writer (beyond the copy of one block), never sees a write, and works from inside a
+// render that writes the same surface.
 
 #include <cstdint>
 #include <memory>
 #include <shared_mutex>
+#include <vector>
 
 namespace bic::io {
 
@@ -42,9 +51,16 @@ struct SurfaceProperties {
     std::int64_t bytesPerRow = 0;
 };
 
+/// Elements of a surface in memory order: row 0 is the top row.
+struct SurfaceArea {
+    std::int64_t x = 0, y = 0, width = 0, height = 0;
+};
+
 enum class LockOptions : std::uint32_t { readWrite = 0, readOnly = 1 };
 
-class Surface {
+class SurfaceSnapshot;
+
+class Surface : public std::enable_shared_from_this<Surface> {
 public:
     static constexpr std::int64_t maximumWidth = 16384;
     static constexpr std::int64_t maximumHeight = 16384;
@@ -71,24 +87,96 @@ public:
     std::uint32_t id() const { return id_; }
     std::uint32_t seed() const;
 
-    /// Brackets CPU access. Returns false, changing nothing, for an unlock that matches no lock.
-    /// `seed`, when given, receives the seed as it is after the call.
+    /// Brackets CPU access; waits while another thread holds a lock that excludes this one.
+    /// Returns false, changing nothing, for an unlock that matches no lock of this thread, and
+    /// for a read-write lock that would wait forever (another thread holding a read lock is
+    /// itself waiting to write while this thread holds one). `seed`, when given, receives the
+    /// seed as it is after the call. A read-write lock may change any element.
     bool lock(LockOptions options, std::uint32_t* seed = nullptr);
+    /// A read-write lock whose holder changes only the elements of `written`: snapshots copy
+    /// just those first. Released with unlock(LockOptions::readWrite).
+    bool lockForWriting(const SurfaceArea& written, std::uint32_t* seed = nullptr);
     bool unlock(LockOptions options, std::uint32_t* seed = nullptr);
 
     /// The first byte of the top row. Read and write it only while locked accordingly.
     std::uint8_t* baseAddress() const { return memory_; }
 
+    /// What the surface holds now, unchanged by later writes. Waits for a writer on another
+    /// thread to finish.
+    std::shared_ptr<const SurfaceSnapshot> snapshot();
+
 private:
+    friend class SurfaceSnapshot;
+    struct State;
+    struct Frozen;
+
     Surface(const SurfaceProperties& p, std::uint8_t* memory, std::size_t size, std::uint32_t id);
+    bool lockWriting(const SurfaceArea* written, std::uint32_t* seed);
+    /// Copies the blocks of `area` that the live snapshots do not hold yet into them.
+    void preserve(const SurfaceArea& area);
 
     SurfaceProperties props_;
     std::uint8_t* memory_;
     std::size_t size_;
     std::uint32_t id_;
-    std::shared_mutex access_;
-    struct State;
     std::unique_ptr<State> state_;
+};
+
+/// A surface's pixels as they were when the snapshot was taken.
+class SurfaceSnapshot {
+public:
+    ~SurfaceSnapshot();
+    SurfaceSnapshot(const SurfaceSnapshot&) = delete;
+    SurfaceSnapshot& operator=(const SurfaceSnapshot&) = delete;
+
+    std::int64_t width() const { return surface_->width(); }
+    std::int64_t height() const { return surface_->height(); }
+    std::int64_t bytesPerElement() const { return surface_->bytesPerElement(); }
+    std::uint32_t pixelFormat() const { return surface_->pixelFormat(); }
+    /// The surface it was taken of, and that surface's seed at the time.
+    std::uint32_t surfaceID() const { return surface_->id(); }
+    std::uint32_t seed() const { return seed_; }
+
+    /// Access to `count` elements of memory row `row` from element `x`, as they were; valid
+    /// while the access lives. `scratch` (count × element size bytes) is filled only when the
+    /// elements are not in one piece.
+    class RowAccess {
+    public:
+        RowAccess(const SurfaceSnapshot& snapshot, std::int64_t row, std::int64_t x,
+                  std::int64_t count, std::uint8_t* scratch);
+        ~RowAccess();
+        RowAccess(const RowAccess&) = delete;
+        RowAccess& operator=(const RowAccess&) = delete;
+        const std::uint8_t* bytes() const { return bytes_; }
+
+    private:
+        std::shared_mutex& mutex_;
+        const std::uint8_t* bytes_;
+    };
+
+private:
+    friend class Surface;
+    SurfaceSnapshot(std::shared_ptr<Surface> surface, std::shared_ptr<Surface::Frozen> frozen,
+                    std::uint32_t seed);
+
+    std::shared_ptr<Surface> surface_;
+    std::shared_ptr<Surface::Frozen> frozen_;
+    std::uint32_t seed_;
+};
+
+/// Holds a surface lock for a scope.
+class SurfaceLock {
+public:
+    /// Throws std::system_error (resource_deadlock_would_occur) when the lock is refused.
+    SurfaceLock(Surface& surface, LockOptions options);
+    SurfaceLock(Surface& surface, const SurfaceArea& written);
+    ~SurfaceLock();
+    SurfaceLock(const SurfaceLock&) = delete;
+    SurfaceLock& operator=(const SurfaceLock&) = delete;
+
+private:
+    Surface& surface_;
+    LockOptions options_;
 };
 
 } // namespace bic::io
