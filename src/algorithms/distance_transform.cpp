@@ -190,9 +190,30 @@ void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inp
                                       const ci::ProcessorOutput& output) const {
     auto* cache = detail::argumentObject<ImageProcessingKernelCache<bool>>(arguments, "cache");
     require(!inputs.empty() && inputs[0].surface && cache);
-    processInPlaceThenCopy(inputs, output, *cache, [](io::Surface& s) {
-        chamferDistanceInPlace(reinterpret_cast<float*>(s.baseAddress()), s.width(), s.height(),
-                               s.bytesPerRow() / 4);
+    // The input reaches past the extent by the search radius, where the prepared image has no
+    // pixels: read as 0 those would be features. Nothing lies out there, so they start at +∞.
+    const cg::Rect held = inputs[0].region;
+    const cg::Rect extent = argumentRect(arguments, "CDTImageProcessorKernel").integral();
+    processInPlaceThenCopy(inputs, output, *cache, [&](io::Surface& s) {
+        auto* v = reinterpret_cast<float*>(s.baseAddress());
+        const std::int64_t stride = s.bytesPerRow() / 4;
+        const auto x0 =
+            std::clamp(std::int64_t(extent.minX() - held.minX()), std::int64_t(0), s.width());
+        const auto x1 = std::clamp(std::int64_t(extent.maxX() - held.minX()), x0, s.width());
+        const auto top = std::clamp(std::int64_t(held.maxY() - extent.maxY()), std::int64_t(0),
+                                    s.height()); // memory rows run top down
+        const auto bottom = std::clamp(std::int64_t(held.maxY() - extent.minY()), top, s.height());
+        constexpr float inf = std::numeric_limits<float>::infinity();
+        for (std::int64_t y = 0; y < s.height(); ++y) {
+            float* row = v + y * stride;
+            if (y < top || y >= bottom) {
+                std::fill(row, row + s.width(), inf);
+            } else {
+                std::fill(row, row + x0, inf);
+                std::fill(row + x1, row + s.width(), inf);
+            }
+        }
+        chamferDistanceInPlace(v, s.width(), s.height(), stride);
     });
 }
 

@@ -71,9 +71,12 @@ ci::Image floodFillMaskImage(const Buffer& buffer, std::int64_t seedX, std::int6
 ci::Image bic_antiAliasEdges(const ci::Image& mask, const ci::Image& maxDistanceMask,
                              double tolerance) {
     if (!(tolerance > 0 && tolerance <= 1)) throw ImageCoreError(ImageCoreError::parameterError);
-    const double k = 1 / tolerance, b = (tolerance - 1) * k;
-    const Image soft = colorMatrix(Image(maxDistanceMask), {k, 0, 0, 0}, {0, k, 0, 0}, {0, 0, k, 0},
-                                   {0, 0, 0, 0}, {b, b, b, 1});
+    // soft = 1 − distance / t, clamped. Written as k·d + (t − 1)·k it cancels to nothing in float
+    // for tiny tolerances (and to ∞ − ∞ = NaN for the smallest): the distance is taken back out
+    // of d first, and k kept finite, so an exact match stays 1 and everything else falls to 0.
+    const double k = std::min(1 / tolerance, double(std::numeric_limits<float>::max()));
+    const Image soft = colorMatrix(Image(bic_inverted(maxDistanceMask)), {-k, 0, 0, 0},
+                                   {0, -k, 0, 0}, {0, 0, -k, 0}, {0, 0, 0, 0}, {1, 1, 1, 1});
     const ci::Image clampedSoft = bic_saturated(soft.ciImage).cropped(mask.extent());
     BICSobelFilter sobel;
     sobel.setInputImage(mask.clamped(mask.extent()));

@@ -19,11 +19,13 @@ void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
         // its result happen as one step, so the first computes and the others find its result.
         std::lock_guard serial(cache.workMutex());
         std::uint32_t seed = 0;
-        if (!surface.lock(io::LockOptions::readWrite, &seed))
+        // A look under a read lock: releasing a write lock would move the seed on.
+        if (!surface.lock(io::LockOptions::readOnly, &seed))
             throw ImageCoreError(ImageCoreError::internalInconsistency);
-        if (cache.value({input.digest, surface.id(), seed}) == true) {
-            surface.unlock(io::LockOptions::readWrite);
-        } else {
+        surface.unlock(io::LockOptions::readOnly);
+        if (cache.value({input.digest, surface.id(), seed}) != true) {
+            if (!surface.lock(io::LockOptions::readWrite))
+                throw ImageCoreError(ImageCoreError::internalInconsistency);
             try {
                 compute(surface);
             } catch (...) {

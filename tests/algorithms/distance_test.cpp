@@ -120,3 +120,26 @@ TEST(Euclidean, MapsStrokesAndDistances) {
     EXPECT_THROW(bic::distance(Image::mask(maskFrom(square, 16)), cg::Rect::infinite(), 8),
                  ImageCoreError);
 }
+
+TEST(Chamfer, NothingLiesOutsideTheExtent) {
+    // A small square near one corner of a large work area, searched far: pixels nearer the area's
+    // border than the square measure to the square, within the 5 × 5 chamfer's error of the
+    // exact distance.
+    std::vector<float> m(60 * 60, 0);
+    for (int y = 42; y < 46; ++y)
+        for (int x = 40; x < 44; ++x)
+            m[std::size_t(y * 60 + x)] = 1;
+    const ci::Image mask = maskFrom(m, 60);
+    const auto chamfer = reds(distanceMap(mask, {0, 0, 60, 60}, 100), {0, 0, 60, 60});
+    const auto exact = reds(edtMap(mask, {0, 0, 60, 60}, 100), {0, 0, 60, 60});
+    for (std::size_t i = 0; i < chamfer.size(); ++i)
+        ASSERT_NEAR(chamfer[i], exact[i], 0.03 * exact[i] + 1e-6) << i % 60 << "," << i / 60;
+    EXPECT_NEAR(exact[0], std::hypot(40.0, 42.0 - 0), 0.01); // top-left corner (row 0)
+
+    // No feature at all: every pixel keeps its prepared value, border and centre alike.
+    const auto empty =
+        reds(distanceMap(maskFrom(std::vector<float>(20 * 20, 0), 20), {0, 0, 20, 20}, 5),
+             {0, 0, 20, 20});
+    EXPECT_EQ(empty[0], empty[10 * 20 + 10]);
+    EXPECT_GT(empty[0], 1e19f);
+}

@@ -223,3 +223,63 @@ TEST(Histogram, AverageEqualiseAndPixelReads) {
     EXPECT_THROW(equalized(twoTone, 0), ImageCoreError);
     EXPECT_THROW(equalized(ci::Image::white(), 256), ImageCoreError);
 }
+
+TEST(Histogram, ColourOfTransparentPixelsIsNotCounted) {
+    // Transparent pixels that still carry colour bytes, as noise tiles do.
+    const std::uint8_t argb[16] = {0, 50, 60, 70, 0, 50, 0, 0, 255, 9, 9, 9, 0, 0, 0, 0};
+    const ci::Image picture = *ci::Image::fromBitmap(argb, 16, 4, 1, ci::Format::ARGB8);
+    const Histogram h = areaHistogram(picture, {0, 0, 4, 1});
+    EXPECT_EQ(h.alpha[0], 3u);
+    EXPECT_EQ(h.alpha[255], 1u);
+    std::vector<std::uint64_t> onlyNine(256, 0);
+    onlyNine[9] = 1;
+    EXPECT_EQ(h.red, onlyNine);
+    EXPECT_EQ(h.green, onlyNine);
+    EXPECT_EQ(h.blue, onlyNine);
+}
+
+TEST(Histogram, AreasWiderThanASurface) {
+    const cg::Rect wide(-3, 0, 20000, 3);
+    const ci::Image picture = patch({0, 0, 30000, 3}, 0.2, 0.4, 0.6, 1);
+    const Histogram h = areaHistogram(picture, wide);
+    EXPECT_EQ(h.alpha[255], 3u * 19997);
+    EXPECT_EQ(h.alpha[0], 9u);
+    EXPECT_EQ(h.red[51], 3u * 19997);
+    const PixelRGBA32 mean = averageColor(picture, wide);
+    EXPECT_NEAR(mean.red(), 0.2, 1e-6);
+    EXPECT_NEAR(mean.blue(), 0.6, 1e-6);
+}
+
+TEST(Histogram, EqualisingAPictureInManyTiles) {
+    // A picture the engine renders in many tiles, against the rule computed here: each value
+    // maps to the share of values at or below its bucket, the lowest occupied bucket going to
+    // 0. The sparse form (more buckets than pixels) must agree with it too.
+    const std::int64_t w = 700, h = 300;
+    std::vector<float> pixels(std::size_t(w * h * 4));
+    std::mt19937 random(7);
+    for (std::size_t i = 0; i < pixels.size(); i += 4) {
+        for (int c = 0; c < 3; ++c)
+            pixels[i + std::size_t(c)] = float(random() % 1000) / 999.0f;
+        pixels[i + 3] = 1;
+    }
+    const ci::Image picture =
+        *ci::Image::fromBitmap(pixels.data(), w * 16, w, h, ci::Format::RGBAf);
+    for (const std::int64_t buckets : {std::int64_t(256), std::int64_t(1) << 21}) {
+        std::vector<double> cdf(std::size_t(buckets), 0.0);
+        auto bucketOf = [&](float v) {
+            return std::min(std::size_t(buckets - 1), std::size_t(v * float(buckets)));
+        };
+        for (std::size_t i = 0; i < pixels.size(); i += 4)
+            cdf[bucketOf(pixels[i])] += 1;
+        std::partial_sum(cdf.begin(), cdf.end(), cdf.begin());
+        const double low = *std::find_if(cdf.begin(), cdf.end(), [](double v) { return v > 0; });
+        const auto got = reds(equalized(picture, buckets), {0, 0, double(w), double(h)});
+        for (std::int64_t y = 0; y < h; y += 7)
+            for (std::int64_t x = 0; x < w; x += 3) {
+                const float v = pixels[std::size_t(((h - 1 - y) * w + x) * 4)];
+                const double want = (cdf[bucketOf(v)] - low) / (double(w * h) - low);
+                ASSERT_NEAR(got[std::size_t((h - 1 - y) * w + x)], want, 1e-6)
+                    << buckets << " buckets at " << x << "," << y;
+            }
+    }
+}

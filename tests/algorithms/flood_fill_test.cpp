@@ -4,11 +4,13 @@
 #include "bic/platform/ci/context.hpp"
 
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cmath>
 #include <deque>
 #include <gtest/gtest.h>
 #include <random>
+#include <thread>
 
 using namespace bic;
 
@@ -299,4 +301,48 @@ TEST(FloodFillMask, TheLazyFormFloodsOncePerInputState) {
     EXPECT_EQ(computed, 2);
     EXPECT_NE((ImageProcessingKernelCacheKey{7, surface->id(), 1}),
               (ImageProcessingKernelCacheKey{7, surface->id(), 2}));
+}
+
+TEST(FloodFillMask, TilesArrivingTogetherComputeOnce) {
+    auto surface = io::Surface::make({64, 64, io::surface_format::bgra8, 4, 256});
+    const std::vector<ci::ProcessorInput> inputs{{surface, {0, 0, 64, 64}, ci::Format::BGRA8, 3}};
+    ImageProcessingKernelCache<bool> cache;
+    std::atomic<int> computed{0};
+    std::vector<std::thread> tiles;
+    for (int t = 0; t < 4; ++t)
+        tiles.emplace_back([&, t] {
+            auto out = io::Surface::make({16, 64, io::surface_format::bgra8, 4, 64});
+            processInPlaceThenCopy(inputs, {out, {16.0 * t, 0, 16, 64}, ci::Format::BGRA8}, cache,
+                                   [&](io::Surface& s) {
+                                       ++computed;
+                                       std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                                       s.baseAddress()[0] = 1;
+                                   });
+        });
+    for (auto& t : tiles)
+        t.join();
+    EXPECT_EQ(computed.load(), 1);
+}
+
+TEST(FloodFillMask, NoToleranceMakesNaN) {
+    // The magic wand's most common setting, tolerance 0 with anti-aliasing, and the tiny
+    // tolerances around it: the seed's region stays wholly selected and nothing is NaN.
+    const std::vector<std::string> rows = {"WW.WW", "W..W.", "WWWW.", ".....", "W...W"};
+    const ci::Image image = picture(rows);
+    const std::vector<int> region = cells({"##.##", "#..#.", "####.", ".....", "....."});
+    for (const double tolerance : {0.0, 1e-300, 1e-12, 1e-9, 1e-6, 1e-3}) {
+        SCOPED_TRACE(tolerance);
+        for (const ci::Image& mask :
+             {floodFillMask(image, {0, 0, 5, 5}, {0, 4}, tolerance, true),
+              bic_mask(image, {1, 1, 1, 1}, std::max(tolerance, 1e-300), true)}) {
+            std::vector<float> px(5 * 5 * 4);
+            ci::Context().render(mask, px.data(), 5 * 16, cg::Rect(0, 0, 5, 5), ci::Format::RGBAf);
+            for (const float v : px)
+                ASSERT_TRUE(std::isfinite(v));
+        }
+        const auto selected =
+            maskOf(floodFillMask(image, {0, 0, 5, 5}, {0, 4}, tolerance, true), 5, 5);
+        for (std::size_t i = 0; i < region.size(); ++i)
+            if (region[i] == 1) EXPECT_EQ(selected[i], 1) << i;
+    }
 }

@@ -127,3 +127,16 @@ TEST(DistanceMapNode, MapsCachesAndInvalidates) {
     fresh->setInputImageProvider(data);
     EXPECT_DEATH(fresh->outputImage({}), "Cannot create mask from data\\.");
 }
+
+TEST(DistanceMapNode, OuterDistancesFallTowardsTheShape) {
+    // A 4 × 4 square in an extent that reaches ten pixels past it: along a row from the extent's
+    // edge, the distance falls from 10 to 1.
+    auto node = std::make_shared<DistanceMapNode>(DistanceMapNode::DistanceMapType::outer, 10,
+                                                  std::nullopt);
+    auto square = provider(Image::mask(ci::Image::white().cropped({10, 10, 4, 4})));
+    node->setExtent({0, 0, 24, 24});
+    node->setInputImageProvider(square);
+    const Image map = node->outputImage({});
+    for (int x = 0; x < 10; ++x)
+        EXPECT_EQ(redAt(map.ciImage, x, 11), float(10 - x)) << x;
+}
