@@ -76,11 +76,10 @@ AnyRGBAPixel MemoryImageAccumulator<P>::color(std::int64_t x, std::int64_t y) co
     if constexpr (RGBAPixel<P>) {
         return p;
     } else {
-        using T = typename P::ComponentType;
-        const T g = p.grayComponent;
-        if constexpr (std::is_same_v<T, std::uint8_t>)
+        const auto g = p.grayComponent;
+        if constexpr (Pixel8<P>)
             return PixelARGB8(g, g, g, 255);
-        else if constexpr (std::is_same_v<T, std::uint16_t>)
+        else if constexpr (Pixel16<P>)
             return PixelRGBA16(g, g, g, 65535);
         else
             return PixelRGBA32(g, g, g, 1.0f);

@@ -141,7 +141,7 @@ void unfilter(U* s, std::int64_t w, std::int64_t h, PredictionType type) {
     }
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void swapBytes(std::vector<std::uint8_t>& data) {
     if constexpr (sizeof(T) > 1) {
         T v;
@@ -179,7 +179,7 @@ void fromBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_
 }
 
 // Host-order samples → predicted big-endian bytes.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void predict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h, PredictionType type) {
     if constexpr (std::is_same_v<T, float>) {
         swapBytes<T>(data);
@@ -193,7 +193,7 @@ void predict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h, Pr
 }
 
 // Predicted big-endian bytes → host-order samples.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void unpredict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h,
                PredictionType type) {
     if constexpr (std::is_same_v<T, float>) {
@@ -210,7 +210,7 @@ void unpredict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h,
 
 } // namespace
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void ChannelData<T>::compress(ChannelDataCompressionType compression, PredictionType prediction,
                               std::int64_t width, std::int64_t height,
                               bool discardIneffectiveCompression) {
@@ -226,10 +226,20 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
     predictionType = prediction;
     dataIsBigEndian = true;
 
+    // Coding that saves nothing is dropped when asked; no compression at all saves nothing.
+    // Prediction is undone exactly (wrapping arithmetic) rather than kept in a copy that every
+    // plane would pay for.
+    auto keepPlainSamples = [&] {
+        unpredict<T>(data, width, height, prediction);
+        swapBytes<T>(data);
+        predictionType = PredictionType::none;
+        scanlineByteCounts.clear();
+    };
     std::vector<std::uint8_t> coded;
     std::vector<std::int64_t> counts;
     switch (compression) {
     case ChannelDataCompressionType::none:
+        if (discardIneffectiveCompression) keepPlainSamples();
         return;
     case ChannelDataCompressionType::rle:
         for (std::int64_t r = 0; r < height; ++r) {
@@ -244,12 +254,7 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
         break;
     }
     if (discardIneffectiveCompression && coded.size() >= data.size()) {
-        // Prediction is undone exactly (wrapping arithmetic) rather than kept in a copy that
-        // every plane would pay for.
-        unpredict<T>(data, width, height, prediction);
-        swapBytes<T>(data);
-        predictionType = PredictionType::none;
-        scanlineByteCounts.clear();
+        keepPlainSamples();
         return;
     }
     data = std::move(coded);
@@ -262,7 +267,7 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
 constexpr std::size_t maximumDeflateRatio = 1032 + 1;
 constexpr std::size_t maximumPackBitsRatio = 64;
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
     precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
     precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
@@ -315,21 +320,21 @@ void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
     scanlineByteCounts.clear();
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void ChannelData<T>::convertToBigEndian() {
     precondition(!dataIsBigEndian, "The channel plane is big-endian already.");
     swapBytes<T>(data);
     dataIsBigEndian = true;
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void ChannelData<T>::convertFromBigEndian() {
     precondition(dataIsBigEndian, "The channel plane is in host order already.");
     swapBytes<T>(data);
     dataIsBigEndian = false;
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 void ChannelData<T>::encode(coding::Encoder& encoder) const {
     precondition(dataIsBigEndian && compressionType != ChannelDataCompressionType::rle,
                  "Only big-endian channel planes without run-length coding can be stored.");
@@ -340,7 +345,7 @@ void ChannelData<T>::encode(coding::Encoder& encoder) const {
     k.encode("Data", data);
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 ChannelData<T> ChannelData<T>::decode(const coding::Decoder& decoder) {
     const auto k = decoder.keyed();
     auto invalid = [&](const char* key, const std::string& raw) {

@@ -89,7 +89,10 @@ PixelBufferDecoder PixelBufferDecoder::decode(const coding::Decoder& decoder) {
                                     "Cannot initialize color model from invalid String value " +
                                         modelString);
     }
-    const auto bitDepth = record.decode<int>("Bit Depth");
+    // Any integer is a bit depth, supported or not: one that an int cannot hold is simply not
+    // supported, rather than a coding error.
+    const auto storedDepth = record.decode<std::int64_t>("Bit Depth");
+    const int bitDepth = std::in_range<int>(storedDepth) ? int(storedDepth) : 0;
     const auto premultiplied = record.decodeIfPresent<bool>("Is Premultiplied");
     if (premultiplied == false && *model != cg::ColorSpaceModel::monochrome)
         throw ImageCoreError(ImageCoreError::fileReadUnpremultipliedImageDataUnsupported);

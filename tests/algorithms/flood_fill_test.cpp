@@ -343,6 +343,8 @@ TEST(FloodFillMask, NoToleranceMakesNaN) {
         const auto selected =
             maskOf(floodFillMask(image, {0, 0, 5, 5}, {0, 4}, tolerance, true), 5, 5);
         for (std::size_t i = 0; i < region.size(); ++i)
-            if (region[i] == 1) EXPECT_EQ(selected[i], 1) << i;
+            if (region[i] == 1) {
+                EXPECT_EQ(selected[i], 1) << i;
+            }
     }
 }

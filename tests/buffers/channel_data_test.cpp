@@ -159,6 +159,16 @@ TEST(ChannelData, RunLengthRowsAndIneffectiveCompression) {
     kept.compress(ChannelDataCompressionType::zip, PredictionType::paeth, 100, 10, false);
     EXPECT_EQ(kept.compressionType, ChannelDataCompressionType::zip);
     EXPECT_GE(kept.data.size(), noise.size());
+    // No compression never saves anything: asked to discard, the prediction goes too, and
+    // 16-bit samples stay big-endian.
+    auto uncompressed = plane8(noise);
+    uncompressed.compress(ChannelDataCompressionType::none, PredictionType::sub, 100, 10, true);
+    EXPECT_EQ(uncompressed.predictionType, PredictionType::none);
+    EXPECT_EQ(uncompressed.data, noise);
+    ChannelData<std::uint16_t> deep(Bytes{0x01, 0x02, 0x03, 0x04}, false);
+    deep.compress(ChannelDataCompressionType::none, PredictionType::up, 1, 2, true);
+    EXPECT_EQ(deep.predictionType, PredictionType::none);
+    EXPECT_EQ(deep.data, (Bytes{0x02, 0x01, 0x04, 0x03}));
 }
 
 TEST(ChannelData, InteroperatesWithZlibAndThePublishedPackBitsExample) {

@@ -138,11 +138,13 @@ TEST(PixelBufferRecord, HeaderErrorsComeInOrder) {
             read(variant({{"Model", "CMYK"}, {"Bit Depth", 12}}));
         },
         ImageCoreError::fileReadUnsupportedBitDepthError);
-    expectCode(
-        [&] {
-            read(variant({{"Bit Depth", 0}}));
-        },
-        ImageCoreError::fileReadUnsupportedBitDepthError);
+    for (const std::int64_t depth :
+         {std::int64_t(0), std::int64_t(1) << 32, -(std::int64_t(1) << 40)})
+        expectCode(
+            [&] {
+                read(variant({{"Bit Depth", depth}}));
+            },
+            ImageCoreError::fileReadUnsupportedBitDepthError);
     expectCode(
         [&] {
             read(variant({{"Model", "LAB"}, {"Bit Depth", 12}, {"Is Premultiplied", false}}));

@@ -91,6 +91,11 @@ TEST(IntegralGeometryDeathTest, ViolatedPreconditionsStop) {
     EXPECT_DEATH(-IntegralVector(std::numeric_limits<std::int64_t>::min(), 0), "overflow");
     EXPECT_DEATH(IntegralVector(3037000500, 0).squaredLength(), "overflow");
     EXPECT_DEATH(IntegralRect(max, 0, 1, 1).maxX(), "overflow");
+    // Unsigned values that a signed 64-bit value cannot hold stop rather than wrap.
+    EXPECT_DEATH(IntegralSize(std::size_t(3) - std::size_t(5), 1), "overflow");
+    EXPECT_DEATH(IntegralPoint(std::uint64_t(1) << 63, 0), "overflow");
+    EXPECT_DEATH(IntegralVector(0, ~std::uint64_t(0)), "overflow");
+    EXPECT_EQ(IntegralSize(std::uint64_t(max), std::uint8_t(255)), IntegralSize(max, 255));
 }
 
 TEST(IntegralGeometry, EveryTypeRoundTripsThroughEveryForm) {

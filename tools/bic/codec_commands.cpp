@@ -72,8 +72,8 @@ std::string describeRecord(const coding::Value& record) {
         const auto* compression = planes[i].find("Compression");
         const auto* prediction = planes[i].find("Prediction");
         const auto* data = planes[i].find("Data");
-        const double stored =
-            data && data->get<coding::Data>() ? double(data->get<coding::Data>()->size()) : 0;
+        // Decoded as the record reader does, so JSON's base64 text counts as the bytes it holds.
+        const double stored = data ? double(coding::decode<coding::Data>(*data).size()) : 0;
         total += stored;
         out +=
             fmt::format("  {:<6} {:<5} prediction {:<8} {:>12.0f} → {:>12.0f} bytes  {:6.1f} %\n",

@@ -31,7 +31,7 @@ std::string_view rawValue(PredictionType type);
 std::optional<ChannelDataCompressionType> compressionTypeFromRaw(std::string_view raw);
 std::optional<PredictionType> predictionTypeFromRaw(std::string_view raw);
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 class ChannelData {
 public:
     using Component = T;

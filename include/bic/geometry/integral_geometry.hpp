@@ -8,6 +8,7 @@
 #include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/cg/rect.hpp"
 #include "bic/platform/coding/coder.hpp"
+#include "bic/platform/core/checked.hpp"
 
 #include <concepts>
 #include <cstdint>
@@ -21,8 +22,9 @@ struct IntegralPoint {
     std::int64_t y = 0;
 
     constexpr IntegralPoint() = default;
+    /// Any integers; an unsigned value above 2^63 − 1 stops the process.
     template <std::integral A, std::integral B>
-    constexpr IntegralPoint(A x_, B y_) : x(x_), y(y_) {}
+    constexpr IntegralPoint(A x_, B y_) : x(checked::exact(x_)), y(checked::exact(y_)) {}
     /// Truncates toward zero (1.7 → 1, −1.7 → −1).
     template <std::floating_point A, std::floating_point B>
     IntegralPoint(A x_, B y_) : IntegralPoint(cg::Point{double(x_), double(y_)}) {}
@@ -45,8 +47,9 @@ struct IntegralSize {
     std::int64_t height = 0;
 
     constexpr IntegralSize() = default;
+    /// Any integers; an unsigned value above 2^63 − 1 stops the process.
     template <std::integral A, std::integral B>
-    constexpr IntegralSize(A w, B h) : width(w), height(h) {}
+    constexpr IntegralSize(A w, B h) : width(checked::exact(w)), height(checked::exact(h)) {}
     /// Rounds upward, toward +infinity (2.01 → 3, −2.5 → −2).
     explicit IntegralSize(const cg::Size& s);
 
@@ -63,8 +66,9 @@ struct IntegralVector {
     std::int64_t dy = 0;
 
     constexpr IntegralVector() = default;
+    /// Any integers; an unsigned value above 2^63 − 1 stops the process.
     template <std::integral A, std::integral B>
-    constexpr IntegralVector(A dx_, B dy_) : dx(dx_), dy(dy_) {}
+    constexpr IntegralVector(A dx_, B dy_) : dx(checked::exact(dx_)), dy(checked::exact(dy_)) {}
     /// Truncates toward zero (2.5 → 2, −2.5 → −2).
     template <std::floating_point A, std::floating_point B>
     IntegralVector(A dx_, B dy_) : IntegralVector(truncating(double(dx_), double(dy_))) {}

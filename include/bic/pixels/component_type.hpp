@@ -16,7 +16,7 @@
 namespace bic {
 
 template <class T>
-concept ComponentType =
+concept ComponentTypeProtocol =
     std::same_as<T, std::uint8_t> || std::same_as<T, std::uint16_t> || std::same_as<T, float>;
 
 /// The float rule: below 0 gives 0, otherwise min(f, 1) × M rounded half away from zero, all in
@@ -28,7 +28,7 @@ inline std::uint32_t floatToLevel(float f) {
     return static_cast<std::uint32_t>(std::round((f < 1.0f ? f : 1.0f) * static_cast<float>(M)));
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 struct Component;
 
 template <>
@@ -89,7 +89,7 @@ struct Component<float> {
 };
 
 /// Component division; integer division truncates and a zero divisor is a precondition violation.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 inline T divide(T a, T b) {
     if constexpr (std::is_integral_v<T>) {
         precondition(b != 0, "Division by zero.");
@@ -100,13 +100,13 @@ inline T divide(T a, T b) {
 }
 
 /// |a − b| without wrapping.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 constexpr T absDifference(T a, T b) {
     return a > b ? static_cast<T>(a - b) : static_cast<T>(b - a);
 }
 
 /// Byte-order conversion between host order and big-endian order.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 constexpr T bigEndian(T v) {
     if constexpr (std::endian::native == std::endian::big || sizeof(T) == 1) {
         return v;

@@ -14,7 +14,7 @@
 
 namespace bic {
 
-template <class Derived, ComponentType T>
+template <class Derived, ComponentTypeProtocol T>
 class GrayPixelBase {
 public:
     using ComponentType = T;

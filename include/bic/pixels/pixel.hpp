@@ -15,7 +15,7 @@ namespace bic {
 enum class PixelAlphaInfo { first = 0, last = 1, none = 2 };
 
 template <class P>
-concept Pixel = std::regular<P> && ComponentType<typename P::ComponentType> &&
+concept Pixel = std::regular<P> && ComponentTypeProtocol<typename P::ComponentType> &&
     requires(const P& p) {
     { P::bitDepth } -> std::convertible_to<int>;
     { P::componentCount } -> std::convertible_to<int>;
@@ -43,6 +43,14 @@ template <class P>
 concept GrayPixel = Pixel<P> && P::componentCount == 1 && requires(P p) {
     p.grayComponent;
 };
+
+/// Pixels by component width: 8-bit (white 255), 16-bit (white 65535) and float (white 1.0).
+template <class P>
+concept Pixel8 = Pixel<P> && std::same_as<typename P::ComponentType, std::uint8_t>;
+template <class P>
+concept Pixel16 = Pixel<P> && std::same_as<typename P::ComponentType, std::uint16_t>;
+template <class P>
+concept Pixel32 = Pixel<P> && std::same_as<typename P::ComponentType, float>;
 
 /// The pixel `p` in format `To`: the same format copies components; colour to colour goes
 /// through normalised floats; grey to colour gives (g, g, g, 1); colour to grey keeps the

@@ -103,6 +103,8 @@ static_assert(sizeof(PixelRGBA16) == 8 && offsetof(PixelRGBA16, redComponent) ==
 static_assert(sizeof(PixelRGBA32) == 16 && offsetof(PixelRGBA32, redComponent) == 0 &&
               offsetof(PixelRGBA32, alphaComponent) == 12);
 static_assert(sizeof(PixelGray8) == 1 && sizeof(PixelGray16) == 2 && sizeof(PixelGray32) == 4);
+static_assert(Pixel8<PixelARGB8> && Pixel8<PixelGray8> && Pixel16<PixelRGBA16> &&
+              Pixel16<PixelGray16> && Pixel32<PixelRGBA32> && Pixel32<PixelGray32>);
 static_assert(std::is_trivially_copyable_v<PixelARGB8> && std::is_standard_layout_v<PixelARGB8>);
 static_assert(std::is_trivially_copyable_v<PixelRGBA32> && std::is_standard_layout_v<PixelRGBA32>);
 static_assert(RGBAPixel<PixelARGB8> && RGBAPixel<PixelRGBA16> && RGBAPixel<PixelRGBA32>);

@@ -11,7 +11,7 @@
 
 namespace bic::scaling {
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 inline constexpr float scaleOf = static_cast<float>(Component<T>::whiteValue);
 
 /// round(min(x / from, 1) × to), for integer levels between integer scales.
@@ -21,7 +21,7 @@ inline float rescale(float x, float from, float to) {
 }
 
 /// A stored component read at an integer scale D (255 or 65535).
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 inline float readLevel(T v, float d) {
     if constexpr (std::same_as<T, float>) {
         if (!(v >= 0)) return 0; // negative or NaN
@@ -33,7 +33,7 @@ inline float readLevel(T v, float d) {
 }
 
 /// An integer level of scale D stored as a component.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 inline T writeLevel(float x, float d) {
     if constexpr (std::same_as<T, float>) {
         return x / d;
@@ -42,7 +42,7 @@ inline T writeLevel(float x, float d) {
     }
 }
 
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 inline float readFloat(T v) {
     if constexpr (std::same_as<T, float>)
         return v;
@@ -51,7 +51,7 @@ inline float readFloat(T v) {
 }
 
 /// Normalised float stored as a component: integer formats clamp to 0…1 and round.
-template <ComponentType T>
+template <ComponentTypeProtocol T>
 inline T writeFloat(float x) {
     if constexpr (std::same_as<T, float>) {
         return x;

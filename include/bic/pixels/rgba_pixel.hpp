@@ -25,7 +25,7 @@
 
 namespace bic {
 
-template <class Derived, ComponentType T>
+template <class Derived, ComponentTypeProtocol T>
 class RGBAPixelBase {
 public:
     using ComponentType = T;

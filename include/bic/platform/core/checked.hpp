@@ -3,7 +3,9 @@
 
 #include "bic/platform/core/fatal.hpp"
 
+#include <concepts>
 #include <cstdint>
+#include <utility>
 
 namespace bic::checked {
 
@@ -29,6 +31,14 @@ inline std::int64_t mul(std::int64_t a, std::int64_t b) {
 }
 
 inline std::int64_t neg(std::int64_t a) { return sub(0, a); }
+
+/// `v` as a signed 64-bit value; an unsigned value above 2^63 − 1 stops instead of wrapping.
+template <std::integral T>
+constexpr std::int64_t exact(T v) {
+    if (!std::in_range<std::int64_t>(v)) [[unlikely]]
+        fatalError("Integer overflow in conversion.");
+    return static_cast<std::int64_t>(v);
+}
 
 inline std::int64_t abs(std::int64_t a) { return a < 0 ? neg(a) : a; }
 
