@@ -357,14 +357,11 @@ void ImageMetadata::removeLocationData() {
         remove(t);
     for (const std::string_view path :
          {"Iptc4xmpExt:LocationCreated", "Iptc4xmpExt:LocationShown", "Iptc4xmpCore:Location",
-          "photoshop:City", "photoshop:State", "photoshop:Country", "Iptc4xmpCore:CountryCode"}) {
-        const auto it = std::find_if(tags().begin(), tags().end(),
-                                     [&](const xmp::Tag& t) { return t.path() == path; });
-        if (it != tags().end()) {
-            const xmp::Tag found = *it;
+          "photoshop:City", "photoshop:State", "photoshop:Country", "Iptc4xmpCore:CountryCode"})
+        if (const xmp::Tag* t = raw_.tag(path)) {
+            const xmp::Tag found = *t;
             remove(found);
         }
-    }
 }
 
 // ---- Stored form and export ----

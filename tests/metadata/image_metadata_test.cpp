@@ -187,6 +187,32 @@ TEST_F(ImageMetadataTest, EqualityAndEditing) {
               (std::vector<std::string>{"photoshop:Headline", "tiff:Make", "tiff:Orientation"}));
 }
 
+TEST_F(ImageMetadataTest, SetWritesStructuresAndListsOfThem) {
+    ImageMetadata m;
+    m.set(xmp::PropertyStructure{{"CiAdrCity", "Paris"}, {"CiEmailWork", "ann@example.com"}},
+          "CreatorContactInfo", "{IPTC}");
+    m.set(std::vector<xmp::PropertyStructure>{{{"City", "Rome"}, {"CountryCode", "IT"}},
+                                              {{"City", "Oslo"}}},
+          "LocationCreated", "{IPTC}");
+    m.set(xmp::PropertyStructure{{"CountryName", "Norway"}}, "LocationShown", "{IPTC}");
+    const ImageMetadata read = coding::decode<ImageMetadata>(coding::encode(m));
+    EXPECT_EQ(read.contactInfo(),
+              (ImageMetadata::ContactInfo{.city = "Paris", .email = "ann@example.com"}));
+    EXPECT_EQ(read.locationCreated(),
+              (ImageMetadata::ImageLocation{.city = "Rome", .isoCountryCode = "IT"}));
+    EXPECT_EQ(read.rawMetadata().tag("Iptc4xmpExt:LocationCreated")->type(),
+              xmp::TagType::arrayUnordered);
+    EXPECT_EQ(read.rawMetadata().tag("Iptc4xmpExt:LocationCreated[2]/Iptc4xmpExt:City")->text(),
+              "Oslo");
+    EXPECT_EQ(read.locationShown(), (ImageMetadata::ImageLocation{.country = "Norway"}));
+
+    // A member name XML cannot carry refuses the whole value.
+    const ImageMetadata before = m;
+    EXPECT_THROW(m.set(xmp::PropertyStructure{{"Ci Adr", "x"}}, "CreatorContactInfo", "{IPTC}"),
+                 Error);
+    EXPECT_EQ(m, before);
+}
+
 TEST_F(ImageMetadataTest, CodedEnumerationsAndFlash) {
     using EP = ImageMetadata::ExposureProgram;
     EXPECT_EQ(metadata(simple("exif:ExposureProgram", "3")).exposureProgram(),
@@ -336,6 +362,34 @@ TEST_F(ImageMetadataTest, StoredForm) {
     EXPECT_THROW(coding::decode<ImageMetadata>(coding::Value(
                      coding::Dictionary{{"XMP", coding::Dictionary{{"Compression", "Zip"}}}})),
                  coding::DecodingError);
+}
+
+TEST_F(ImageMetadataTest, ValuesXMPCannotCarryAreRefusedNotStored) {
+    // A non-character, bytes that are not UTF-8, a surrogate, a control character: each would
+    // give a stored form that no longer loads, so setting them fails and changes nothing.
+    ImageMetadata m = metadata(simple("photoshop:Headline", "Kept"));
+    const ImageMetadata before = m;
+    for (const std::string& bad : {std::string("a\uFFFF"), std::string("\xFF\xFE"),
+                                   std::string("\xED\xA0\x80"), std::string("bell\x07")}) {
+        try {
+            m.set(bad, "Headline", "{IPTC}");
+            ADD_FAILURE() << "set " << bad;
+        } catch (const Error& e) {
+            EXPECT_EQ(e.code(), Error::errorSettingTagFromProperty);
+        }
+        EXPECT_EQ(m, before);
+    }
+    // What XML carries goes through: tabs, line breaks, characters beyond the BMP.
+    m.set(std::string("\tA\r\nB \U0010FFFD \U0001D453"), "Headline", "{IPTC}");
+    const ImageMetadata stored = coding::decode<ImageMetadata>(coding::encode(m));
+    EXPECT_EQ(stored, m);
+    EXPECT_EQ(stored.rawMetadata().tag("photoshop:Headline")->text(),
+              "\tA\r\nB \U0010FFFD \U0001D453");
+
+    // A tree that holds such a text anyway cannot be encoded.
+    xmp::Metadata tree;
+    tree.setTag(xmp::Tag::text(std::string(xmp::ns::photoshop), "", "Headline", "a\uFFFF"));
+    EXPECT_FALSE(tree.xmpData());
 }
 
 TEST_F(ImageMetadataTest, ExportPreparation) {

@@ -130,8 +130,8 @@ public:
     static std::optional<ImageMetadata> make(const xmp::Metadata& tree);
     /// Parsed from an XMP packet; nothing when it does not parse.
     static std::optional<ImageMetadata> fromXMPData(std::span<const std::uint8_t> data);
-    /// From a photo or image file, its Exif and IPTC converted into XMP; nothing when the file
-    /// cannot be read.
+    /// From a photo or image file: its XMP, then what its Exif and IPTC (converted into XMP) add
+    /// without replacing anything the XMP says; nothing when the file cannot be read.
     static std::optional<ImageMetadata> fromImageFile(const std::filesystem::path& path);
 
     const xmp::Metadata& rawMetadata() const { return raw_; }
@@ -240,7 +240,10 @@ public:
 
     // ---- Editing (throw ImageMetadataError; a failed edit leaves the tree as it was) ----
 
-    /// Sets the tag the platform keeps `matchingProperty` of `inDictionary` in.
+    /// Sets the tag the platform keeps `matchingProperty` of `inDictionary` in; a structure or a
+    /// list of structures becomes one in the property's namespace. Throws
+    /// errorSettingTagFromProperty for a pair that is not mapped and for a value XMP cannot
+    /// carry (see xmp::isXMLText), leaving the tree as it was.
     void set(const xmp::PropertyValue& value, std::string_view matchingProperty,
              std::string_view inDictionary);
     void remove(const xmp::Tag& tag);
