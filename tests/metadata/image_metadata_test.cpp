@@ -77,6 +77,20 @@ TEST_F(ImageMetadataTest, Descriptions) {
     EXPECT_FALSE(blank.depictedPersons());
 }
 
+TEST_F(ImageMetadataTest, CleanTextTrimsUnicodeSpacesAndLineBreaks) {
+    // An ideographic space alone is no title; no-break spaces, U+2028 and U+0085 (NEL) trim.
+    EXPECT_FALSE(metadata("<dc:title><rdf:Alt><rdf:li xml:lang=\"x-default\">\u3000</rdf:li>"
+                          "</rdf:Alt></dc:title>")
+                     .titles());
+    const ImageMetadata m =
+        metadata(simple("photoshop:Headline", "\u00A0Storm\u2028") +
+                 simple("photoshop:Instructions", "\u0085Crop\u3000tight\u2029") +
+                 simple("tiff:Make", "\u2003"));
+    EXPECT_EQ(m.headline(), "Storm");
+    EXPECT_EQ(m.instructions(), "Crop\u3000tight");
+    EXPECT_FALSE(m.cameraMaker());
+}
+
 TEST_F(ImageMetadataTest, RatingsAndNumbers) {
     const std::pair<std::string_view, std::optional<int>> cases[] = {{"5", 5},
                                                                      {"-1", -1},
