@@ -9,6 +9,7 @@
 #include "metadata_values.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <map>
 
@@ -21,11 +22,14 @@ namespace {
 constexpr std::string_view kExif = "{Exif}", kAux = "{ExifAux}", kTIFF = "{TIFF}", kGPS = "{GPS}";
 constexpr std::string_view kF = "\U0001D453\u2215"; // mathematical italic f, division slash
 
+// ASCII letters lower-cased, whatever the process locale; other bytes, UTF-8 included, stay.
 std::string lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
     return text;
 }
+
+bool isASCIILetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 std::string normalizedMaker(const std::string& maker) {
     static const std::map<std::string, std::string, std::less<>> table{
@@ -112,20 +116,16 @@ std::optional<Coordinate> coordinate(const std::string& text) {
     if (comma == std::string::npos || text.find(',', comma + 1) != std::string::npos)
         return std::nullopt;
     const auto degrees = integer(std::string_view(text).substr(0, comma));
-    std::string minutes = text.substr(comma + 1);
-    if (!degrees || minutes.size() < 2 || !std::isalpha(static_cast<unsigned char>(minutes.back())))
-        return std::nullopt;
+    std::string_view minutes = std::string_view(text).substr(comma + 1);
+    if (!degrees || minutes.size() < 2 || !isASCIILetter(minutes.back())) return std::nullopt;
     const char direction = minutes.back();
-    minutes.pop_back();
-    std::size_t used = 0;
+    minutes.remove_suffix(1);
+    // Plain decimal digits with a point, whatever the process locale says a number looks like.
     double value = 0;
-    try {
-        value = std::stod(minutes, &used);
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
-    if (used != minutes.size() || !std::isfinite(value) ||
-        !std::isdigit(static_cast<unsigned char>(minutes[0])))
+    const auto [end, error] = std::from_chars(minutes.data(), minutes.data() + minutes.size(),
+                                              value, std::chars_format::fixed);
+    if (error != std::errc() || end != minutes.data() + minutes.size() || !std::isfinite(value) ||
+        minutes[0] < '0' || minutes[0] > '9')
         return std::nullopt;
     return Coordinate{*degrees, value, direction};
 }

@@ -3,9 +3,10 @@
 // image-information panel shows, camera and exposure values with their display strings, a few
 // edits, the stored form and the preparation for export.
 //
-// Readers never throw and never cache: each reads the tree. Text is "clean" (trimmed of white
-// space and newlines, empty meaning absent); numbers are read from "N" or "N/D" texts (a zero
-// denominator, more parts or a non-integer part meaning absent).
+// Readers never throw and never cache: each reads the tree. Text is "clean" (trimmed of Unicode
+// white space and line breaks, empty meaning absent); numbers are read from "N" or "N/D" texts
+// (a zero denominator, more parts or a non-integer part meaning absent). Nothing depends on the
+// process locale.
 
 #include "bic/platform/coding/coder.hpp"
 #include "bic/platform/xmp/metadata.hpp"
