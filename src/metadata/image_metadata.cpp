@@ -10,7 +10,6 @@
 #include <ctime>
 #include <mutex>
 #include <numeric>
-#include <regex>
 #include <set>
 
 namespace bic {
@@ -91,6 +90,35 @@ std::optional<ImageMetadata::Date> parseInternetDate(std::string_view s) {
     if (!date.ok() || h > 23 || mi > 59 || se > 60) return std::nullopt;
     return sys_days(date) + hours(h) + minutes(mi) + seconds(se) + fraction - offset;
 }
+
+// Whether a date text ends in a zone: "Z", or a sign and two digits, optionally followed by
+// two more (with or without a colon).
+bool hasZone(std::string_view s) {
+    if (!s.empty() && s.back() == 'Z') return true;
+    auto digit = [&](std::size_t fromEnd) {
+        return fromEnd <= s.size() && s[s.size() - fromEnd] >= '0' && s[s.size() - fromEnd] <= '9';
+    };
+    auto sign = [&](std::size_t fromEnd) {
+        return fromEnd <= s.size() &&
+               (s[s.size() - fromEnd] == '+' || s[s.size() - fromEnd] == '-');
+    };
+    if (!digit(1) || !digit(2)) return false;
+    if (sign(3)) return true;                                                          // +HH
+    if (digit(3) && digit(4)) return sign(5);                                          // +HHMM
+    return s.size() >= 6 && s[s.size() - 3] == ':' && digit(4) && digit(5) && sign(6); // +HH:MM
+}
+
+// The zone at the end of a date text ("+01:00", "Z"); nothing without one.
+std::optional<std::string> zoneOf(std::string_view s) {
+    if (!hasZone(s)) return std::nullopt;
+    if (s.back() == 'Z') return "Z";
+    const std::size_t sign = s.find_last_of("+-");
+    return std::string(s.substr(sign));
+}
+
+// The date and time of day of a date text to the second ("2010-12-12T12:41:35"), which is what
+// two statements of the same moment share however each writes fractions and zones.
+std::string_view wallClock(std::string_view s) { return s.substr(0, 19); }
 
 // The machine's zone offset now, as "+HHMM".
 std::string currentZoneOffset() {
@@ -292,9 +320,14 @@ std::optional<std::vector<std::string>> ImageMetadata::depictedPersons() const {
 std::optional<ImageMetadata::Date> ImageMetadata::dateTimeOriginal() const {
     auto text = cleanText(raw_.tagMatchingImageProperty(kExif, "DateTimeOriginal"));
     if (!text) return std::nullopt;
-    static const std::regex zone("(Z|[+-]{1}([0-9]{2}:?[0-9]{2}|[0-9]{2}))$");
-    if (!std::regex_search(*text, zone))
-        *text += dateTimeOffsetOriginal().value_or(currentZoneOffset());
+    if (!hasZone(*text)) {
+        std::optional<std::string> zone = dateTimeOffsetOriginal();
+        // Exif's date has no zone; the XMP's statement of the same moment may have one.
+        if (const auto xmpDate = cleanText(raw_.tag("exif:DateTimeOriginal"));
+            !zone && xmpDate && wallClock(*xmpDate) == wallClock(*text))
+            zone = zoneOf(*xmpDate);
+        *text += zone.value_or(currentZoneOffset());
+    }
     return parseInternetDate(*text);
 }
 

@@ -135,6 +135,34 @@ TEST_F(ImageMetadataTest, CaptureDates) {
               "-05:00");
 }
 
+TEST_F(ImageMetadataTest, CaptureZoneFromTheXMPsStatementOfTheSameMoment) {
+    // The date the bridge reads came from Exif without a zone; the XMP's exif:DateTimeOriginal
+    // states the same wall-clock time with one.
+    const char* previous = std::getenv("TZ");
+    const std::string saved = previous ? previous : "";
+    setenv("TZ", "UTC", 1);
+    tzset();
+    auto date = [](std::string_view bridged, std::string_view xmp, std::string_view offset = "") {
+        std::string body =
+            simple("photoshop:DateCreated", bridged) + simple("exif:DateTimeOriginal", xmp);
+        if (!offset.empty()) body += simple("exif:OffsetTimeOriginal", offset);
+        return metadata(body).dateTimeOriginal();
+    };
+    const auto noon = sys_days(2010y / 12 / 12) + 12h + 41min + 35s;
+    EXPECT_EQ(date("2010-12-12T12:41:35.00", "2010-12-12T12:41:35.00+01:00"), noon - 1h);
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35-0230"), noon + 2h + 30min);
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35Z"), noon);
+    // Another moment, or no zone, says nothing about this one; an Exif offset comes first.
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:36+01:00"), noon); // machine: UTC
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35"), noon);
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35+01:00", "+03:00"), noon - 3h);
+    if (previous)
+        setenv("TZ", saved.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
+}
+
 TEST_F(ImageMetadataTest, Locations) {
     const std::string created =
         R"(<Iptc4xmpExt:LocationCreated><rdf:Bag><rdf:li rdf:parseType="Resource">)"

@@ -162,8 +162,9 @@ public:
     /// postal code and city; state or province; country) and e-mail, phone and web address.
     std::optional<std::string> displayAuthor() const;
     std::optional<std::vector<std::string>> depictedPersons() const;
-    /// The capture time: a text without a zone takes exif:OffsetTimeOriginal, else the zone the
-    /// machine is in now.
+    /// The capture time: a text without a zone takes exif:OffsetTimeOriginal, else the zone of
+    /// exif:DateTimeOriginal when that states the same wall-clock time, else the zone the machine
+    /// is in now.
     std::optional<Date> dateTimeOriginal() const;
     std::optional<std::string> dateTimeOffsetOriginal() const;
     /// The IPTC Extension location created, else the legacy single-location fields.
