@@ -238,32 +238,14 @@ std::optional<bool> ImageMetadata::isZoomLens() const {
 }
 
 bool ImageMetadata::hasCameraInfo() const {
-    static constexpr std::pair<std::string_view, std::string_view> sources[] = {
-        {kTIFF, "Make"},
-        {kTIFF, "Model"},
-        {kExif, "LensMake"},
-        {kExif, "LensModel"},
-        {kAux, "LensModel"},
-        {kExif, "FocalLength"},
-        {kExif, "FocalLenIn35mmFilm"},
-        {kExif, "DigitalZoomRatio"},
-        {kExif, "ExposureProgram"},
-        {kExif, "ExposureTime"},
-        {kExif, "ShutterSpeedValue"},
-        {kExif, "FNumber"},
-        {kExif, "ApertureValue"},
-        {kExif, "ISOSpeedRatings"},
-        {kExif, "ExposureBiasValue"},
-        {kExif, "MeteringMode"},
-        {kExif, "WhiteBalance"},
-        {kExif, "LightSource"},
-        {kExif, "Flash"},
-        {kAux, "FlashCompensation"},
-    };
-    if (raw_.tag("aux:OwnerName")) return true;
-    return std::any_of(std::begin(sources), std::end(sources), [&](const auto& s) {
-        return raw_.tagMatchingImageProperty(s.first, s.second) != nullptr;
-    });
+    // A tag counts only when its reader makes a value of it: a blank make or an exposure
+    // program of "abc" is no camera information.
+    const auto iso = isoValues();
+    return cameraMaker() || cameraModel() || cameraOwner() || lensMaker() || lensModel() ||
+           focalLength() || focalLengthIn35mmFilm() || digitalZoomRatio() || exposureProgram() ||
+           exposureTime() || shutterSpeedValue() || fNumber() || apertureValue() ||
+           (iso && !iso->empty()) || exposureCompensation() || meteringMode() ||
+           autoWhiteBalance() || lightSource() || flashMode() || flashCompensation();
 }
 
 std::optional<std::string> ImageMetadata::displayCameraModel() const {

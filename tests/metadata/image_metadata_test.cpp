@@ -284,6 +284,27 @@ TEST_F(ImageMetadataTest, CodedEnumerationsAndFlash) {
     EXPECT_FALSE(metadata(simple("photoshop:City", "Oslo")).hasCameraInfo());
 }
 
+TEST_F(ImageMetadataTest, CameraInfoNeedsAValueNotJustATag) {
+    for (const std::string& body :
+         {simple("tiff:Make", "  "), simple("exif:ExposureProgram", "abc"),
+          simple("exif:LightSource", "5"), simple("exif:FNumber", "x/y"),
+          simple("exif:MeteringMode", "7"), simple("exif:FocalLength", "1/0"),
+          simple("aux:Lens", ""), simple("exif:WhiteBalance", "auto"),
+          std::string("<exif:ISOSpeedRatings><rdf:Seq><rdf:li>fast</rdf:li></rdf:Seq>"
+                      "</exif:ISOSpeedRatings>"),
+          R"(<exif:Flash rdf:parseType="Resource">)" + simple("exif:Mode", "4") +
+              simple("exif:Fired", "True") + "</exif:Flash>",
+          simple("tiff:Make", "  ") + simple("exif:LightSource", "5")})
+        EXPECT_FALSE(metadata(body).hasCameraInfo()) << body;
+    for (const std::string& body :
+         {simple("tiff:Make", "Canon"), simple("aux:OwnerName", "Ann"),
+          simple("exif:LightSource", "255"), simple("exif:FNumber", "28/10"),
+          simple("aux:Lens", "Kit zoom"), simple("exif:WhiteBalance", "1"),
+          std::string("<exif:ISOSpeedRatings><rdf:Seq><rdf:li>100</rdf:li></rdf:Seq>"
+                      "</exif:ISOSpeedRatings>")})
+        EXPECT_TRUE(metadata(body).hasCameraInfo()) << body;
+}
+
 TEST_F(ImageMetadataTest, CameraAndLensNames) {
     auto camera = [](std::string_view maker, std::string_view model, std::string_view owner = "") {
         std::string body = simple("tiff:Make", maker);

@@ -184,6 +184,7 @@ public:
     std::optional<LensSpecification> lensSpecification() const;
     std::optional<bool> is35mmSensor() const;
     std::optional<bool> isZoomLens() const;
+    /// Whether any camera, lens or exposure reader gives a value.
     bool hasCameraInfo() const;
     /// "Nikon D850", "Nikon D850 of Ann", …
     std::optional<std::string> displayCameraModel() const;
