@@ -133,6 +133,20 @@ std::string currentZoneOffset() {
     return text;
 }
 
+constexpr std::string_view kLocationFields[] = {"Sublocation", "City",        "ProvinceState",
+                                                "CountryName", "CountryCode", "WorldRegion"};
+
+// The first location of a list, or the one location written as a structure on its own; null
+// when there is none to read, as for a structure with none of a location's fields.
+const xmp::Tag* firstLocation(const xmp::Tag* tag) {
+    if (!tag || tag->type() == xmp::TagType::string) return nullptr;
+    if (tag->type() != xmp::TagType::structure)
+        return tag->elements().empty() ? nullptr : &tag->elements().front();
+    for (const std::string_view field : kLocationFields)
+        if (tag->find("Iptc4xmpExt:" + std::string(field))) return tag;
+    return nullptr;
+}
+
 std::optional<ImageMetadata::ImageLocation> location(const xmp::Tag& structure) {
     ImageMetadata::ImageLocation l;
     auto field = [&](std::string_view name) {
@@ -336,8 +350,9 @@ std::optional<std::string> ImageMetadata::dateTimeOffsetOriginal() const {
 }
 
 std::optional<ImageMetadata::ImageLocation> ImageMetadata::locationCreated() const {
-    const xmp::Tag* list = raw_.tagMatchingImageProperty(kIPTC, "LocationCreated");
-    if (list && !list->elements().empty()) return location(list->elements().front());
+    if (const xmp::Tag* first =
+            firstLocation(raw_.tagMatchingImageProperty(kIPTC, "LocationCreated")))
+        return location(*first);
     ImageLocation legacy;
     legacy.sublocation = cleanText(raw_.tag("Iptc4xmpCore:Location"));
     legacy.city = cleanText(raw_.tag("photoshop:City"));
@@ -349,9 +364,8 @@ std::optional<ImageMetadata::ImageLocation> ImageMetadata::locationCreated() con
 }
 
 std::optional<ImageMetadata::ImageLocation> ImageMetadata::locationShown() const {
-    const xmp::Tag* list = raw_.tagMatchingImageProperty(kIPTC, "LocationShown");
-    if (!list || list->elements().empty()) return std::nullopt;
-    return location(list->elements().front());
+    const xmp::Tag* first = firstLocation(raw_.tagMatchingImageProperty(kIPTC, "LocationShown"));
+    return first ? location(*first) : std::nullopt;
 }
 
 std::optional<std::string> ImageMetadata::userComment() const {

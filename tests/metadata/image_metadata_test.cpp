@@ -184,6 +184,24 @@ TEST_F(ImageMetadataTest, Locations) {
     EXPECT_EQ(*legacy, (ImageMetadata::ImageLocation{.city = "Paris"}));
     EXPECT_FALSE(metadata(simple("photoshop:City", "Paris")).locationShown());
 
+    // One location written as a structure on its own, not in a list.
+    const std::string single =
+        R"(<Iptc4xmpExt:LocationCreated rdf:parseType="Resource">)"
+        R"(<Iptc4xmpExt:City>Oslo</Iptc4xmpExt:City><Iptc4xmpExt:WorldRegion>Europe</Iptc4xmpExt:WorldRegion>)"
+        R"(</Iptc4xmpExt:LocationCreated>)";
+    EXPECT_EQ(metadata(single + simple("photoshop:City", "Elsewhere")).locationCreated(),
+              (ImageMetadata::ImageLocation{.city = "Oslo", .worldRegion = "Europe"}));
+    EXPECT_EQ(metadata("<Iptc4xmpExt:LocationShown rdf:parseType=\"Resource\">" +
+                       simple("Iptc4xmpExt:CountryName", "Norway") + "</Iptc4xmpExt:LocationShown>")
+                  .locationShown(),
+              (ImageMetadata::ImageLocation{.country = "Norway"}));
+    // A structure with none of a location's fields leaves the legacy fields to speak.
+    const std::string other = R"(<Iptc4xmpExt:LocationCreated rdf:parseType="Resource">)" +
+                              simple("Iptc4xmpExt:LocationId", "x") +
+                              "</Iptc4xmpExt:LocationCreated>";
+    EXPECT_EQ(metadata(other + simple("photoshop:City", "Paris")).locationCreated(),
+              (ImageMetadata::ImageLocation{.city = "Paris"}));
+
     ImageMetadata::ImageLocation l;
     EXPECT_TRUE(l.isEmpty());
     l.worldRegion = "Europe";

@@ -167,7 +167,8 @@ public:
     /// is in now.
     std::optional<Date> dateTimeOriginal() const;
     std::optional<std::string> dateTimeOffsetOriginal() const;
-    /// The IPTC Extension location created, else the legacy single-location fields.
+    /// The IPTC Extension location created (the first of a list, or one structure on its own),
+    /// else the legacy single-location fields.
     std::optional<ImageLocation> locationCreated() const;
     std::optional<ImageLocation> locationShown() const;
     std::optional<std::string> userComment() const;
