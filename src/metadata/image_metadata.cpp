@@ -5,6 +5,7 @@
 
 #include "bic/buffers/compression.hpp"
 #include "metadata_values.hpp"
+#include "postal_address.hpp"
 
 #include <cmath>
 #include <ctime>
@@ -306,13 +307,14 @@ std::optional<std::string> ImageMetadata::displayAuthor() const {
         for (const std::string& name : *a)
             lines.push_back(name);
     if (const auto c = contactInfo()) {
-        // Mailing style: street; postal code and city; state or province; country.
-        std::string town = c->postalCode.value_or("");
-        if (c->city) town += (town.empty() ? "" : " ") + *c->city;
-        for (const std::optional<std::string>& part :
-             {c->address, std::optional<std::string>(town), c->stateProvince, c->country, c->email,
-              c->phone, c->webURL})
-            if (part && !part->empty()) lines.push_back(*part);
+        for (std::string& line : mailingLines({.street = c->address,
+                                 .city = c->city,
+                                 .state = c->stateProvince,
+                                 .postalCode = c->postalCode,
+                                 .country = c->country}))
+            lines.push_back(std::move(line));
+        for (const std::optional<std::string>& part : {c->email, c->phone, c->webURL})
+            if (part) lines.push_back(*part);
     }
     if (lines.empty()) return std::nullopt;
     std::string out;

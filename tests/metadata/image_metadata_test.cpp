@@ -91,6 +91,39 @@ TEST_F(ImageMetadataTest, CleanTextTrimsUnicodeSpacesAndLineBreaks) {
     EXPECT_FALSE(m.cameraMaker());
 }
 
+TEST_F(ImageMetadataTest, AuthorAddressesInTheirCountrysMailingStyle) {
+    auto author = [](std::string_view street, std::string_view city, std::string_view region,
+                     std::string_view code, std::string_view country) {
+        std::string body = R"(<Iptc4xmpCore:CreatorContactInfo rdf:parseType="Resource">)";
+        for (const auto& [key, value] : {std::pair{"CiAdrExtadr", street},
+                                         {"CiAdrCity", city},
+                                         {"CiAdrRegion", region},
+                                         {"CiAdrPcode", code},
+                                         {"CiAdrCtry", country}})
+            if (!value.empty()) body += simple(std::string("Iptc4xmpCore:") + key, value);
+        return metadata(body + "</Iptc4xmpCore:CreatorContactInfo>").displayAuthor();
+    };
+    EXPECT_EQ(author("1 Infinite Loop", "Cupertino", "CA", "95014", "United States"),
+              "1 Infinite Loop\nCupertino CA 95014\nUnited States");
+    EXPECT_EQ(author("24 Sussex Drive", "Ottawa", "ON", "K1M 1M4", "CA"),
+              "24 Sussex Drive\nOttawa ON K1M 1M4\nCA");
+    EXPECT_EQ(author("10 Downing Street", "London", "Greater London", "SW1A 2AA", "UK"),
+              "10 Downing Street\nLondon\nGreater London\nSW1A 2AA\nUK");
+    EXPECT_EQ(author("Platz der Republik 1", "Berlin", "Berlin", "11011", "Deutschland"),
+              "Platz der Republik 1\n11011 Berlin\nDeutschland");
+    EXPECT_EQ(
+        author("55 Rue du Faubourg Saint-Honoré", "Paris", "Île-de-France", "75008", "FRANCE"),
+        "55 Rue du Faubourg Saint-Honoré\n75008 Paris\nFRANCE");
+    EXPECT_EQ(author("千代田1-1", "千代田区", "東京都", "100-8111", "日本"),
+              "〒100-8111\n東京都千代田区\n千代田1-1\n日本");
+    EXPECT_EQ(author("1-1 Chiyoda", "Chiyoda-ku", "Tokyo", "100-8111", "Japan"),
+              "〒100-8111\nTokyo Chiyoda-ku\n1-1 Chiyoda\nJapan");
+    // Other countries, and none: street, postal code and city, region, country.
+    EXPECT_EQ(author("Via del Corso 1", "Roma", "RM", "00186", "Italia"),
+              "Via del Corso 1\n00186 Roma\nRM\nItalia");
+    EXPECT_EQ(author("", "Springfield", "IL", "", ""), "Springfield\nIL");
+}
+
 TEST_F(ImageMetadataTest, RatingsAndNumbers) {
     const std::pair<std::string_view, std::optional<int>> cases[] = {{"5", 5},
                                                                      {"-1", -1},

@@ -158,8 +158,9 @@ public:
     std::optional<int> starRating() const;
     std::optional<std::vector<std::string>> authors() const;
     std::optional<ContactInfo> contactInfo() const;
-    /// The authors, one a line, then the creator's postal address in mailing style (street;
-    /// postal code and city; state or province; country) and e-mail, phone and web address.
+    /// The authors, one a line, then the creator's postal address in the mailing style of its
+    /// country (US, Canada, Australia, UK, Germany, France, Japan; elsewhere street, postal code
+    /// and city, state or province, country) and e-mail, phone and web address.
     std::optional<std::string> displayAuthor() const;
     std::optional<std::vector<std::string>> depictedPersons() const;
     /// The capture time: a text without a zone takes exif:OffsetTimeOriginal, else the zone of
