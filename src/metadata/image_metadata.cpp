@@ -4,11 +4,14 @@
 #include "bic/metadata/image_metadata.hpp"
 
 #include "bic/buffers/compression.hpp"
+#include "bic/platform/core/fatal.hpp"
 #include "metadata_values.hpp"
 #include "postal_address.hpp"
 
 #include <cmath>
+#include <cstdint>
 #include <ctime>
+#include <limits>
 #include <mutex>
 #include <numeric>
 #include <set>
@@ -447,7 +450,12 @@ void ImageMetadata::prepareForExport(double resolution, std::string_view fileTyp
           "ResolutionUnit", "Software", "TransferFunction", "WhitePoint", "PrimaryChromaticities",
           "TileWidth", "TileLength"})
         raw_.removeTag("tiff:" + std::string(name));
-    // Hundredths of a unit, reduced: 72 → 72/1, 72.5 → 145/2.
+    // Hundredths of a unit, reduced: 72 → 72/1, 72.5 → 145/2. TIFF keeps the resolution as a
+    // rational of two unsigned 32-bit integers.
+    precondition(std::isfinite(resolution) && resolution * 100 > -1 &&
+                     resolution * 100 < double(std::numeric_limits<std::uint32_t>::max()) + 1,
+                 "The export resolution must be a finite number of pixels per unit from 0 to "
+                 "42949672.95.");
     const auto n = static_cast<long long>(resolution * 100);
     const long long g = n == 0 ? 100 : std::gcd(n, 100LL);
     const std::string rational = std::to_string(n / g) + "/" + std::to_string(100 / g);

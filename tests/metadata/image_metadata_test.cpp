@@ -3,6 +3,7 @@
 #include "bic/platform/coding/formats.hpp"
 #include "bic/resources/localization.hpp"
 
+#include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -526,6 +527,15 @@ TEST_F(ImageMetadataTest, ExportPreparation) {
     EXPECT_EQ(tiff.rawMetadata().tag("tiff:XResolution")->text(), "145/2");
     EXPECT_EQ(tiff.rawMetadata().tag("tiff:Compression")->text(), "5");
     EXPECT_EQ(tiff.rawMetadata().tag("xmp:CreatorTool")->text(), "Painter 3.1");
+
+    // A resolution a TIFF rational cannot hold is a caller's mistake.
+    ImageMetadata any;
+    for (const double bad : {std::nan(""), HUGE_VAL, -HUGE_VAL, 1e30, 42949673.0, -1.0})
+        EXPECT_DEATH(any.prepareForExport(bad, "public.tiff"),
+                     "Fatal error: The export resolution must be a finite number")
+            << bad;
+    any.prepareForExport(42949672.5, "public.tiff");
+    EXPECT_EQ(any.rawMetadata().tag("tiff:XResolution")->text(), "85899345/2");
 
     ImageMetadata tiny;
     tiny.prepareForExport(0.004, "public.png");

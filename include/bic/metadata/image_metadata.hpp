@@ -270,7 +270,8 @@ public:
     static void setSoftwareNameAndVersion(std::string text);
     /// Readies the TIFF tags for a file of `fileType` (a type identifier such as "public.tiff")
     /// at `resolution` pixels per unit: drops those describing the document, records the
-    /// resolution, and for TIFF the compression.
+    /// resolution, and for TIFF the compression. The resolution must be finite and fit a TIFF
+    /// rational in hundredths (0 to 42949672.95); anything else is a fatal stop.
     void prepareForExport(double resolution, std::string_view fileType);
 
     /// Equal XMP serialisations (two trees that cannot be serialised are equal).
