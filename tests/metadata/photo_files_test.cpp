@@ -73,6 +73,8 @@ TEST_F(PhotoFiles, ExifAndIPTCNeverReplaceTheXMP) {
     EXPECT_TRUE(description.starts_with("040621-N-6536T-062\nUSS Ronald Reagan (CVN 76)"))
         << description;
     EXPECT_TRUE(description.ends_with("Elizabeth Thompson. (RELEASE)")) << description;
+    // Its XMP dates the capture by the day alone; Exif's time of that day completes it.
+    EXPECT_EQ(reagan.rawMetadata().tag("photoshop:DateCreated")->text(), "2004-06-21T23:37:53.06");
 
     // A sidecar: the Exif and IPTC Exiv2 derives from it must not flatten its alternatives.
     const ImageMetadata sidecar = read("BlueSquare.xmp");

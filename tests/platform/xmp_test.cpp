@@ -457,6 +457,20 @@ TEST(XMP, PhotoFilesMergeExifUnderTheXMP) {
     EXPECT_EQ(text(broken, "tiff:Make"), "Canon");
     EXPECT_EQ(text(photo(position("48/1 30/1 0/1"), xmp), "exif:GPSLatitude"), "10,30.5N");
 
+    // An XMP date of the day alone takes the time of Exif's date of the same day.
+    Exiv2::ExifData dated = position("48/1 30/1 0/1");
+    dated["Exif.Photo.DateTimeOriginal"] = "2004:06:21 23:37:53";
+    auto day = [&](std::string_view date) {
+        const auto packet =
+            described(R"(xmlns:photoshop="http://ns.adobe.com/photoshop/1.0/")",
+                      "<photoshop:DateCreated>" + std::string(date) + "</photoshop:DateCreated>");
+        return text(photo(dated, std::string(packet.begin(), packet.end())),
+                    "photoshop:DateCreated");
+    };
+    EXPECT_EQ(day("2004-06-21"), "2004-06-21T23:37:53");
+    EXPECT_EQ(day("2004-06-22"), "2004-06-22");
+    EXPECT_EQ(day("2004-06-21T12:00:00"), "2004-06-21T12:00:00");
+
     // XMP that does not parse, or that Exiv2 reads in a way that could not be placed before,
     // costs at most the XMP, never the Exif.
     const auto garbled = photo(position("48/1 30/1 0/1"), "<x:xmpmeta><rdf:RDF><unclosed>");

@@ -489,6 +489,22 @@ void acceptUnknownSeconds(Exiv2::ExifData& exif) {
     }
 }
 
+// An XMP date of the day alone ("2004-06-21", as IPTC's legacy date is carried over) says less
+// than Exif's date and time of the same day; the time fills it in, which replaces nothing the XMP
+// says.
+void completeDates(Metadata& m, const Metadata& exif) {
+    for (const std::string_view path : {"photoshop:DateCreated", "xmp:CreateDate"}) {
+        const Tag* day = m.tag(path);
+        const Tag* full = exif.tag(path);
+        if (!day || !full || !day->text() || !full->text()) continue;
+        const std::string& d = *day->text();
+        const bool dayOnly = d.size() == 10 && d[4] == '-' && d[7] == '-' &&
+                             std::all_of(d.begin(), d.end(),
+                                         [](char c) { return c == '-' || (c >= '0' && c <= '9'); });
+        if (dayOnly && full->text()->starts_with(d + "T")) m.setTag(*full);
+    }
+}
+
 void setIfAbsent(Metadata& m, std::string_view dictionary, std::string_view property,
                  const PropertyValue& value) {
     if (!m.tagMatchingImageProperty(dictionary, property))
@@ -561,8 +577,9 @@ std::optional<Metadata> Metadata::fromImageFile(const std::filesystem::path& pat
     Metadata m = decodePacket(packet).value_or(Metadata());
     bridgeXMPGaps(m);
     acceptUnknownSeconds(exif);
-    TreeBuilder::addMissing(m,
-                            converted([&](Exiv2::XmpData& x) { Exiv2::copyExifToXmp(exif, x); }));
+    Metadata fromExif = converted([&](Exiv2::XmpData& x) { Exiv2::copyExifToXmp(exif, x); });
+    completeDates(m, fromExif);
+    TreeBuilder::addMissing(m, std::move(fromExif));
     TreeBuilder::addMissing(m,
                             converted([&](Exiv2::XmpData& x) { Exiv2::copyIptcToXmp(iptc, x); }));
     bridgeExifGaps(exif, m);
