@@ -280,8 +280,12 @@ struct Namespaces {
             do
                 group = "bicNS" + std::to_string(next++);
             while (prefixes.contains(group) || exiv2Namespace(group));
-            Exiv2::XmpProperties::registerNs(uri, group);
-            n.byGroup[group] = uri;
+            try {
+                Exiv2::XmpProperties::registerNs(uri, group);
+                n.byGroup[group] = uri;
+            } catch (const Exiv2::AnyError&) {
+                // Exiv2 then names the namespace itself, as it would have anyway.
+            }
         }
         return n;
     }
