@@ -2,7 +2,8 @@
 // stored keyed form (a property list or JSON), or an XMP packet built from the input out of the
 // properties the readers look at, which reaches the value rules far more often than random
 // text does. Whatever the input, readers answer without throwing, the stored form fails only
-// with its documented errors, and a tree that parses reads back equal from its own packet.
+// with its documented errors, a tree that parses reads back equal from its own packet, and a
+// value the property bridge accepts, whatever its bytes, gives a stored form that loads.
 
 #include "bic/buffers/compression.hpp"
 #include "bic/metadata/image_metadata.hpp"
@@ -27,6 +28,13 @@ struct Input : fuzzing::Input {
         bytes = bytes.subspan(n);
         for (char& c : out)
             if (c == '<' || c == '&') c = '?'; // keep the packet well-formed
+        return out;
+    }
+    // Bytes as they come, for the property bridge.
+    std::string raw(std::size_t most) {
+        const std::size_t n = std::min<std::size_t>(byte() % (most + 1), bytes.size());
+        std::string out(bytes.begin(), bytes.begin() + std::ptrdiff_t(n));
+        bytes = bytes.subspan(n);
         return out;
     }
 };
@@ -88,7 +96,8 @@ std::string packet(Input& in) {
             for (int k = in.byte() % 5; k > 0; --k)
                 body += kind == "rdf:Alt"
                             ? "<rdf:li xml:lang=\"x-default\">" + in.text(16) + "</rdf:li>"
-                            : "<rdf:li>" + in.text(16) + "</rdf:li>";
+                        : in.byte() % 4 == 0 ? std::string("<rdf:li/>") // an empty item
+                                             : "<rdf:li>" + in.text(16) + "</rdf:li>";
             body += "</" + kind + "></" + name + ">";
         } else {
             const std::string name = structures[in.byte() % std::size(structures)];
@@ -97,6 +106,10 @@ std::string packet(Input& in) {
                 const std::string member = members[in.byte() % std::size(members)];
                 body += "<" + member + ">" + in.text(12) + "</" + member + ">";
             }
+            // A member whose namespace is declared on itself alone.
+            if (in.byte() % 3 == 0)
+                body +=
+                    R"(<ext:Note xmlns:ext="http://example.com/ext">)" + in.text(8) + "</ext:Note>";
             body += "</" + name + ">";
         }
     }
@@ -178,6 +191,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         edited.prepareForExport(double(in.byte()) * 1.5,
                                 in.byte() % 2 ? "public.tiff" : "public.png");
         roundTrip(edited);
+        try {
+            edited.set(in.raw(12), in.byte() % 2 ? "Headline" : "Keywords", "{IPTC}");
+        } catch (const ImageMetadata::ImageMetadataError&) {
+            break; // refused: nothing to store
+        }
+        if (!(coding::decode<ImageMetadata>(coding::encode(edited)) == edited)) std::abort();
         break;
     }
     }

@@ -9,6 +9,7 @@
 #include "metadata_values.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <map>
 
@@ -21,11 +22,14 @@ namespace {
 constexpr std::string_view kExif = "{Exif}", kAux = "{ExifAux}", kTIFF = "{TIFF}", kGPS = "{GPS}";
 constexpr std::string_view kF = "\U0001D453\u2215"; // mathematical italic f, division slash
 
+// ASCII letters lower-cased, whatever the process locale; other bytes, UTF-8 included, stay.
 std::string lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
     return text;
 }
+
+bool isASCIILetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 std::string normalizedMaker(const std::string& maker) {
     static const std::map<std::string, std::string, std::less<>> table{
@@ -112,20 +116,16 @@ std::optional<Coordinate> coordinate(const std::string& text) {
     if (comma == std::string::npos || text.find(',', comma + 1) != std::string::npos)
         return std::nullopt;
     const auto degrees = integer(std::string_view(text).substr(0, comma));
-    std::string minutes = text.substr(comma + 1);
-    if (!degrees || minutes.size() < 2 || !std::isalpha(static_cast<unsigned char>(minutes.back())))
-        return std::nullopt;
+    std::string_view minutes = std::string_view(text).substr(comma + 1);
+    if (!degrees || minutes.size() < 2 || !isASCIILetter(minutes.back())) return std::nullopt;
     const char direction = minutes.back();
-    minutes.pop_back();
-    std::size_t used = 0;
+    minutes.remove_suffix(1);
+    // Plain decimal digits with a point, whatever the process locale says a number looks like.
     double value = 0;
-    try {
-        value = std::stod(minutes, &used);
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
-    if (used != minutes.size() || !std::isfinite(value) ||
-        !std::isdigit(static_cast<unsigned char>(minutes[0])))
+    const auto [end, error] = std::from_chars(minutes.data(), minutes.data() + minutes.size(),
+                                              value, std::chars_format::fixed);
+    if (error != std::errc() || end != minutes.data() + minutes.size() || !std::isfinite(value) ||
+        minutes[0] < '0' || minutes[0] > '9')
         return std::nullopt;
     return Coordinate{*degrees, value, direction};
 }
@@ -238,32 +238,14 @@ std::optional<bool> ImageMetadata::isZoomLens() const {
 }
 
 bool ImageMetadata::hasCameraInfo() const {
-    static constexpr std::pair<std::string_view, std::string_view> sources[] = {
-        {kTIFF, "Make"},
-        {kTIFF, "Model"},
-        {kExif, "LensMake"},
-        {kExif, "LensModel"},
-        {kAux, "LensModel"},
-        {kExif, "FocalLength"},
-        {kExif, "FocalLenIn35mmFilm"},
-        {kExif, "DigitalZoomRatio"},
-        {kExif, "ExposureProgram"},
-        {kExif, "ExposureTime"},
-        {kExif, "ShutterSpeedValue"},
-        {kExif, "FNumber"},
-        {kExif, "ApertureValue"},
-        {kExif, "ISOSpeedRatings"},
-        {kExif, "ExposureBiasValue"},
-        {kExif, "MeteringMode"},
-        {kExif, "WhiteBalance"},
-        {kExif, "LightSource"},
-        {kExif, "Flash"},
-        {kAux, "FlashCompensation"},
-    };
-    if (raw_.tag("aux:OwnerName")) return true;
-    return std::any_of(std::begin(sources), std::end(sources), [&](const auto& s) {
-        return raw_.tagMatchingImageProperty(s.first, s.second) != nullptr;
-    });
+    // A tag counts only when its reader makes a value of it: a blank make or an exposure
+    // program of "abc" is no camera information.
+    const auto iso = isoValues();
+    return cameraMaker() || cameraModel() || cameraOwner() || lensMaker() || lensModel() ||
+           focalLength() || focalLengthIn35mmFilm() || digitalZoomRatio() || exposureProgram() ||
+           exposureTime() || shutterSpeedValue() || fNumber() || apertureValue() ||
+           (iso && !iso->empty()) || exposureCompensation() || meteringMode() ||
+           autoWhiteBalance() || lightSource() || flashMode() || flashCompensation();
 }
 
 std::optional<std::string> ImageMetadata::displayCameraModel() const {

@@ -4,13 +4,16 @@
 #include "bic/metadata/image_metadata.hpp"
 
 #include "bic/buffers/compression.hpp"
+#include "bic/platform/core/fatal.hpp"
 #include "metadata_values.hpp"
+#include "postal_address.hpp"
 
 #include <cmath>
+#include <cstdint>
 #include <ctime>
+#include <limits>
 #include <mutex>
 #include <numeric>
-#include <regex>
 #include <set>
 
 namespace bic {
@@ -92,6 +95,35 @@ std::optional<ImageMetadata::Date> parseInternetDate(std::string_view s) {
     return sys_days(date) + hours(h) + minutes(mi) + seconds(se) + fraction - offset;
 }
 
+// Whether a date text ends in a zone: "Z", or a sign and two digits, optionally followed by
+// two more (with or without a colon).
+bool hasZone(std::string_view s) {
+    if (!s.empty() && s.back() == 'Z') return true;
+    auto digit = [&](std::size_t fromEnd) {
+        return fromEnd <= s.size() && s[s.size() - fromEnd] >= '0' && s[s.size() - fromEnd] <= '9';
+    };
+    auto sign = [&](std::size_t fromEnd) {
+        return fromEnd <= s.size() &&
+               (s[s.size() - fromEnd] == '+' || s[s.size() - fromEnd] == '-');
+    };
+    if (!digit(1) || !digit(2)) return false;
+    if (sign(3)) return true;                                                          // +HH
+    if (digit(3) && digit(4)) return sign(5);                                          // +HHMM
+    return s.size() >= 6 && s[s.size() - 3] == ':' && digit(4) && digit(5) && sign(6); // +HH:MM
+}
+
+// The zone at the end of a date text ("+01:00", "Z"); nothing without one.
+std::optional<std::string> zoneOf(std::string_view s) {
+    if (!hasZone(s)) return std::nullopt;
+    if (s.back() == 'Z') return "Z";
+    const std::size_t sign = s.find_last_of("+-");
+    return std::string(s.substr(sign));
+}
+
+// The date and time of day of a date text to the second ("2010-12-12T12:41:35"), which is what
+// two statements of the same moment share however each writes fractions and zones.
+std::string_view wallClock(std::string_view s) { return s.substr(0, 19); }
+
 // The machine's zone offset now, as "+HHMM".
 std::string currentZoneOffset() {
     const std::time_t now = std::time(nullptr);
@@ -103,6 +135,20 @@ std::string currentZoneOffset() {
     std::snprintf(text, sizeof text, "%c%02ld%02ld", total < 0 ? '-' : '+', magnitude / 60,
                   magnitude % 60);
     return text;
+}
+
+constexpr std::string_view kLocationFields[] = {"Sublocation", "City",        "ProvinceState",
+                                                "CountryName", "CountryCode", "WorldRegion"};
+
+// The first location of a list, or the one location written as a structure on its own; null
+// when there is none to read, as for a structure with none of a location's fields.
+const xmp::Tag* firstLocation(const xmp::Tag* tag) {
+    if (!tag || tag->type() == xmp::TagType::string) return nullptr;
+    if (tag->type() != xmp::TagType::structure)
+        return tag->elements().empty() ? nullptr : &tag->elements().front();
+    for (const std::string_view field : kLocationFields)
+        if (tag->find("Iptc4xmpExt:" + std::string(field))) return tag;
+    return nullptr;
 }
 
 std::optional<ImageMetadata::ImageLocation> location(const xmp::Tag& structure) {
@@ -264,13 +310,14 @@ std::optional<std::string> ImageMetadata::displayAuthor() const {
         for (const std::string& name : *a)
             lines.push_back(name);
     if (const auto c = contactInfo()) {
-        // Mailing style: street; postal code and city; state or province; country.
-        std::string town = c->postalCode.value_or("");
-        if (c->city) town += (town.empty() ? "" : " ") + *c->city;
-        for (const std::optional<std::string>& part :
-             {c->address, std::optional<std::string>(town), c->stateProvince, c->country, c->email,
-              c->phone, c->webURL})
-            if (part && !part->empty()) lines.push_back(*part);
+        for (std::string& line : mailingLines({.street = c->address,
+                                 .city = c->city,
+                                 .state = c->stateProvince,
+                                 .postalCode = c->postalCode,
+                                 .country = c->country}))
+            lines.push_back(std::move(line));
+        for (const std::optional<std::string>& part : {c->email, c->phone, c->webURL})
+            if (part) lines.push_back(*part);
     }
     if (lines.empty()) return std::nullopt;
     std::string out;
@@ -292,9 +339,14 @@ std::optional<std::vector<std::string>> ImageMetadata::depictedPersons() const {
 std::optional<ImageMetadata::Date> ImageMetadata::dateTimeOriginal() const {
     auto text = cleanText(raw_.tagMatchingImageProperty(kExif, "DateTimeOriginal"));
     if (!text) return std::nullopt;
-    static const std::regex zone("(Z|[+-]{1}([0-9]{2}:?[0-9]{2}|[0-9]{2}))$");
-    if (!std::regex_search(*text, zone))
-        *text += dateTimeOffsetOriginal().value_or(currentZoneOffset());
+    if (!hasZone(*text)) {
+        std::optional<std::string> zone = dateTimeOffsetOriginal();
+        // Exif's date has no zone; the XMP's statement of the same moment may have one.
+        if (const auto xmpDate = cleanText(raw_.tag("exif:DateTimeOriginal"));
+            !zone && xmpDate && wallClock(*xmpDate) == wallClock(*text))
+            zone = zoneOf(*xmpDate);
+        *text += zone.value_or(currentZoneOffset());
+    }
     return parseInternetDate(*text);
 }
 
@@ -303,8 +355,9 @@ std::optional<std::string> ImageMetadata::dateTimeOffsetOriginal() const {
 }
 
 std::optional<ImageMetadata::ImageLocation> ImageMetadata::locationCreated() const {
-    const xmp::Tag* list = raw_.tagMatchingImageProperty(kIPTC, "LocationCreated");
-    if (list && !list->elements().empty()) return location(list->elements().front());
+    if (const xmp::Tag* first =
+            firstLocation(raw_.tagMatchingImageProperty(kIPTC, "LocationCreated")))
+        return location(*first);
     ImageLocation legacy;
     legacy.sublocation = cleanText(raw_.tag("Iptc4xmpCore:Location"));
     legacy.city = cleanText(raw_.tag("photoshop:City"));
@@ -316,9 +369,8 @@ std::optional<ImageMetadata::ImageLocation> ImageMetadata::locationCreated() con
 }
 
 std::optional<ImageMetadata::ImageLocation> ImageMetadata::locationShown() const {
-    const xmp::Tag* list = raw_.tagMatchingImageProperty(kIPTC, "LocationShown");
-    if (!list || list->elements().empty()) return std::nullopt;
-    return location(list->elements().front());
+    const xmp::Tag* first = firstLocation(raw_.tagMatchingImageProperty(kIPTC, "LocationShown"));
+    return first ? location(*first) : std::nullopt;
 }
 
 std::optional<std::string> ImageMetadata::userComment() const {
@@ -357,14 +409,11 @@ void ImageMetadata::removeLocationData() {
         remove(t);
     for (const std::string_view path :
          {"Iptc4xmpExt:LocationCreated", "Iptc4xmpExt:LocationShown", "Iptc4xmpCore:Location",
-          "photoshop:City", "photoshop:State", "photoshop:Country", "Iptc4xmpCore:CountryCode"}) {
-        const auto it = std::find_if(tags().begin(), tags().end(),
-                                     [&](const xmp::Tag& t) { return t.path() == path; });
-        if (it != tags().end()) {
-            const xmp::Tag found = *it;
+          "photoshop:City", "photoshop:State", "photoshop:Country", "Iptc4xmpCore:CountryCode"})
+        if (const xmp::Tag* t = raw_.tag(path)) {
+            const xmp::Tag found = *t;
             remove(found);
         }
-    }
 }
 
 // ---- Stored form and export ----
@@ -401,7 +450,12 @@ void ImageMetadata::prepareForExport(double resolution, std::string_view fileTyp
           "ResolutionUnit", "Software", "TransferFunction", "WhitePoint", "PrimaryChromaticities",
           "TileWidth", "TileLength"})
         raw_.removeTag("tiff:" + std::string(name));
-    // Hundredths of a unit, reduced: 72 → 72/1, 72.5 → 145/2.
+    // Hundredths of a unit, reduced: 72 → 72/1, 72.5 → 145/2. TIFF keeps the resolution as a
+    // rational of two unsigned 32-bit integers.
+    precondition(std::isfinite(resolution) && resolution * 100 > -1 &&
+                     resolution * 100 < double(std::numeric_limits<std::uint32_t>::max()) + 1,
+                 "The export resolution must be a finite number of pixels per unit from 0 to "
+                 "42949672.95.");
     const auto n = static_cast<long long>(resolution * 100);
     const long long g = n == 0 ? 100 : std::gcd(n, 100LL);
     const std::string rational = std::to_string(n / g) + "/" + std::to_string(100 / g);

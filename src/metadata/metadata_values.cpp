@@ -1,5 +1,6 @@
 #include "metadata_values.hpp"
 
+#include "bic/platform/core/text.hpp"
 #include "bic/platform/ns/formatter.hpp"
 #include "bic/resources/localization.hpp"
 
@@ -7,16 +8,11 @@
 
 namespace bic::metadata_values {
 
-namespace {
-constexpr std::string_view kWhiteSpace = " \t\n\r\v\f";
-}
-
 std::optional<std::string> cleanText(const xmp::Tag* tag) {
     if (!tag || tag->type() != xmp::TagType::string || !tag->text()) return std::nullopt;
-    const std::string& text = *tag->text();
-    const std::size_t first = text.find_first_not_of(kWhiteSpace);
-    if (first == std::string::npos) return std::nullopt;
-    return text.substr(first, text.find_last_not_of(kWhiteSpace) - first + 1);
+    const std::string_view text = trimmingWhitespace(*tag->text());
+    if (text.empty()) return std::nullopt;
+    return std::string(text);
 }
 
 std::vector<std::string> cleanElements(const xmp::Tag& tag) {

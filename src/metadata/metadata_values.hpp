@@ -11,8 +11,8 @@
 
 namespace bic::metadata_values {
 
-/// A text tag's text trimmed of white space and newlines; nothing for other tags, no tag or
-/// an empty result.
+/// A text tag's text trimmed of Unicode white space and line breaks; nothing for other tags, no tag
+/// or an empty result.
 std::optional<std::string> cleanText(const xmp::Tag* tag);
 /// Each element's clean text, in order, blanks dropped.
 std::vector<std::string> cleanElements(const xmp::Tag& tag);

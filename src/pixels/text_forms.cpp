@@ -1,7 +1,6 @@
 #include "bic/pixels/text_forms.hpp"
 
 #include <charconv>
-#include <cstdio>
 
 namespace bic::text_forms {
 
@@ -31,12 +30,14 @@ std::optional<std::uint32_t> parseHex(std::string_view text) {
 
 std::string formatFloats(std::initializer_list<float> values, std::size_t count) {
     std::string out;
-    char buffer[64];
+    char buffer[64]; // six decimals of the largest float: 39 digits before the point
     std::size_t i = 0;
     for (float v : values) {
         if (i++ == count) break;
-        std::snprintf(buffer, sizeof buffer, out.empty() ? "%f" : " %f", static_cast<double>(v));
-        out += buffer;
+        // "%f" as the C locale writes it, whatever locale the process is in.
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, static_cast<double>(v),
+                                          std::chars_format::fixed, 6);
+        out += (out.empty() ? "" : " ") + std::string(buffer, result.ptr);
     }
     return out;
 }

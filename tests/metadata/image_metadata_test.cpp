@@ -3,6 +3,7 @@
 #include "bic/platform/coding/formats.hpp"
 #include "bic/resources/localization.hpp"
 
+#include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -77,6 +78,53 @@ TEST_F(ImageMetadataTest, Descriptions) {
     EXPECT_FALSE(blank.depictedPersons());
 }
 
+TEST_F(ImageMetadataTest, CleanTextTrimsUnicodeSpacesAndLineBreaks) {
+    // An ideographic space alone is no title; no-break spaces, U+2028 and U+0085 (NEL) trim.
+    EXPECT_FALSE(metadata("<dc:title><rdf:Alt><rdf:li xml:lang=\"x-default\">\u3000</rdf:li>"
+                          "</rdf:Alt></dc:title>")
+                     .titles());
+    const ImageMetadata m =
+        metadata(simple("photoshop:Headline", "\u00A0Storm\u2028") +
+                 simple("photoshop:Instructions", "\u0085Crop\u3000tight\u2029") +
+                 simple("tiff:Make", "\u2003"));
+    EXPECT_EQ(m.headline(), "Storm");
+    EXPECT_EQ(m.instructions(), "Crop\u3000tight");
+    EXPECT_FALSE(m.cameraMaker());
+}
+
+TEST_F(ImageMetadataTest, AuthorAddressesInTheirCountrysMailingStyle) {
+    auto author = [](std::string_view street, std::string_view city, std::string_view region,
+                     std::string_view code, std::string_view country) {
+        std::string body = R"(<Iptc4xmpCore:CreatorContactInfo rdf:parseType="Resource">)";
+        for (const auto& [key, value] : {std::pair{"CiAdrExtadr", street},
+                                         {"CiAdrCity", city},
+                                         {"CiAdrRegion", region},
+                                         {"CiAdrPcode", code},
+                                         {"CiAdrCtry", country}})
+            if (!value.empty()) body += simple(std::string("Iptc4xmpCore:") + key, value);
+        return metadata(body + "</Iptc4xmpCore:CreatorContactInfo>").displayAuthor();
+    };
+    EXPECT_EQ(author("1 Infinite Loop", "Cupertino", "CA", "95014", "United States"),
+              "1 Infinite Loop\nCupertino CA 95014\nUnited States");
+    EXPECT_EQ(author("24 Sussex Drive", "Ottawa", "ON", "K1M 1M4", "CA"),
+              "24 Sussex Drive\nOttawa ON K1M 1M4\nCA");
+    EXPECT_EQ(author("10 Downing Street", "London", "Greater London", "SW1A 2AA", "UK"),
+              "10 Downing Street\nLondon\nGreater London\nSW1A 2AA\nUK");
+    EXPECT_EQ(author("Platz der Republik 1", "Berlin", "Berlin", "11011", "Deutschland"),
+              "Platz der Republik 1\n11011 Berlin\nDeutschland");
+    EXPECT_EQ(
+        author("55 Rue du Faubourg Saint-Honoré", "Paris", "Île-de-France", "75008", "FRANCE"),
+        "55 Rue du Faubourg Saint-Honoré\n75008 Paris\nFRANCE");
+    EXPECT_EQ(author("千代田1-1", "千代田区", "東京都", "100-8111", "日本"),
+              "〒100-8111\n東京都千代田区\n千代田1-1\n日本");
+    EXPECT_EQ(author("1-1 Chiyoda", "Chiyoda-ku", "Tokyo", "100-8111", "Japan"),
+              "〒100-8111\nTokyo Chiyoda-ku\n1-1 Chiyoda\nJapan");
+    // Other countries, and none: street, postal code and city, region, country.
+    EXPECT_EQ(author("Via del Corso 1", "Roma", "RM", "00186", "Italia"),
+              "Via del Corso 1\n00186 Roma\nRM\nItalia");
+    EXPECT_EQ(author("", "Springfield", "IL", "", ""), "Springfield\nIL");
+}
+
 TEST_F(ImageMetadataTest, RatingsAndNumbers) {
     const std::pair<std::string_view, std::optional<int>> cases[] = {{"5", 5},
                                                                      {"-1", -1},
@@ -121,6 +169,34 @@ TEST_F(ImageMetadataTest, CaptureDates) {
               "-05:00");
 }
 
+TEST_F(ImageMetadataTest, CaptureZoneFromTheXMPsStatementOfTheSameMoment) {
+    // The date the bridge reads came from Exif without a zone; the XMP's exif:DateTimeOriginal
+    // states the same wall-clock time with one.
+    const char* previous = std::getenv("TZ");
+    const std::string saved = previous ? previous : "";
+    setenv("TZ", "UTC", 1);
+    tzset();
+    auto date = [](std::string_view bridged, std::string_view xmp, std::string_view offset = "") {
+        std::string body =
+            simple("photoshop:DateCreated", bridged) + simple("exif:DateTimeOriginal", xmp);
+        if (!offset.empty()) body += simple("exif:OffsetTimeOriginal", offset);
+        return metadata(body).dateTimeOriginal();
+    };
+    const auto noon = sys_days(2010y / 12 / 12) + 12h + 41min + 35s;
+    EXPECT_EQ(date("2010-12-12T12:41:35.00", "2010-12-12T12:41:35.00+01:00"), noon - 1h);
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35-0230"), noon + 2h + 30min);
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35Z"), noon);
+    // Another moment, or no zone, says nothing about this one; an Exif offset comes first.
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:36+01:00"), noon); // machine: UTC
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35"), noon);
+    EXPECT_EQ(date("2010-12-12T12:41:35", "2010-12-12T12:41:35+01:00", "+03:00"), noon - 3h);
+    if (previous)
+        setenv("TZ", saved.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
+}
+
 TEST_F(ImageMetadataTest, Locations) {
     const std::string created =
         R"(<Iptc4xmpExt:LocationCreated><rdf:Bag><rdf:li rdf:parseType="Resource">)"
@@ -141,6 +217,24 @@ TEST_F(ImageMetadataTest, Locations) {
     ASSERT_TRUE(legacy);
     EXPECT_EQ(*legacy, (ImageMetadata::ImageLocation{.city = "Paris"}));
     EXPECT_FALSE(metadata(simple("photoshop:City", "Paris")).locationShown());
+
+    // One location written as a structure on its own, not in a list.
+    const std::string single =
+        R"(<Iptc4xmpExt:LocationCreated rdf:parseType="Resource">)"
+        R"(<Iptc4xmpExt:City>Oslo</Iptc4xmpExt:City><Iptc4xmpExt:WorldRegion>Europe</Iptc4xmpExt:WorldRegion>)"
+        R"(</Iptc4xmpExt:LocationCreated>)";
+    EXPECT_EQ(metadata(single + simple("photoshop:City", "Elsewhere")).locationCreated(),
+              (ImageMetadata::ImageLocation{.city = "Oslo", .worldRegion = "Europe"}));
+    EXPECT_EQ(metadata("<Iptc4xmpExt:LocationShown rdf:parseType=\"Resource\">" +
+                       simple("Iptc4xmpExt:CountryName", "Norway") + "</Iptc4xmpExt:LocationShown>")
+                  .locationShown(),
+              (ImageMetadata::ImageLocation{.country = "Norway"}));
+    // A structure with none of a location's fields leaves the legacy fields to speak.
+    const std::string other = R"(<Iptc4xmpExt:LocationCreated rdf:parseType="Resource">)" +
+                              simple("Iptc4xmpExt:LocationId", "x") +
+                              "</Iptc4xmpExt:LocationCreated>";
+    EXPECT_EQ(metadata(other + simple("photoshop:City", "Paris")).locationCreated(),
+              (ImageMetadata::ImageLocation{.city = "Paris"}));
 
     ImageMetadata::ImageLocation l;
     EXPECT_TRUE(l.isEmpty());
@@ -187,6 +281,32 @@ TEST_F(ImageMetadataTest, EqualityAndEditing) {
               (std::vector<std::string>{"photoshop:Headline", "tiff:Make", "tiff:Orientation"}));
 }
 
+TEST_F(ImageMetadataTest, SetWritesStructuresAndListsOfThem) {
+    ImageMetadata m;
+    m.set(xmp::PropertyStructure{{"CiAdrCity", "Paris"}, {"CiEmailWork", "ann@example.com"}},
+          "CreatorContactInfo", "{IPTC}");
+    m.set(std::vector<xmp::PropertyStructure>{{{"City", "Rome"}, {"CountryCode", "IT"}},
+                                              {{"City", "Oslo"}}},
+          "LocationCreated", "{IPTC}");
+    m.set(xmp::PropertyStructure{{"CountryName", "Norway"}}, "LocationShown", "{IPTC}");
+    const ImageMetadata read = coding::decode<ImageMetadata>(coding::encode(m));
+    EXPECT_EQ(read.contactInfo(),
+              (ImageMetadata::ContactInfo{.city = "Paris", .email = "ann@example.com"}));
+    EXPECT_EQ(read.locationCreated(),
+              (ImageMetadata::ImageLocation{.city = "Rome", .isoCountryCode = "IT"}));
+    EXPECT_EQ(read.rawMetadata().tag("Iptc4xmpExt:LocationCreated")->type(),
+              xmp::TagType::arrayUnordered);
+    EXPECT_EQ(read.rawMetadata().tag("Iptc4xmpExt:LocationCreated[2]/Iptc4xmpExt:City")->text(),
+              "Oslo");
+    EXPECT_EQ(read.locationShown(), (ImageMetadata::ImageLocation{.country = "Norway"}));
+
+    // A member name XML cannot carry refuses the whole value.
+    const ImageMetadata before = m;
+    EXPECT_THROW(m.set(xmp::PropertyStructure{{"Ci Adr", "x"}}, "CreatorContactInfo", "{IPTC}"),
+                 Error);
+    EXPECT_EQ(m, before);
+}
+
 TEST_F(ImageMetadataTest, CodedEnumerationsAndFlash) {
     using EP = ImageMetadata::ExposureProgram;
     EXPECT_EQ(metadata(simple("exif:ExposureProgram", "3")).exposureProgram(),
@@ -214,6 +334,27 @@ TEST_F(ImageMetadataTest, CodedEnumerationsAndFlash) {
     EXPECT_FALSE(flash("4", "yes").flashDidFire());
     EXPECT_TRUE(flash("1", "False").hasCameraInfo());
     EXPECT_FALSE(metadata(simple("photoshop:City", "Oslo")).hasCameraInfo());
+}
+
+TEST_F(ImageMetadataTest, CameraInfoNeedsAValueNotJustATag) {
+    for (const std::string& body :
+         {simple("tiff:Make", "  "), simple("exif:ExposureProgram", "abc"),
+          simple("exif:LightSource", "5"), simple("exif:FNumber", "x/y"),
+          simple("exif:MeteringMode", "7"), simple("exif:FocalLength", "1/0"),
+          simple("aux:Lens", ""), simple("exif:WhiteBalance", "auto"),
+          std::string("<exif:ISOSpeedRatings><rdf:Seq><rdf:li>fast</rdf:li></rdf:Seq>"
+                      "</exif:ISOSpeedRatings>"),
+          R"(<exif:Flash rdf:parseType="Resource">)" + simple("exif:Mode", "4") +
+              simple("exif:Fired", "True") + "</exif:Flash>",
+          simple("tiff:Make", "  ") + simple("exif:LightSource", "5")})
+        EXPECT_FALSE(metadata(body).hasCameraInfo()) << body;
+    for (const std::string& body :
+         {simple("tiff:Make", "Canon"), simple("aux:OwnerName", "Ann"),
+          simple("exif:LightSource", "255"), simple("exif:FNumber", "28/10"),
+          simple("aux:Lens", "Kit zoom"), simple("exif:WhiteBalance", "1"),
+          std::string("<exif:ISOSpeedRatings><rdf:Seq><rdf:li>100</rdf:li></rdf:Seq>"
+                      "</exif:ISOSpeedRatings>")})
+        EXPECT_TRUE(metadata(body).hasCameraInfo()) << body;
 }
 
 TEST_F(ImageMetadataTest, CameraAndLensNames) {
@@ -338,6 +479,34 @@ TEST_F(ImageMetadataTest, StoredForm) {
                  coding::DecodingError);
 }
 
+TEST_F(ImageMetadataTest, ValuesXMPCannotCarryAreRefusedNotStored) {
+    // A non-character, bytes that are not UTF-8, a surrogate, a control character: each would
+    // give a stored form that no longer loads, so setting them fails and changes nothing.
+    ImageMetadata m = metadata(simple("photoshop:Headline", "Kept"));
+    const ImageMetadata before = m;
+    for (const std::string& bad : {std::string("a\uFFFF"), std::string("\xFF\xFE"),
+                                   std::string("\xED\xA0\x80"), std::string("bell\x07")}) {
+        try {
+            m.set(bad, "Headline", "{IPTC}");
+            ADD_FAILURE() << "set " << bad;
+        } catch (const Error& e) {
+            EXPECT_EQ(e.code(), Error::errorSettingTagFromProperty);
+        }
+        EXPECT_EQ(m, before);
+    }
+    // What XML carries goes through: tabs, line breaks, characters beyond the BMP.
+    m.set(std::string("\tA\r\nB \U0010FFFD \U0001D453"), "Headline", "{IPTC}");
+    const ImageMetadata stored = coding::decode<ImageMetadata>(coding::encode(m));
+    EXPECT_EQ(stored, m);
+    EXPECT_EQ(stored.rawMetadata().tag("photoshop:Headline")->text(),
+              "\tA\r\nB \U0010FFFD \U0001D453");
+
+    // A tree that holds such a text anyway cannot be encoded.
+    xmp::Metadata tree;
+    tree.setTag(xmp::Tag::text(std::string(xmp::ns::photoshop), "", "Headline", "a\uFFFF"));
+    EXPECT_FALSE(tree.xmpData());
+}
+
 TEST_F(ImageMetadataTest, ExportPreparation) {
     const std::string body = simple("tiff:Orientation", "6") + simple("tiff:Software", "Old") +
                              simple("tiff:Compression", "1") + simple("tiff:Make", "Canon");
@@ -358,6 +527,15 @@ TEST_F(ImageMetadataTest, ExportPreparation) {
     EXPECT_EQ(tiff.rawMetadata().tag("tiff:XResolution")->text(), "145/2");
     EXPECT_EQ(tiff.rawMetadata().tag("tiff:Compression")->text(), "5");
     EXPECT_EQ(tiff.rawMetadata().tag("xmp:CreatorTool")->text(), "Painter 3.1");
+
+    // A resolution a TIFF rational cannot hold is a caller's mistake.
+    ImageMetadata any;
+    for (const double bad : {std::nan(""), HUGE_VAL, -HUGE_VAL, 1e30, 42949673.0, -1.0})
+        EXPECT_DEATH(any.prepareForExport(bad, "public.tiff"),
+                     "Fatal error: The export resolution must be a finite number")
+            << bad;
+    any.prepareForExport(42949672.5, "public.tiff");
+    EXPECT_EQ(any.rawMetadata().tag("tiff:XResolution")->text(), "85899345/2");
 
     ImageMetadata tiny;
     tiny.prepareForExport(0.004, "public.png");

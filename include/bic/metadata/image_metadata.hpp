@@ -3,9 +3,10 @@
 // image-information panel shows, camera and exposure values with their display strings, a few
 // edits, the stored form and the preparation for export.
 //
-// Readers never throw and never cache: each reads the tree. Text is "clean" (trimmed of white
-// space and newlines, empty meaning absent); numbers are read from "N" or "N/D" texts (a zero
-// denominator, more parts or a non-integer part meaning absent).
+// Readers never throw and never cache: each reads the tree. Text is "clean" (trimmed of Unicode
+// white space and line breaks, empty meaning absent); numbers are read from "N" or "N/D" texts
+// (a zero denominator, more parts or a non-integer part meaning absent). Nothing depends on the
+// process locale.
 
 #include "bic/platform/coding/coder.hpp"
 #include "bic/platform/xmp/metadata.hpp"
@@ -130,8 +131,8 @@ public:
     static std::optional<ImageMetadata> make(const xmp::Metadata& tree);
     /// Parsed from an XMP packet; nothing when it does not parse.
     static std::optional<ImageMetadata> fromXMPData(std::span<const std::uint8_t> data);
-    /// From a photo or image file, its Exif and IPTC converted into XMP; nothing when the file
-    /// cannot be read.
+    /// From a photo or image file: its XMP, then what its Exif and IPTC (converted into XMP) add
+    /// without replacing anything the XMP says; nothing when the file cannot be read.
     static std::optional<ImageMetadata> fromImageFile(const std::filesystem::path& path);
 
     const xmp::Metadata& rawMetadata() const { return raw_; }
@@ -157,15 +158,18 @@ public:
     std::optional<int> starRating() const;
     std::optional<std::vector<std::string>> authors() const;
     std::optional<ContactInfo> contactInfo() const;
-    /// The authors, one a line, then the creator's postal address in mailing style (street;
-    /// postal code and city; state or province; country) and e-mail, phone and web address.
+    /// The authors, one a line, then the creator's postal address in the mailing style of its
+    /// country (US, Canada, Australia, UK, Germany, France, Japan; elsewhere street, postal code
+    /// and city, state or province, country) and e-mail, phone and web address.
     std::optional<std::string> displayAuthor() const;
     std::optional<std::vector<std::string>> depictedPersons() const;
-    /// The capture time: a text without a zone takes exif:OffsetTimeOriginal, else the zone the
-    /// machine is in now.
+    /// The capture time: a text without a zone takes exif:OffsetTimeOriginal, else the zone of
+    /// exif:DateTimeOriginal when that states the same wall-clock time, else the zone the machine
+    /// is in now.
     std::optional<Date> dateTimeOriginal() const;
     std::optional<std::string> dateTimeOffsetOriginal() const;
-    /// The IPTC Extension location created, else the legacy single-location fields.
+    /// The IPTC Extension location created (the first of a list, or one structure on its own),
+    /// else the legacy single-location fields.
     std::optional<ImageLocation> locationCreated() const;
     std::optional<ImageLocation> locationShown() const;
     std::optional<std::string> userComment() const;
@@ -182,6 +186,7 @@ public:
     std::optional<LensSpecification> lensSpecification() const;
     std::optional<bool> is35mmSensor() const;
     std::optional<bool> isZoomLens() const;
+    /// Whether any camera, lens or exposure reader gives a value.
     bool hasCameraInfo() const;
     /// "Nikon D850", "Nikon D850 of Ann", …
     std::optional<std::string> displayCameraModel() const;
@@ -240,7 +245,10 @@ public:
 
     // ---- Editing (throw ImageMetadataError; a failed edit leaves the tree as it was) ----
 
-    /// Sets the tag the platform keeps `matchingProperty` of `inDictionary` in.
+    /// Sets the tag the platform keeps `matchingProperty` of `inDictionary` in; a structure or a
+    /// list of structures becomes one in the property's namespace. Throws
+    /// errorSettingTagFromProperty for a pair that is not mapped and for a value XMP cannot
+    /// carry (see xmp::isXMLText), leaving the tree as it was.
     void set(const xmp::PropertyValue& value, std::string_view matchingProperty,
              std::string_view inDictionary);
     void remove(const xmp::Tag& tag);
@@ -262,7 +270,8 @@ public:
     static void setSoftwareNameAndVersion(std::string text);
     /// Readies the TIFF tags for a file of `fileType` (a type identifier such as "public.tiff")
     /// at `resolution` pixels per unit: drops those describing the document, records the
-    /// resolution, and for TIFF the compression.
+    /// resolution, and for TIFF the compression. The resolution must be finite and fit a TIFF
+    /// rational in hundredths (0 to 42949672.95); anything else is a fatal stop.
     void prepareForExport(double resolution, std::string_view fileType);
 
     /// Equal XMP serialisations (two trees that cannot be serialised are equal).

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <locale.h>
 #include <memory>
 #include <optional>
 #include <plist/plist.h>
@@ -10,6 +11,26 @@
 namespace bic::coding {
 
 namespace {
+
+// libplist reads the reals of XML property lists with the C library, which follows the process
+// locale: in a comma-decimal one "0.25" reads as 0. Its calls run in the C locale, on this
+// thread only.
+class ClassicLocale {
+public:
+    ClassicLocale() : previous_(classic() ? uselocale(classic()) : nullptr) {}
+    ~ClassicLocale() {
+        if (previous_) uselocale(previous_);
+    }
+    ClassicLocale(const ClassicLocale&) = delete;
+    ClassicLocale& operator=(const ClassicLocale&) = delete;
+
+private:
+    static locale_t classic() {
+        static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
+        return c;
+    }
+    locale_t previous_;
+};
 
 struct PlistFree {
     void operator()(plist_t p) const { plist_free(p); }
@@ -141,6 +162,7 @@ Data writePropertyList(const Value& root, PropertyListFormat format) {
     if (format == PropertyListFormat::binary) {
         plist_to_bin(plist.get(), &bytes, &length);
     } else {
+        const ClassicLocale c;
         plist_to_xml(plist.get(), &bytes, &length);
     }
     if (!bytes) throw EncodingError({}, "The property list could not be written.");
@@ -203,6 +225,7 @@ Value readPropertyList(std::span<const std::uint8_t> bytes) {
         throw DecodingError(DecodingError::Kind::dataCorrupted, {},
                             "The property list holds a string with a NUL character.");
     plist_t raw = nullptr;
+    const ClassicLocale c;
     if (!bytes.empty() && bytes.size() <= UINT32_MAX)
         plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
                           static_cast<std::uint32_t>(bytes.size()), &raw);

@@ -1,15 +1,15 @@
 #include "bic/platform/coding/value.hpp"
 
 #include <charconv>
-#include <cstdlib>
 
 namespace bic::coding {
 
 Value::Value(float f) {
     char buffer[64];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer - 1, f);
-    *result.ptr = '\0';
-    v_ = std::strtod(buffer, nullptr);
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, f);
+    double d = 0;
+    std::from_chars(buffer, result.ptr, d);
+    v_ = d;
 }
 
 const Value* Value::find(std::string_view key) const {

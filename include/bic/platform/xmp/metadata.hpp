@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -77,10 +78,13 @@ public:
     const std::optional<std::string>& language() const { return language_; }
 
     /// A member of a structure by "prefix:name", or an element by "[n]" (1-based); paths go
-    /// deeper with "/" ("Iptc4xmpExt:LocationCreated[1]/Iptc4xmpExt:City" from the root).
+    /// deeper with "/" ("Iptc4xmpExt:LocationCreated[1]/Iptc4xmpExt:City" from the root). A
+    /// public prefix names its namespace whatever prefix the tag carries; any other prefix
+    /// names the tags that carry it.
     const Tag* find(std::string_view relativePath) const;
 
     friend bool operator==(const Tag&, const Tag&) = default;
+    friend void choosePrefixes(std::vector<Tag>& tags);
 
 private:
     std::string namespace_, prefix_, name_;
@@ -98,11 +102,25 @@ bool canonicalOrder(const Tag& a, const Tag& b);
 /// Puts structure members (and `tags` itself when `sort`) into canonical order, all the way
 /// down.
 void canonicalize(std::vector<Tag>& tags, bool sort);
+/// Gives each namespace in `tags` (members included) one prefix, so that paths name tags
+/// unambiguously: a public namespace its public prefix, any other the prefix it came with
+/// unless that is empty, reserved, public or another namespace's, in which case a numbered one.
+void choosePrefixes(std::vector<Tag>& tags);
+
+/// Whether `text` can stand in an XMP packet: well-formed UTF-8 of characters XML 1.0 allows
+/// (no control characters but tab, line feed and carriage return, no U+FFFE or U+FFFF).
+bool isXMLText(std::string_view text);
+
+/// A structure for the property bridge: member names (in the property's namespace) and texts.
+using PropertyStructure = std::map<std::string, std::string, std::less<>>;
 
 /// What the property bridge accepts as a value: text, numbers and flags become text (integers
-/// in decimal, other numbers with "%f", flags "True"/"False"); a list becomes an array.
+/// in decimal, other numbers with six decimals as "%f" writes them in the C locale, flags
+/// "True"/"False"); a list becomes an array, a structure a structure and a list of structures
+/// an array of them.
 using PropertyValue =
-    std::variant<std::string, std::int64_t, double, bool, std::vector<std::string>>;
+    std::variant<std::string, std::int64_t, double, bool, std::vector<std::string>,
+                 PropertyStructure, std::vector<PropertyStructure>>;
 
 class Metadata {
 public:
@@ -110,14 +128,18 @@ public:
     Metadata() = default;
 
     /// Parses an XMP packet (with or without its wrapper); nothing when it does not parse.
+    /// Prefixes mean what the packet's own declarations bind them to; a property whose
+    /// namespace still cannot be told is left out, and the rest is read.
     static std::optional<Metadata> fromXMPData(std::span<const std::uint8_t> data);
     /// The metadata of a photo or image file (JPEG, TIFF, PNG, WebP, the raw formats Exiv2
-    /// reads): its XMP with its Exif and IPTC converted into XMP and the tags this library reads
-    /// put where the property bridge looks. Nothing when the file cannot be read.
+    /// reads): its XMP, then what its Exif and then its IPTC add (converted into XMP; a
+    /// property the XMP already has is never replaced), and the tags this library reads put
+    /// where the property bridge looks. XMP that cannot be read leaves the Exif and IPTC.
+    /// Nothing when the file cannot be read.
     static std::optional<Metadata> fromImageFile(const std::filesystem::path& path);
 
-    /// The tree as an XMP packet; nothing when a text holds characters XML cannot carry or a
-    /// tag is in a reserved namespace.
+    /// The tree as an XMP packet; nothing when a text is not XML text (`isXMLText`), a name is
+    /// not an XML name or a tag is in a reserved namespace.
     std::optional<std::vector<std::uint8_t>> xmpData() const;
 
     /// Top-level tags, ordered by namespace and name. The order of properties in an XMP packet
@@ -145,7 +167,8 @@ public:
     /// "FNumber" → exif:FNumber); nothing when the pair is not mapped or the tag is absent.
     const Tag* tagMatchingImageProperty(std::string_view dictionary,
                                         std::string_view property) const;
-    /// Sets the property's tag to `value`; false when the pair is not mapped.
+    /// Sets the property's tag to `value`; false, changing nothing, when the pair is not mapped
+    /// or the value could not be written as XMP.
     bool setValueMatchingImageProperty(std::string_view dictionary, std::string_view property,
                                        const PropertyValue& value);
 
