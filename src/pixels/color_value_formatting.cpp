@@ -1,5 +1,7 @@
 #include "bic/pixels/color_value_formatting.hpp"
 
+#include "bic/platform/core/text.hpp"
+
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -9,15 +11,6 @@ namespace bic {
 namespace {
 
 constexpr const char* kInvalid = "Invalid Value.";
-
-std::string_view trimmed(std::string_view s) {
-    const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-    while (!s.empty() && space(s.front()))
-        s.remove_prefix(1);
-    while (!s.empty() && space(s.back()))
-        s.remove_suffix(1);
-    return s;
-}
 
 /// A complete decimal 32-bit integer with an optional sign.
 std::optional<std::int32_t> scanInt32(std::string_view s) {
@@ -82,7 +75,7 @@ bool ColorValueLevelFormatter::getObjectValue(Object& object, std::string_view s
         object = 0.0;
         return true;
     }
-    const auto n = scanInt32(trimmed(string));
+    const auto n = scanInt32(trimmingWhitespace(string));
     if (!n || *n < 0 || static_cast<std::uint32_t>(*n) > scale_) {
         errorDescription = kInvalid;
         return false;

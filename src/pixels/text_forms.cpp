@@ -1,26 +1,16 @@
 #include "bic/pixels/text_forms.hpp"
 
+#include "bic/platform/core/text.hpp"
+
 #include <charconv>
 
 namespace bic::text_forms {
 
-namespace {
-bool isSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
-
-std::string_view trimmed(std::string_view s) {
-    while (!s.empty() && isSpace(s.front()))
-        s.remove_prefix(1);
-    while (!s.empty() && isSpace(s.back()))
-        s.remove_suffix(1);
-    return s;
-}
-} // namespace
-
 std::optional<std::uint32_t> parseHex(std::string_view text) {
-    text = trimmed(text);
-    if (!text.empty() && text.front() == '#') text = trimmed(text.substr(1));
+    // Pasted text comes with spaces of every kind and line breaks around it, before and after
+    // the "#".
+    text = trimmingWhitespace(text);
+    if (!text.empty() && text.front() == '#') text = trimmingWhitespace(text.substr(1));
     if (text.size() != 6) return std::nullopt;
     std::uint32_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);

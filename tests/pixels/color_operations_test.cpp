@@ -66,6 +66,10 @@ TEST(ColorOperations, HexForm) {
     EXPECT_EQ(PixelARGB8(255, 128, 0, 10).hexValue(), "FF8000");
     EXPECT_EQ(PixelRGBA16(65535, 0, 4112, 0).hexValue(), "FF0010");
     EXPECT_EQ(*PixelARGB8::fromHexValue(" #ff8000\n"), PixelARGB8(255, 128, 0, 255));
+    // Every Unicode space and line break: no-break space, ideographic space, next line, line
+    // separator.
+    EXPECT_EQ(*PixelARGB8::fromHexValue("\u00A0\u3000#\u00A0FF8000\u0085\u2028"),
+              PixelARGB8(255, 128, 0, 255));
     EXPECT_EQ(*PixelARGB8::fromHexValue("0a0B0c"), PixelARGB8(10, 11, 12, 255));
     for (const char* bad : {"#FFF", "FF80001", "GG0000", "", "#", "ff 800", "-FFFFF", "0x1234"})
         EXPECT_FALSE(PixelARGB8::fromHexValue(bad)) << bad;
