@@ -196,24 +196,28 @@ void Deflate8BitPlane(benchmark::State& state) {
 
 #define CODEC_BENCH(fn, name)                                                                      \
     BENCHMARK(fn)->Name(name)->Unit(benchmark::kMillisecond)->UseRealTime()
+// Decoders run at least five times each, ours and the peer alike: a single run of a large
+// decode mostly measures the first touch of fresh pages, which an editor that opens documents
+// repeatedly pays once.
+#define DECODE_BENCH(fn, name) CODEC_BENCH(fn, name)->MinTime(2.0)
 
 CODEC_BENCH(EncodeRecord<PixelARGB8>, "encode_record_rgba8");
 CODEC_BENCH(PngEncode<PixelARGB8>, "encode_record_rgba8/peer:libpng")->Iterations(1);
 CODEC_BENCH(Memcpy<PixelARGB8>, "encode_record_rgba8/peer:memcpy");
-CODEC_BENCH(DecodeRecord<PixelARGB8>, "decode_record_rgba8");
-CODEC_BENCH(PngDecode<PixelARGB8>, "decode_record_rgba8/peer:libpng");
+DECODE_BENCH(DecodeRecord<PixelARGB8>, "decode_record_rgba8");
+DECODE_BENCH(PngDecode<PixelARGB8>, "decode_record_rgba8/peer:libpng");
 CODEC_BENCH(Memcpy<PixelARGB8>, "decode_record_rgba8/peer:memcpy");
 
 CODEC_BENCH(EncodeRecord<PixelRGBA16>, "encode_record_rgba16");
 CODEC_BENCH(PngEncode<PixelRGBA16>, "encode_record_rgba16/peer:libpng")->Iterations(1);
 CODEC_BENCH(Memcpy<PixelRGBA16>, "encode_record_rgba16/peer:memcpy");
-CODEC_BENCH(DecodeRecord<PixelRGBA16>, "decode_record_rgba16");
-CODEC_BENCH(PngDecode<PixelRGBA16>, "decode_record_rgba16/peer:libpng");
+DECODE_BENCH(DecodeRecord<PixelRGBA16>, "decode_record_rgba16");
+DECODE_BENCH(PngDecode<PixelRGBA16>, "decode_record_rgba16/peer:libpng");
 CODEC_BENCH(Memcpy<PixelRGBA16>, "decode_record_rgba16/peer:memcpy");
 
 CODEC_BENCH(EncodeRecord<PixelRGBA32>, "encode_record_rgbaf");
 CODEC_BENCH(Memcpy<PixelRGBA32>, "encode_record_rgbaf/peer:memcpy");
-CODEC_BENCH(DecodeRecord<PixelRGBA32>, "decode_record_rgbaf");
+DECODE_BENCH(DecodeRecord<PixelRGBA32>, "decode_record_rgbaf");
 CODEC_BENCH(Memcpy<PixelRGBA32>, "decode_record_rgbaf/peer:memcpy");
 
 CODEC_BENCH(PackBitsDecode, "packbits_decode_plane8");

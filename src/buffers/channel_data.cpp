@@ -2,6 +2,7 @@
 
 #include "bic/buffers/compression.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/core/memory.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -114,35 +115,48 @@ void filter(U* s, std::int64_t w, std::int64_t h, PredictionType type) {
     }
 }
 
-template <class U>
-void unfilter(U* s, std::int64_t w, std::int64_t h, PredictionType type) {
+// One pass per row: each sample is taken from big-endian order when `Swap`, then the prediction
+// added back. The prediction type is a template argument, so the row loop has no branch on it.
+template <class U, PredictionType Type, bool Swap>
+void unfilterRows(U* s, std::int64_t w, std::int64_t h) {
     for (std::int64_t r = 0; r < h; ++r) {
         U* row = s + r * w;
         const U* above = r ? row - w : nullptr;
         for (std::int64_t c = 0; c < w; ++c) {
-            switch (type) {
-            case PredictionType::none:
-                return;
-            case PredictionType::sub:
-                if (c) row[c] = wrap<U>(row[c] + row[c - 1]);
-                break;
-            case PredictionType::up:
-                if (above) row[c] = wrap<U>(row[c] + above[c]);
-                break;
-            case PredictionType::average:
-                row[c] = wrap<U>(row[c] + mean(c ? row[c - 1] : 0, above ? above[c] : 0));
-                break;
-            case PredictionType::paeth:
-                if (above && c)
-                    row[c] = wrap<U>(row[c] + paethPredictor(row[c - 1], above[c], above[c - 1]));
-                break;
+            U v = row[c];
+            if constexpr (Swap) v = bigEndian(v);
+            if constexpr (Type == PredictionType::sub) {
+                if (c) v = wrap<U>(v + row[c - 1]);
+            } else if constexpr (Type == PredictionType::up) {
+                if (above) v = wrap<U>(v + above[c]);
+            } else if constexpr (Type == PredictionType::average) {
+                v = wrap<U>(v + mean(c ? row[c - 1] : 0, above ? above[c] : 0));
+            } else if constexpr (Type == PredictionType::paeth) {
+                if (above && c) v = wrap<U>(v + paethPredictor(row[c - 1], above[c], above[c - 1]));
             }
+            row[c] = v;
         }
     }
 }
 
+template <class U, bool Swap>
+void unfilter(U* s, std::int64_t w, std::int64_t h, PredictionType type) {
+    switch (type) {
+    case PredictionType::none:
+        return unfilterRows<U, PredictionType::none, Swap>(s, w, h);
+    case PredictionType::sub:
+        return unfilterRows<U, PredictionType::sub, Swap>(s, w, h);
+    case PredictionType::up:
+        return unfilterRows<U, PredictionType::up, Swap>(s, w, h);
+    case PredictionType::average:
+        return unfilterRows<U, PredictionType::average, Swap>(s, w, h);
+    case PredictionType::paeth:
+        return unfilterRows<U, PredictionType::paeth, Swap>(s, w, h);
+    }
+}
+
 template <ComponentTypeProtocol T>
-void swapBytes(std::vector<std::uint8_t>& data) {
+void swapBytes(std::span<std::uint8_t> data) {
     if constexpr (sizeof(T) > 1) {
         T v;
         for (std::size_t i = 0; i + sizeof(T) <= data.size(); i += sizeof(T)) {
@@ -166,7 +180,7 @@ void toBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t 
     }
 }
 
-void fromBytePlanes(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h) {
+void fromBytePlanes(std::span<std::uint8_t> data, std::int64_t w, std::int64_t h) {
     if (w == 0) return;
     std::vector<std::uint8_t> row(std::size_t(w * 4));
     for (std::int64_t r = 0; r < h; ++r) {
@@ -194,17 +208,15 @@ void predict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h, Pr
 
 // Predicted big-endian bytes → host-order samples.
 template <ComponentTypeProtocol T>
-void unpredict(std::vector<std::uint8_t>& data, std::int64_t w, std::int64_t h,
-               PredictionType type) {
+void unpredict(std::span<std::uint8_t> data, std::int64_t w, std::int64_t h, PredictionType type) {
     if constexpr (std::is_same_v<T, float>) {
         if (type != PredictionType::none) {
-            unfilter(data.data(), w * 4, h, type);
+            unfilter<std::uint8_t, false>(data.data(), w * 4, h, type);
             fromBytePlanes(data, w, h);
         }
         swapBytes<T>(data);
     } else {
-        swapBytes<T>(data);
-        unfilter(reinterpret_cast<T*>(data.data()), w, h, type);
+        unfilter<T, true>(reinterpret_cast<T*>(data.data()), w, h, type);
     }
 }
 
@@ -267,29 +279,38 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
 constexpr std::size_t maximumDeflateRatio = 1032 + 1;
 constexpr std::size_t maximumPackBitsRatio = 64;
 
-template <ComponentTypeProtocol T>
-void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
-    precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
-    precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
-    // The size comes from stored data too: one that no plane can have, or that the coded
-    // bytes cannot possibly expand to, is refused before anything that large is allocated.
-    constexpr std::int64_t sampleBytes = sizeof(T);
-    if (height > 0 && width > std::numeric_limits<std::int64_t>::max() / sampleBytes / height)
+namespace {
+
+// Coded bytes too few for the decoded size are refused before anything that large is made.
+void requireCodedBytes(ChannelDataCompressionType compression, std::size_t coded,
+                       std::size_t decoded) {
+    if (compression == ChannelDataCompressionType::zip && decoded / maximumDeflateRatio > coded)
+        throw CompressionError("The zip data is too short for the plane's size.");
+    if (compression == ChannelDataCompressionType::rle && decoded / maximumPackBitsRatio > coded)
         throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-    const std::size_t size = std::size_t(width * height * sampleBytes);
-    std::vector<std::uint8_t> plain;
+}
+
+} // namespace
+
+template <ComponentTypeProtocol T>
+void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
+                                std::span<std::uint8_t> out) const {
+    precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
+    const std::size_t size = out.size();
+    precondition(width >= 0 && height >= 0 && size % sizeof(T) == 0 &&
+                     (height == 0
+                          ? size == 0
+                          : size / sizeof(T) % std::size_t(height) == 0 &&
+                                size / sizeof(T) / std::size_t(height) == std::size_t(width)),
+                 "A channel plane is decoded into exactly its samples.");
+    requireCodedBytes(compressionType, data.size(), size);
     switch (compressionType) {
     case ChannelDataCompressionType::zip:
-        if (size / maximumDeflateRatio > data.size())
-            throw CompressionError("The zip data is too short for the plane's size.");
-        plain = zipUncompressed(data, size);
+        zipUncompressInto(data, out);
         break;
     case ChannelDataCompressionType::rle: {
         if (std::int64_t(scanlineByteCounts.size()) != height)
             throw ImageCoreError(ImageCoreError::unknownError);
-        if (size / maximumPackBitsRatio > data.size())
-            throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-        plain.resize(size);
         const std::size_t rowBytes = std::size_t(width) * sizeof(T);
         std::int64_t offset = 0;
         std::size_t written = 0;
@@ -299,7 +320,7 @@ void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
             // Each row is decoded into its own slot: a short row is an error, not a shift.
             const std::size_t n =
                 unpackBitsInto(std::span(data).subspan(std::size_t(offset), std::size_t(count)),
-                               std::span(plain).subspan(written, rowBytes));
+                               out.subspan(written, rowBytes));
             if (n != rowBytes) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
             written += n;
             offset += count;
@@ -307,12 +328,26 @@ void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
         break;
     }
     case ChannelDataCompressionType::none:
-        plain = data;
+        // Nothing short or long goes on: a plane is whole or it is an error.
+        if (data.size() != size) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+        std::memcpy(out.data(), data.data(), size);
         break;
     }
-    // Nothing short or long goes on: a plane is whole or it is an error.
-    if (plain.size() != size) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-    unpredict<T>(plain, width, height, predictionType);
+    unpredict<T>(out, width, height, predictionType);
+}
+
+template <ComponentTypeProtocol T>
+void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
+    precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
+    precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
+    // The size comes from stored data too: one that no plane can have is refused.
+    constexpr std::int64_t sampleBytes = sizeof(T);
+    if (height > 0 && width > std::numeric_limits<std::int64_t>::max() / sampleBytes / height)
+        throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+    const std::size_t size = std::size_t(width * height * sampleBytes);
+    requireCodedBytes(compressionType, data.size(), size);
+    std::vector<std::uint8_t> plain = zeroedBuffer(size);
+    decodeInto(width, height, plain);
     data = std::move(plain);
     compressionType = ChannelDataCompressionType::none;
     predictionType = PredictionType::none;

@@ -231,14 +231,18 @@ std::vector<std::uint8_t> zipUncompressedUpTo(std::span<const std::uint8_t> in, 
     }
 }
 
-std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> in,
-                                          std::size_t uncompressedSize) {
-    std::vector<std::uint8_t> out = zeroedBuffer(uncompressedSize);
+void zipUncompressInto(std::span<const std::uint8_t> in, std::span<std::uint8_t> out) {
     std::size_t actual = 0;
     const auto result = libdeflate_zlib_decompress(&decompressor(), in.data(), in.size(),
                                                    out.data(), out.size(), &actual);
-    if (result != LIBDEFLATE_SUCCESS || actual != uncompressedSize)
+    if (result != LIBDEFLATE_SUCCESS || actual != out.size())
         throw CompressionError("The zip data is corrupt or does not decode to the plane's size.");
+}
+
+std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> in,
+                                          std::size_t uncompressedSize) {
+    std::vector<std::uint8_t> out = zeroedBuffer(uncompressedSize);
+    zipUncompressInto(in, out);
     return out;
 }
 

@@ -108,9 +108,9 @@ template <Pixel P>
 PixelBuffer<P>::PixelBuffer(IntegralSize size, std::vector<AnyChannelData> channels,
                             bool expand16BitColorRange, std::string title)
     : title_(std::move(title)), size_(size) {
-    const auto planes = detail::decodedPlanes<P>(size, std::move(channels));
+    const auto planes = detail::checkedPlanes<P>(size, std::move(channels));
     allocate(P::deviceColorSpace());
-    detail::interleave(rows(), planes, expand16BitColorRange);
+    detail::decodeInterleaved(rows(), planes, expand16BitColorRange);
 }
 
 template <Pixel P>

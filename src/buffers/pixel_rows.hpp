@@ -56,10 +56,10 @@ constexpr int componentOfPlane(int plane) {
     return k;
 }
 
-/// Decodes stored planes for a buffer of `size`; throws parameterError for planes of the wrong
-/// component type or count, and the planes' own errors. Nothing is written anywhere on failure.
+/// The stored planes of a buffer of `size`, checked: throws parameterError for planes of the
+/// wrong component type or count. Nothing is decoded yet.
 template <Pixel P>
-std::vector<ChannelData<ComponentOf<P>>> decodedPlanes(IntegralSize size,
+std::vector<ChannelData<ComponentOf<P>>> checkedPlanes(IntegralSize size,
                                                        std::vector<AnyChannelData> channels) {
     using T = ComponentOf<P>;
     if (size.width < 1 || size.height < 1 || std::int64_t(channels.size()) != P::componentCount)
@@ -70,31 +70,37 @@ std::vector<ChannelData<ComponentOf<P>>> decodedPlanes(IntegralSize size,
         if (!plane) throw ImageCoreError(ImageCoreError::parameterError);
         planes.push_back(std::move(*plane));
     }
+    return planes;
+}
+
+/// Decodes the planes (in parallel, each straight into memory of its own that is never
+/// zeroed) and interleaves them into the pixels, bands of rows in parallel. Throws the planes'
+/// errors, or a 16-bit expansion error, with the pixels partly written: callers write into
+/// memory nobody else sees yet.
+template <Pixel P>
+void decodeInterleaved(const PixelRows<P>& out,
+                       const std::vector<ChannelData<ComponentOf<P>>>& planes,
+                       bool expand16BitColorRange) {
+    using T = ComponentOf<P>;
+    constexpr int n = P::componentCount;
+    const std::int64_t w = out.size.width, h = out.size.height;
+    const std::size_t planeBytes = std::size_t(w * h) * sizeof(T);
+    std::vector<std::shared_ptr<std::uint8_t[]>> decoded(planes.size());
     std::vector<std::exception_ptr> failures(planes.size());
     tbb::parallel_for(std::size_t(0), planes.size(), [&](std::size_t i) {
         try {
-            planes[i].decompress(size.width, size.height);
+            decoded[i] = uninitializedBuffer(planeBytes);
+            planes[i].decodeInto(w, h, std::span(decoded[i].get(), planeBytes));
         } catch (...) {
             failures[i] = std::current_exception();
         }
     });
     for (const auto& failure : failures)
         if (failure) std::rethrow_exception(failure);
-    return planes;
-}
-
-/// Interleaves decoded planes into the pixels, bands of rows in parallel. A 16-bit expansion
-/// error leaves the pixels partly written; callers write into memory nobody else sees yet.
-template <Pixel P>
-void interleave(const PixelRows<P>& out, const std::vector<ChannelData<ComponentOf<P>>>& planes,
-                bool expand16BitColorRange) {
-    using T = ComponentOf<P>;
-    constexpr int n = P::componentCount;
-    const std::int64_t w = out.size.width;
     const T* sources[n];
     for (int k = 0; k < n; ++k)
-        sources[k] = reinterpret_cast<const T*>(planes[std::size_t(planeOf<P>(k))].data.data());
-    tbb::parallel_for(tbb::blocked_range<std::int64_t>(0, out.size.height, 64),
+        sources[k] = reinterpret_cast<const T*>(decoded[std::size_t(planeOf<P>(k))].get());
+    tbb::parallel_for(tbb::blocked_range<std::int64_t>(0, h, 64),
                       [&](const tbb::blocked_range<std::int64_t>& rows) {
                           for (std::int64_t r = rows.begin(); r < rows.end(); ++r) {
                               T* dst = components(out.row(r));

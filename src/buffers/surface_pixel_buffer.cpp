@@ -89,10 +89,10 @@ SurfacePixelBuffer<P>::SurfacePixelBuffer(IntegralSize size, std::vector<AnyChan
     : title_(std::move(title)), size_(size) {
     if (!withinSurfaceMaxima(size.width, size.height))
         throw ImageCoreError(ImageCoreError::parameterError);
-    const auto planes = detail::decodedPlanes<P>(size, std::move(channels));
+    const auto planes = detail::checkedPlanes<P>(size, std::move(channels));
     allocate();
     const io::SurfaceLock lock(*surface_, io::LockOptions::readWrite);
-    detail::interleave(rows(), planes, expand16BitColorRange);
+    detail::decodeInterleaved(rows(), planes, expand16BitColorRange);
 }
 
 template <Pixel P>

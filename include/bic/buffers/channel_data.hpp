@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -62,6 +63,10 @@ public:
     /// of row lengths, fileReadCorruptedDataError for rows beyond the data or a wrong decoded
     /// size) or CompressionError; the plane is unchanged then.
     void decompress(std::int64_t width, std::int64_t height);
+    /// The plain host-order samples into `out` (exactly width × height samples), leaving the
+    /// plane as it is: decoding straight into a caller's memory. Throws as decompress; `out`
+    /// may be partly written then.
+    void decodeInto(std::int64_t width, std::int64_t height, std::span<std::uint8_t> out) const;
     void convertToBigEndian();
     void convertFromBigEndian();
 

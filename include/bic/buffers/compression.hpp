@@ -31,6 +31,8 @@ std::vector<std::uint8_t> zipCompressed(std::span<const std::uint8_t> bytes);
 /// CompressionError otherwise.
 std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> bytes,
                                           std::size_t uncompressedSize);
+/// The same into `out`, which it must fill exactly; `out` may be partly written on an error.
+void zipUncompressInto(std::span<const std::uint8_t> bytes, std::span<std::uint8_t> out);
 /// Inflates a zlib stream of unknown decoded size (at most `limit` bytes); throws
 /// CompressionError for corrupt data or more output than the limit.
 std::vector<std::uint8_t> zipUncompressedUpTo(std::span<const std::uint8_t> bytes,
