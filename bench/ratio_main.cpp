@@ -8,8 +8,8 @@
 
 namespace {
 
-// Drops the "/real_time", "/iterations:N" and "/<argument>" parts Google Benchmark appends to a
-// name.
+// Drops the "/real_time", "/manual_time", "/iterations:N", "/min_time:T" and "/<argument>" parts
+// Google Benchmark appends to a name.
 std::string strip(std::string name) {
     for (;;) {
         const auto slash = name.rfind('/');
@@ -17,7 +17,9 @@ std::string strip(std::string name) {
         const std::string last = name.substr(slash + 1);
         const bool number =
             !last.empty() && last.find_first_not_of("0123456789") == std::string::npos;
-        if (last != "real_time" && last.rfind("iterations:", 0) != 0 && !number) return name;
+        if (last != "real_time" && last != "manual_time" && last.rfind("iterations:", 0) != 0 &&
+            last.rfind("min_time:", 0) != 0 && !number)
+            return name;
         name.resize(slash);
     }
 }

@@ -2,6 +2,7 @@
 // second: afterwards its output must equal a direct render of the final input. Built with
 // ThreadSanitizer by the "tsan" preset; a watchdog fails the run if anything deadlocks.
 
+#include "bic/accumulators/image_accumulator.hpp"
 #include "bic/graph/async_image_cache_node.hpp"
 #include "bic/platform/ci/context.hpp"
 
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -104,7 +106,8 @@ TEST(AsyncImageCacheNodeStress, TenThousandChangesEndInTheFinalPicture) {
         }
         if (op % 16 == 0) {
             main.drain();
-            (void)node->outputImage(RenderContext()).extent(); // read while the queue writes
+            // Drawn while the queue renders into the accumulator behind it.
+            (void)pixels(node->outputImage(RenderContext()).ciImage, cg::Rect(0, 0, 24, 24));
         }
         if (op % 64 == 0) std::this_thread::sleep_for(1ms);
     }
@@ -150,4 +153,46 @@ TEST(AsyncImageCacheNodeStress, TenThousandChangesEndInTheFinalPicture) {
     }
     node.reset();
     main.drain();
+}
+
+TEST(ImageAccumulatorStress, PaintingFromItsOwnImageWhileAnotherThreadDrawsIt) {
+    // An editor's stroke: every dab is composited over the canvas's own image into the dab's
+    // rectangle, while another thread keeps drawing the canvas's latest image. Each drawn picture
+    // must be one the canvas really held: dabs whole or absent, never half of one.
+    const Watchdog watchdog(60s);
+    const cg::Rect extent(0, 0, 128, 128);
+    auto canvas = makeSurfaceImageAccumulator(extent, 8, false);
+    canvas->setImage(ci::Image::white(), extent);
+    std::atomic<bool> painting{true};
+    std::mutex published;
+    ci::Image latest = canvas->image();
+    std::thread reader([&] {
+        while (painting) {
+            ci::Image image;
+            {
+                std::lock_guard lock(published);
+                image = latest;
+            }
+            const auto px = pixels(image, extent);
+            // Every dab covers a whole 16 × 16 cell with one grey: a cell is never mixed.
+            for (int cell = 0; cell < 64; ++cell) {
+                const int cx = cell % 8 * 16, cy = cell / 8 * 16;
+                const std::uint8_t first = px[std::size_t((cy * 128 + cx) * 4 + 1)];
+                for (int y = cy; y < cy + 16; ++y)
+                    for (int x = cx; x < cx + 16; ++x)
+                        ASSERT_EQ(px[std::size_t((y * 128 + x) * 4 + 1)], first) << x << "," << y;
+            }
+        }
+    });
+    std::mt19937 random(4);
+    for (int dab = 0; dab < 2000; ++dab) {
+        const int cell = int(random() % 64);
+        const cg::Rect dirty(cell % 8 * 16, cell / 8 * 16, 16, 16);
+        const ci::Image paint = ci::Image::constant(ci::Color{0, 0, 0, 0.1}).cropped(dirty);
+        canvas->setImage(paint.composited(canvas->image()), dirty);
+        std::lock_guard lock(published);
+        latest = canvas->image();
+    }
+    painting = false;
+    reader.join();
 }
