@@ -101,6 +101,8 @@ ci::Image bic_pixelTransformed(const ci::Image& image, const cg::AffineTransform
 
 ci::Image bic_movedToOrigin(const ci::Image& image) {
     const cg::Rect& e = image.extent();
+    // The empty image has no origin to move, and an infinite one already covers the origin.
+    if (e.isNull() || e.isInfinite()) return image;
     return image.transformed(cg::AffineTransform::translation(-e.minX(), -e.minY()));
 }
 
@@ -159,6 +161,9 @@ cg::Rect grownByOne(int, const cg::Rect& r) { return r.insetBy(-1, -1); }
 } // namespace
 
 ci::Image surfaceNormals(const ci::Image& image) {
+    // An image without pixels has no surface: its normals are the empty image too. Only a kernel
+    // that fails on real pixels is a fault.
+    if (image.extent().isEmpty()) return ci::Image::empty();
     auto normals =
         libraryKernels().generalKernel("surfaceNormals").apply(image.extent(), grownByOne, {image});
     if (!normals) fatalError("The surface normals kernel gave no image.");

@@ -10,12 +10,16 @@ struct RGB {
 
 float lum(const RGB& c) { return 0.30f * c.r + 0.59f * c.g + 0.11f * c.b; }
 
+// Pulls a colour into 0…1 towards its own luminosity. The scales l / (l − n) and
+// (1 − l) / (x − l) have denominators above 0 whenever l lies inside 0…1; at a luminosity of 0
+// or 1 (or beyond, in float documents) the colour's limit is its grey, which float rounding
+// must not turn into 0 / 0.
 RGB clipColor(RGB c) {
     const float l = lum(c);
     const float n = std::min({c.r, c.g, c.b}), x = std::max({c.r, c.g, c.b});
     auto scale = [&](float k) { c = {l + (c.r - l) * k, l + (c.g - l) * k, l + (c.b - l) * k}; };
-    if (n < 0) scale(l / (l - n));
-    if (x > 1) scale((1 - l) / (x - l));
+    if (n < 0) scale(l > 0 ? l / (l - n) : 0.0f);
+    if (x > 1) scale(l < 1 ? (1 - l) / (x - l) : 0.0f);
     return c;
 }
 
@@ -67,9 +71,9 @@ void nonSeparableRow(const ci::KernelRow& row) {
         const float as = fg[i + 3], ab = bg[i + 3], both = as * ab;
         RGB mixed{0, 0, 0};
         if (both > 0) {
-            // Divided, so a channel equal to its alpha reads as exactly 1.
-            const RGB blended = Mode::apply({bg[i] / ab, bg[i + 1] / ab, bg[i + 2] / ab},
-                                            {fg[i] / as, fg[i + 1] / as, fg[i + 2] / as});
+            const RGB blended = Mode::apply(
+                {straight(bg[i], ab), straight(bg[i + 1], ab), straight(bg[i + 2], ab)},
+                {straight(fg[i], as), straight(fg[i + 1], as), straight(fg[i + 2], as)});
             mixed = {both * blended.r, both * blended.g, both * blended.b};
         }
         out[i] = fg[i] * (1 - ab) + bg[i] * (1 - as) + mixed.r;
@@ -113,6 +117,8 @@ void addBlendKernels(ci::KernelLibrary& library) {
         {"blendModeLighterColor", nonSeparableRow<LighterColor>},
         {"blendModeVividLight", separable<VividLight>},
         {"blendModeLinearLight", separable<LinearLight>},
+        {"blendModeLinearLight8", separable<LinearLight8>},
+        {"blendModeHardLight8", separable<HardLight8>},
         {"blendModePinLight", separable<PinLight>},
         {"blendModeHardMix", separable<HardMix>},
         {"blendModeSubtract", separable<Subtract>},

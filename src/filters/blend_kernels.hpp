@@ -11,6 +11,8 @@
 //    (unpremultiplying leaves a few units in the last place), so samples that came from
 //    integers decide as the integers would.
 //  - Divide by 0 gives 0 for a black backdrop and 1 otherwise.
+//  - The dividing modes clamp to 0…1 on both sides, as channels of 8 and 16 bits must: values
+//    outside 0…1 of float documents then cannot run off to infinity.
 //  - Darker and lighter colour compare luminosities weighted 0.30/0.59/0.11; a tie keeps the
 //    backdrop.
 
@@ -33,7 +35,7 @@ struct ColorDodge {
     static float apply(float b, float s) {
         if (b <= 0) return 0;
         if (s >= 1) return 1;
-        return std::min(1.0f, b / (1 - s));
+        return std::clamp(b / (1 - s), 0.0f, 1.0f);
     }
 };
 struct LinearDodge {
@@ -43,12 +45,25 @@ struct VividLight {
     static float apply(float b, float s) {
         if (s <= 0) return 0;
         if (s >= 1) return 1;
-        return s <= 0.5f ? std::max(0.0f, 1 - (1 - b) / (2 * s))
-                         : std::min(1.0f, b / (2 * (1 - s)));
+        return std::clamp(s <= 0.5f ? 1 - (1 - b) / (2 * s) : b / (2 * (1 - s)), 0.0f, 1.0f);
     }
 };
 struct LinearLight {
     static float apply(float b, float s) { return std::clamp(b + 2 * s - 1, 0.0f, 1.0f); }
+};
+/// Linear light of 8-bit documents: a layer level of 128, not 127.5, is neutral.
+struct LinearLight8 {
+    static float apply(float b, float s) {
+        return std::clamp(b + 2 * s - 256.0f / 255.0f, 0.0f, 1.0f);
+    }
+};
+/// Hard light of 8-bit documents: the light half starts at level 128, as Screen(b, 2s − 256/255).
+struct HardLight8 {
+    static float apply(float b, float s) {
+        if (s <= 0.5f) return 2 * s * b;
+        const float t = 2 * s - 256.0f / 255.0f;
+        return b + t - b * t;
+    }
 };
 struct PinLight {
     static float apply(float b, float s) {
@@ -67,7 +82,7 @@ struct Subtract {
 struct Divide {
     static float apply(float b, float s) {
         if (s <= 0) return b <= 0 ? 0.0f : 1.0f;
-        return std::min(1.0f, b / s);
+        return std::clamp(b / s, 0.0f, 1.0f);
     }
 };
 

@@ -4,6 +4,7 @@
 #include "bic/platform/coding/errors.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/resources/localization.hpp"
+#include "library_kernels.hpp"
 
 #include <cstdio>
 #include <utility>
@@ -148,7 +149,7 @@ ci::Image bic_applying(const ci::Image& image, double opacity) {
 }
 
 ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
-                  double opacity) {
+                  double opacity, BlendArithmetic arithmetic) {
     std::optional<ci::Image> result;
     if (mode == BlendMode::dissolve) {
         BICDissolveBlendMode dissolve;
@@ -156,12 +157,29 @@ ci::Image blended(const ci::Image& foreground, const ci::Image& background, Blen
         dissolve.setInputBackgroundImage(background);
         dissolve.setInputOpacity(opacity);
         result = dissolve.outputImage();
+    } else if (mode == BlendMode::normal && opacity < 1) {
+        // Normal reads no straight colour, so fading the layer first is as exact and cheaper.
+        result = bic_applying(foreground, opacity).composited(background);
     } else {
-        const ci::Image layer = opacity < 1 ? bic_applying(foreground, opacity) : foreground;
-        const auto filter = mode.filter();
-        filter->setValue("inputImage", layer);
-        filter->setValue("inputBackgroundImage", background);
-        result = filter->outputImage();
+        if (arithmetic == BlendArithmetic::eightBit &&
+            (mode == BlendMode::linearLight || mode == BlendMode::hardLight)) {
+            result = libraryKernels()
+                         .blendKernel(mode == BlendMode::linearLight ? "blendModeLinearLight8"
+                                                                     : "blendModeHardLight8")
+                         .apply(foreground, background);
+        } else {
+            const auto filter = mode.filter();
+            filter->setValue("inputImage", foreground);
+            filter->setValue("inputBackgroundImage", background);
+            result = filter->outputImage();
+        }
+        // The blend is linear in the layer's alpha: fading the layer by o is mixing the full
+        // blend with the background by o. Done this way the mode never sees a colour divided
+        // back out of a faded alpha, where 1 can come back as 0.99999.
+        if (result && opacity < 1)
+            result = ci::applyingFilter(
+                *result, "CIMix",
+                {{"inputBackgroundImage", background}, {"inputAmount", double(float(opacity))}});
     }
     if (!result)
         fatalError("The " + std::string(mode.name()) + " blend filter gave no output image.");

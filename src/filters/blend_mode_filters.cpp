@@ -94,38 +94,32 @@ std::optional<ci::Image> BICDissolveBlendMode::outputImage() const {
     const auto foreground = inputImage(), background = inputBackgroundImage();
     const auto opacity = inputOpacity();
     if (!foreground || !background || !opacity) return std::nullopt;
+    // Two empty images blend to the empty image, as with every other mode.
     return libraryKernels()
         .colorKernel(kernelName())
         .apply(foreground->extent().unionWith(background->extent()),
-               {*foreground, *background, RandomNoiseGenerator::uniform(), *opacity});
+               {*foreground, *background, RandomNoiseGenerator::uniform(), *opacity})
+        .value_or(ci::Image::empty());
 }
-
-namespace {
-template <class F>
-void registerClass() {
-    const std::string name = F().name();
-    ci::registerFilterName(name, std::make_shared<BlendModeFilterGenerator<F>>());
-}
-} // namespace
 
 void registerBlendModeFilters() {
-    registerClass<BICColorBurnBlendMode>();
-    registerClass<BICLinearBurnBlendMode>();
-    registerClass<BICDarkerColorBlendMode>();
-    registerClass<BICColorDodgeBlendMode>();
-    registerClass<BICLinearDodgeBlendMode>();
-    registerClass<BICLighterColorBlendMode>();
-    registerClass<BICVividLightBlendMode>();
-    registerClass<BICLinearLightBlendMode>();
-    registerClass<BICPinLightBlendMode>();
-    registerClass<BICHardMixBlendMode>();
-    registerClass<BICSubtractBlendMode>();
-    registerClass<BICDivideBlendMode>();
-    registerClass<BICHueBlendMode>();
-    registerClass<BICSaturationBlendMode>();
-    registerClass<BICColorBlendMode>();
-    registerClass<BICLuminosityBlendMode>();
-    registerClass<BICDissolveBlendMode>();
+    ci::registerFilterClass<BICColorBurnBlendMode>();
+    ci::registerFilterClass<BICLinearBurnBlendMode>();
+    ci::registerFilterClass<BICDarkerColorBlendMode>();
+    ci::registerFilterClass<BICColorDodgeBlendMode>();
+    ci::registerFilterClass<BICLinearDodgeBlendMode>();
+    ci::registerFilterClass<BICLighterColorBlendMode>();
+    ci::registerFilterClass<BICVividLightBlendMode>();
+    ci::registerFilterClass<BICLinearLightBlendMode>();
+    ci::registerFilterClass<BICPinLightBlendMode>();
+    ci::registerFilterClass<BICHardMixBlendMode>();
+    ci::registerFilterClass<BICSubtractBlendMode>();
+    ci::registerFilterClass<BICDivideBlendMode>();
+    ci::registerFilterClass<BICHueBlendMode>();
+    ci::registerFilterClass<BICSaturationBlendMode>();
+    ci::registerFilterClass<BICColorBlendMode>();
+    ci::registerFilterClass<BICLuminosityBlendMode>();
+    ci::registerFilterClass<BICDissolveBlendMode>();
 }
 
 } // namespace bic

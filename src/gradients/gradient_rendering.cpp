@@ -77,8 +77,8 @@ ci::Image ColorGradient::image(GradientType of, const cg::Point& from, const cg:
         break;
     case GradientType::reflected: {
         BICReflectedGradientFilter filter;
-        filter.inputPoint0 = from;
-        filter.inputPoint1 = to;
+        filter.setInputPoint0(from);
+        filter.setInputPoint1(to);
         result = colored(required(filter.outputImage(), "reflected gradient filter"));
         break;
     }
@@ -89,8 +89,8 @@ ci::Image ColorGradient::image(GradientType of, const cg::Point& from, const cg:
         const double length2 = v.x * v.x + v.y * v.y;
         const double k = std::sqrt(length2 * 0.5) / std::sqrt(length2);
         BICDiamondGradientFilter filter;
-        filter.inputPoint0 = from;
-        filter.inputPoint1 = cg::Point{from.x + v.x * k, from.y + v.y * k};
+        filter.setInputPoint0(from);
+        filter.setInputPoint1(cg::Point{from.x + v.x * k, from.y + v.y * k});
         result = colored(required(filter.outputImage(), "diamond gradient filter"));
         break;
     }
@@ -120,17 +120,19 @@ cg::Gradient ColorGradient::drawingGradient(const cg::ColorSpace& colorSpace) co
         locations.insert(s.location);
     for (const OpacityStop& s : midpointExpanded(opacityStops_))
         locations.insert(s.location);
-    const bool usable = colorSpace.model() == cg::ColorSpaceModel::rgb;
-    if (!usable)
-        std::printf("Failed to create color in colorSpace %s\n", describe(colorSpace).c_str());
     cg::Gradient gradient;
     for (const double t : locations) {
         const PixelRGBA32 c = colorAtLocation(t);
         const double alpha = opacityAtLocation(t);
-        std::optional<cg::Color> color;
-        if (usable) color = cg::Color::make(colorSpace, {c.red(), c.green(), c.blue(), alpha});
-        gradient.colors.push_back(
-            color ? *color : cg::Color::deviceRGB(c.red(), c.green(), c.blue(), alpha));
+        // The space is given the colour's four components; a space that does not take them
+        // (grey, CMYK) cannot make the colour, which then falls back to device RGB, location by
+        // location.
+        auto color = cg::Color::make(colorSpace, {c.red(), c.green(), c.blue(), alpha});
+        if (!color) {
+            std::printf("Failed to create color in colorSpace %s\n", describe(colorSpace).c_str());
+            color = cg::Color::deviceRGB(c.red(), c.green(), c.blue(), alpha);
+        }
+        gradient.colors.push_back(*color);
         gradient.locations.push_back(t);
     }
     return gradient;

@@ -11,6 +11,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
+#include <unordered_set>
 
 using namespace bic;
 
@@ -457,4 +458,122 @@ TEST(Procedural, NoiseIsTheSeededARC4Stream) {
     for (std::size_t i = 0; i < bytes.size(); i += 4)
         near += std::fabs(double(bytes[i]) - 127.5) <= 42.5;
     EXPECT_NEAR(double(near) / (256 * 256), 0.683, 0.01);
+}
+
+namespace {
+
+// Column x holds grey level x, or row y grey level y: every pair of 8-bit greys once.
+ci::Image greyRamp(bool alongRows, double alpha) {
+    std::vector<float> data;
+    for (int y = 0; y < 256; ++y)
+        for (int x = 0; x < 256; ++x) {
+            const float g = float(alongRows ? 255 - y : x) / 255.0f;
+            data.insert(data.end(),
+                        {g * float(alpha), g * float(alpha), g * float(alpha), float(alpha)});
+        }
+    return *ci::Image::fromBitmap(data.data(), 256 * 16, 256, 256, ci::Format::RGBAf);
+}
+
+} // namespace
+
+TEST(BlendMode, NoModeMakesNaNOrInfinity) {
+    // Every 8-bit grey over every 8-bit grey, opaque and half transparent, at full and half
+    // opacity; then random samples of float documents, beyond 0…1 and with odd alphas.
+    std::mt19937 random(11);
+    std::vector<float> wildFg(4 * 4096), wildBg(4 * 4096);
+    for (auto* v : {&wildFg, &wildBg})
+        for (float& x : *v)
+            x = std::uniform_real_distribution<float>(-0.5f, 2.0f)(random);
+    const ci::Image wildLayer =
+        *ci::Image::fromBitmap(wildFg.data(), 4096 * 16, 4096, 1, ci::Format::RGBAf);
+    const ci::Image wildBackdrop =
+        *ci::Image::fromBitmap(wildBg.data(), 4096 * 16, 4096, 1, ci::Format::RGBAf);
+    for (BlendMode mode : BlendMode::allCases()) {
+        if (mode.rawValue() >= 1000) continue;
+        for (const double opacity : {1.0, 0.5}) {
+            for (const double alpha : {1.0, 128.0 / 255}) {
+                const auto out =
+                    render(blended(greyRamp(false, alpha), greyRamp(true, 1), mode, opacity),
+                           {0, 0, 256, 256});
+                for (std::size_t i = 0; i < out.size(); ++i)
+                    ASSERT_TRUE(std::isfinite(out[i]))
+                        << mode.name() << " opacity " << opacity << " alpha " << alpha
+                        << ": layer grey " << i / 4 % 256 << " over " << i / 4 / 256;
+            }
+            const auto wild =
+                render(blended(wildLayer, wildBackdrop, mode, opacity), {0, 0, 4096, 1});
+            for (std::size_t i = 0; i < wild.size(); ++i)
+                ASSERT_TRUE(std::isfinite(wild[i])) << mode.name() << " float sample " << i / 4;
+        }
+    }
+    // Black luminosity at α 128 over greys: the backdrop shows through at half strength.
+    const std::vector<std::uint8_t> greys{29, 30, 116, 117};
+    for (const std::uint8_t g : greys) {
+        const std::uint8_t layer[4] = {128, 0, 0, 0}, backdrop[4] = {255, g, g, g};
+        const ci::Image top = *ci::Image::fromBitmap(layer, 4, 1, 1, ci::Format::ARGB8);
+        const ci::Image bottom = *ci::Image::fromBitmap(backdrop, 4, 1, 1, ci::Format::ARGB8);
+        std::uint8_t out[4];
+        ci::Context().render(blended(top, bottom, BlendMode::luminosity, 1), out, 4, {0, 0, 1, 1},
+                             ci::Format::ARGB8);
+        EXPECT_EQ(out[1], std::lround(g * 127.0 / 255)) << int(g);
+    }
+}
+
+TEST(BlendMode, EdgeRulesHoldUnderOpacityAndPartialAlpha) {
+    // A layer channel of 255 is exactly 1 and 0 exactly 0 for the mode, whatever the opacity:
+    // vivid light of 1 over 0 gives 1 (the application stores 137 for red here, not 33). The
+    // expectation is the general formula with the layer's own colour and its alpha scaled by
+    // the opacity.
+    const std::uint8_t layer[4] = {237, 237, 0, 0};     // (255, 0, 0) at α 237, ARGB
+    const std::uint8_t backdrop[4] = {192, 0, 128, 64}; // (0, 170, 85) at α 192
+    const ci::Image top = *ci::Image::fromBitmap(layer, 4, 1, 1, ci::Format::ARGB8);
+    const ci::Image bottom = *ci::Image::fromBitmap(backdrop, 4, 1, 1, ci::Format::ARGB8);
+    const Straight source{{1, 0, 0}, 237.0 / 255 * 128 / 255};
+    const Straight under{{0, 128.0 / 192, 64.0 / 192}, 192.0 / 255};
+    for (const BlendMode mode : BlendMode::allCases()) {
+        if (mode == BlendMode::dissolve || mode.rawValue() >= 1000) continue;
+        const auto out = render(blended(top, bottom, mode, 128.0 / 255), {0, 0, 1, 1});
+        const auto want = composite(reference(mode), source, under);
+        for (int c = 0; c < 4; ++c)
+            EXPECT_NEAR(out[c], want[c], 2e-5) << mode.name() << " channel " << c;
+    }
+    std::uint8_t stored[4];
+    ci::Context().render(blended(top, bottom, BlendMode::vividLight, 128.0 / 255), stored, 4,
+                         {0, 0, 1, 1}, ci::Format::ARGB8);
+    EXPECT_EQ(std::lround(stored[1] * 255.0 / stored[0]), 137);
+}
+
+TEST(BlendMode, EightBitDocumentsKeepTheirLinearAndHardLightSteps) {
+    // Linear light of 8-bit documents is b + 2s − 256/255 (integers: b + 2s − 256), and hard
+    // light's light half starts at 128: Screen(b, 2s − 256/255). Every pair of levels.
+    const ci::Image layer = greyRamp(false, 1), backdrop = greyRamp(true, 1);
+    const cg::Rect all(0, 0, 256, 256);
+    for (const BlendMode mode : {BlendMode::linearLight, BlendMode::hardLight}) {
+        std::vector<std::uint8_t> out(256 * 256 * 4);
+        ci::Context().render(blended(layer, backdrop, mode, 1, BlendArithmetic::eightBit),
+                             out.data(), 256 * 4, all, ci::Format::ARGB8);
+        for (int b = 0; b < 256; ++b)
+            for (int s = 0; s < 256; ++s) {
+                const int want =
+                    mode == BlendMode::linearLight ? std::clamp(b + 2 * s - 256, 0, 255)
+                    : s <= 127                     ? int(std::lround(2.0 * s * b / 255))
+                               : int(std::lround(b + (2 * s - 256) - b * (2 * s - 256) / 255.0));
+                const int got = out[std::size_t(((255 - b) * 256 + s) * 4 + 1)];
+                ASSERT_EQ(got, want) << mode.name() << " layer " << s << " over " << b;
+            }
+    }
+    // Other work keeps the continuous rule: (128, 128) gives 129.
+    std::uint8_t one[4];
+    const std::uint8_t mid[4] = {255, 128, 128, 128};
+    const ci::Image grey = *ci::Image::fromBitmap(mid, 4, 1, 1, ci::Format::ARGB8);
+    ci::Context().render(blended(grey, grey, BlendMode::linearLight, 1), one, 4, {0, 0, 1, 1},
+                         ci::Format::ARGB8);
+    EXPECT_EQ(one[1], 129);
+}
+
+TEST(BlendMode, Hashes) {
+    std::unordered_set<BlendMode> modes(BlendMode::allCases().begin(), BlendMode::allCases().end());
+    EXPECT_EQ(modes.size(), 29u);
+    EXPECT_EQ(std::hash<BlendMode>()(BlendMode::multiply),
+              std::hash<BlendMode>()(*BlendMode::fromName("Multiply")));
 }

@@ -28,11 +28,11 @@ const cg::ColorSpace srgb = cg::ColorSpace::sRGB();
 
 TEST(Generators, WheelsNeedTheirInputsAndTurnToTheTop) {
     BICHueWheelFilter wheel;
-    wheel.inputRadius = 50;
-    wheel.inputCenter = cg::Point{100.5, 100.5};
+    wheel.setInputRadius(50);
+    wheel.setInputCenter(cg::Point{100.5, 100.5});
     EXPECT_FALSE(wheel.outputImage()); // no colour space
-    wheel.inputColorSpace = srgb;
-    wheel.inputHueAngleOrientation = HueAngleOrientation::counterClockwiseFromX;
+    wheel.setInputColorSpace(srgb);
+    wheel.setInputHueAngleOrientation(HueAngleOrientation::counterClockwiseFromX);
     auto ccw = wheel.outputImage();
     ASSERT_TRUE(ccw);
     EXPECT_EQ(ccw->extent(), cg::Rect(50.5, 50.5, 100, 100));
@@ -42,31 +42,48 @@ TEST(Generators, WheelsNeedTheirInputsAndTurnToTheTop) {
     expectNear(pixel(*ccw, 100 + 40 * std::cos(g), 100 + 40 * std::sin(g)), {0, 1, 0, 1}, 0.05f);
     expectNear(pixel(*ccw, 145, 145), {0, 0, 0, 0});
     // Clockwise from the top: red at the top, green 120° clockwise from it (lower right).
-    wheel.inputHueAngleOrientation = HueAngleOrientation::clockwiseFromTop;
+    wheel.setInputHueAngleOrientation(HueAngleOrientation::clockwiseFromTop);
     const auto cw = wheel.outputImage();
     expectNear(pixel(*cw, 100, 140), {1, 0, 0, 1});
     const double gcw = std::numbers::pi / 2 - g;
     expectNear(pixel(*cw, 100 + 40 * std::cos(gcw), 100 + 40 * std::sin(gcw)), {0, 1, 0, 1}, 0.05f);
 
     BICColorWheelFilter colors;
-    colors.inputValue = 0.5;
-    colors.inputRadius = 50;
+    colors.setInputValue(0.5);
+    colors.setInputRadius(50);
     EXPECT_FALSE(colors.outputImage());
-    colors.inputCenter = cg::Point{100.5, 100.5};
+    colors.setInputCenter(cg::Point{100.5, 100.5});
     const auto c = colors.outputImage(); // no colour space needed
     ASSERT_TRUE(c);
-    expectNear(pixel(*c, 100, 100), {0.5f, 0.5f, 0.5f, 1}); // grey centre at the value
-    colors.inputColorSpace = cg::ColorSpace::deviceGray();  // not RGB: still renders
+    expectNear(pixel(*c, 100, 100), {0.5f, 0.5f, 0.5f, 1});  // grey centre at the value
+    colors.setInputColorSpace(cg::ColorSpace::deviceGray()); // not RGB: still renders
     EXPECT_TRUE(colors.outputImage());
+
+    // By name, with the inputs' names and defaults, like any filter.
+    registerGeneratorFilters();
+    const auto byName = ci::Filter::named("BICHueWheelFilter");
+    ASSERT_TRUE(byName);
+    EXPECT_EQ(byName->inputKeys(),
+              (std::vector<std::string>{"inputRadius", "inputCenter", "inputColorSpace",
+                                        "inputHueAngleOrientation"}));
+    EXPECT_EQ(byName->number("inputHueAngleOrientation"), 0.0) << "clockwise from the top";
+    byName->setValue("inputRadius", 50.0);
+    byName->setValue("inputCenter", std::vector<double>{100.5, 100.5});
+    EXPECT_FALSE(byName->outputImage());
+    byName->setValue("inputColorSpace", srgb);
+    ASSERT_TRUE(byName->outputImage());
+    expectNear(pixel(*byName->outputImage(), 100, 140), {1, 0, 0, 1});
+    for (const char* name : {"BICColorWheelFilter", "BICSaturationValuePanelFilter"})
+        EXPECT_TRUE(ci::Filter::named(name)) << name;
 }
 
 TEST(Generators, PanelsAndSpectrum) {
     EXPECT_EQ(huePosition(float(std::numbers::pi)), 3.0000002f);
     BICSaturationValuePanelFilter triangle;
-    triangle.inputHue = 0;
-    triangle.inputRadius = 100;
+    triangle.setInputHue(0);
+    triangle.setInputRadius(100);
     EXPECT_FALSE(triangle.outputImage());
-    triangle.inputCenter = cg::Point{0, 0};
+    triangle.setInputCenter(cg::Point{0, 0});
     const auto t = triangle.outputImage();
     ASSERT_TRUE(t);
     EXPECT_EQ(t->extent(), cg::Rect(-50, -87, 150, 174));

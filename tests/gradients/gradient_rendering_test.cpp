@@ -122,11 +122,23 @@ TEST(GradientRendering, ColoursOpacityAndDithering) {
 
 TEST(GradientRendering, FiltersNeedBothPoints) {
     BICReflectedGradientFilter reflected;
-    reflected.inputPoint0 = cg::Point{0, 0};
+    reflected.setInputPoint0(cg::Point{0, 0});
     EXPECT_FALSE(reflected.outputImage());
     BICDiamondGradientFilter diamond;
-    diamond.inputPoint1 = cg::Point{0, 0};
+    diamond.setInputPoint1(cg::Point{0, 0});
     EXPECT_FALSE(diamond.outputImage());
+    // Filters like any other: made and configured by name, points as two-component vectors.
+    registerGradientFilters();
+    const auto byName = ci::Filter::named("BICReflectedGradientFilter");
+    ASSERT_TRUE(byName);
+    EXPECT_EQ(byName->inputKeys(), (std::vector<std::string>{"inputPoint0", "inputPoint1"}));
+    byName->setValue("inputPoint0", std::vector<double>{0, 0});
+    EXPECT_FALSE(byName->outputImage());
+    byName->setValue("inputPoint1", std::vector<double>{10, 0});
+    ASSERT_TRUE(byName->outputImage());
+    EXPECT_NEAR(pixel(*byName->outputImage(), -5, 3)[0], 0.45f, 0.01f); // mirrored
+    ASSERT_TRUE(ci::Filter::named("BICDiamondGradientFilter"));
+    EXPECT_TRUE(ci::Filter::named("BICAngleGradientFilter")->outputImage());
     const auto angle = BICAngleGradientFilter().outputImage();
     ASSERT_TRUE(angle);
     EXPECT_TRUE(angle->extent().isInfinite());
@@ -170,11 +182,20 @@ TEST(GradientRendering, DrawingMakesEveryMidpointExplicit) {
     expectComponents(drawn.colors[1], 0.5, 5.0 / 6);
     expectComponents(drawn.colors[2], 5.0 / 6, 0.5);
 
+    // A space that cannot take the four components falls back location by location, saying so
+    // each time; one that can (Lab has four too) is used as it is, silently.
     testing::internal::CaptureStdout();
     const cg::Gradient fallback = uneven.drawingGradient(cg::ColorSpace::deviceGray());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Failed to create color in colorSpace kCGColorSpaceDeviceGray\n");
+    std::string expected;
+    for (std::size_t i = 0; i < fallback.locations.size(); ++i)
+        expected += "Failed to create color in colorSpace kCGColorSpaceDeviceGray\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
+    EXPECT_EQ(fallback.locations.size(), 4u);
     EXPECT_EQ(fallback.colors[1].colorSpace(), cg::ColorSpace::deviceRGB());
+    testing::internal::CaptureStdout();
+    const cg::Gradient lab = uneven.drawingGradient(cg::ColorSpace::psdLab());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(lab.colors[1].colorSpace(), cg::ColorSpace::psdLab());
 
     // Drawn across 256 pixels, left to right: grey ½ sits a quarter of the way along.
     auto context = cg::Context::bitmap(nullptr, 256, 1, 8, 1024, cg::ColorSpace::deviceRGB(),
@@ -193,6 +214,21 @@ TEST(GradientRendering, DrawingMakesEveryMidpointExplicit) {
     EXPECT_NEAR(p[32 * 4], 64, 1);
     EXPECT_NEAR(p[160 * 4], 192, 1);
     EXPECT_EQ(p[64 * 4 + 3], 255);
+
+    // A transparent stop keeps its colour: white to transparent white is white fading out,
+    // premultiplied, never grey.
+    auto faded = cg::Context::bitmap(nullptr, 256, 1, 8, 1024, cg::ColorSpace::deviceRGB(),
+                                     cg::bitmap::alphaPremultipliedLast);
+    {
+        ns::GraphicsContext::Scope scope(*faded);
+        ColorGradient::whiteToTransparent().draw({0, 0, 256, 1}, 0, cg::ColorSpace::deviceRGB());
+    }
+    const std::uint8_t* q = faded->data();
+    for (const int x : {0, 128, 192, 250})
+        for (int c = 0; c < 3; ++c)
+            EXPECT_EQ(q[x * 4 + c], q[x * 4 + 3]) << x; // colour = alpha: white
+    EXPECT_NEAR(q[128 * 4 + 3], 127, 1);
+    EXPECT_NEAR(q[192 * 4 + 3], 63, 1);
 }
 
 TEST(GradientRendering, Pasteboard) {

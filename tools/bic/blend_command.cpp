@@ -109,9 +109,9 @@ void blendSection(const std::filesystem::path& dir) {
 
     // A picker: hue ring, the saturation/value triangle of the chosen hue inside it, a spectrum.
     BICHueWheelFilter ring;
-    ring.inputRadius = 120;
-    ring.inputCenter = cg::Point{130, 190};
-    ring.inputColorSpace = cg::ColorSpace::sRGB();
+    ring.setInputRadius(120);
+    ring.setInputCenter(cg::Point{130, 190});
+    ring.setInputColorSpace(cg::ColorSpace::sRGB());
     const ci::Image picker = bik_triangularSaturationValuePanel(float(std::numbers::pi / 6),
                                                                 {130, 190}, 95, std::nullopt, false)
                                  ->composited(*ring.outputImage())

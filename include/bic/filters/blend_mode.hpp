@@ -5,6 +5,7 @@
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/coding/coder.hpp"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -81,13 +82,32 @@ private:
     Case case_;
 };
 
+/// Which arithmetic a mode follows where 8-bit documents differ from the continuous formulas.
+enum class BlendArithmetic {
+    /// The formulas on continuous values: for images of any depth.
+    continuous,
+    /// The steps of 8-bit layered documents as their application computes them: linear light
+    /// is b + 2s − 256/255 and hard light's light half Screen(b, 2s − 256/255), so a layer level
+    /// of 128 is neutral. For compositing documents whose channels are 8-bit.
+    eightBit,
+};
+
 /// `foreground` blended over `background`: dissolve shows whole pixels by opacity; every other
-/// mode makes the foreground `opacity` transparent first (below 1) and applies the mode's
-/// filter. The group modes stop the process.
+/// mode blends as if the foreground were `opacity` transparent (below 1). The mode sees the
+/// layer's own colour whatever the opacity, which is then applied by mixing the full blend with
+/// the background — the same result by the compositing formula's linearity in the layer's
+/// alpha, with channels of 0 and 1 read exactly. The group modes stop the process.
 ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
-                  double opacity);
+                  double opacity, BlendArithmetic arithmetic = BlendArithmetic::continuous);
 
 /// `image` with its alpha (and premultiplied colour) scaled by `opacity`; the extent is kept.
 ci::Image bic_applying(const ci::Image& image, double opacity);
 
 } // namespace bic
+
+template <>
+struct std::hash<bic::BlendMode> {
+    std::size_t operator()(bic::BlendMode mode) const noexcept {
+        return std::hash<int>()(mode.rawValue());
+    }
+};

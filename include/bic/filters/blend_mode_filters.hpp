@@ -124,12 +124,7 @@ inline const std::string& runtimeClassName(const ci::Filter& filter) { return fi
 
 /// Makes a new filter of class F whatever name it is asked for.
 template <class F>
-class BlendModeFilterGenerator final : public ci::FilterConstructor {
-public:
-    std::shared_ptr<ci::Filter> filterWithName(std::string_view) const override {
-        return std::make_shared<F>();
-    }
-};
+using BlendModeFilterGenerator = ci::ClassConstructor<F>;
 
 using BICLinearBurnBlendModeGenerator = BlendModeFilterGenerator<BICLinearBurnBlendMode>;
 using BICDarkerColorBlendModeGenerator = BlendModeFilterGenerator<BICDarkerColorBlendMode>;

@@ -15,6 +15,7 @@
 
 #include "bic/platform/cg/color_space.hpp"
 #include "bic/platform/cg/geometry.hpp"
+#include "bic/platform/ci/filter.hpp"
 #include "bic/platform/ci/image.hpp"
 
 #include <optional>
@@ -27,40 +28,63 @@ enum class HueAngleOrientation : int { clockwiseFromTop = 0, counterClockwiseFro
 /// the top, about `center` (a hue at θ moves to 90° − θ).
 cg::AffineTransform clockwiseFromTopTransform(const cg::Point& center);
 
-class BICHueWheelFilter {
+/// The colour pickers' generator filters, made and configured by name like any filter
+/// ("BICHueWheelFilter", …, see registerGeneratorFilters). Points travel as two-component
+/// vectors ("inputCenter" = [x, y]); the orientation as its number.
+class BICHueWheelFilter final : public ci::Filter {
 public:
-    std::optional<double> inputRadius;
-    std::optional<cg::Point> inputCenter;
-    std::optional<cg::ColorSpace> inputColorSpace;
-    HueAngleOrientation inputHueAngleOrientation = HueAngleOrientation::clockwiseFromTop;
+    BICHueWheelFilter();
+    std::optional<double> inputRadius() const { return number("inputRadius"); }
+    void setInputRadius(std::optional<double> radius);
+    std::optional<cg::Point> inputCenter() const;
+    void setInputCenter(std::optional<cg::Point> center);
+    std::optional<cg::ColorSpace> inputColorSpace() const;
+    void setInputColorSpace(std::optional<cg::ColorSpace> space);
+    HueAngleOrientation inputHueAngleOrientation() const;
+    void setInputHueAngleOrientation(HueAngleOrientation orientation);
 
     /// Needs radius, centre and colour space: a fully saturated hue ring over the disc.
-    std::optional<ci::Image> outputImage() const;
+    std::optional<ci::Image> outputImage() const override;
 };
 
-class BICColorWheelFilter {
+class BICColorWheelFilter final : public ci::Filter {
 public:
-    std::optional<double> inputValue;
-    std::optional<double> inputRadius;
-    std::optional<cg::Point> inputCenter;
-    std::optional<cg::ColorSpace> inputColorSpace;
-    HueAngleOrientation inputHueAngleOrientation = HueAngleOrientation::clockwiseFromTop;
+    BICColorWheelFilter();
+    std::optional<double> inputValue() const { return number("inputValue"); }
+    void setInputValue(std::optional<double> value);
+    std::optional<double> inputRadius() const { return number("inputRadius"); }
+    void setInputRadius(std::optional<double> radius);
+    std::optional<cg::Point> inputCenter() const;
+    void setInputCenter(std::optional<cg::Point> center);
+    std::optional<cg::ColorSpace> inputColorSpace() const;
+    void setInputColorSpace(std::optional<cg::ColorSpace> space);
+    HueAngleOrientation inputHueAngleOrientation() const;
+    void setInputHueAngleOrientation(HueAngleOrientation orientation);
 
     /// Needs value, radius and centre; the colour space is optional.
-    std::optional<ci::Image> outputImage() const;
+    std::optional<ci::Image> outputImage() const override;
 };
 
-class BICSaturationValuePanelFilter {
+class BICSaturationValuePanelFilter final : public ci::Filter {
 public:
-    std::optional<float> inputHue; ///< radians
-    std::optional<cg::Point> inputCenter;
-    std::optional<double> inputRadius;
-    std::optional<cg::ColorSpace> inputColorSpace;
+    BICSaturationValuePanelFilter();
+    /// Radians.
+    std::optional<float> inputHue() const;
+    void setInputHue(std::optional<float> hue);
+    std::optional<cg::Point> inputCenter() const;
+    void setInputCenter(std::optional<cg::Point> center);
+    std::optional<double> inputRadius() const { return number("inputRadius"); }
+    void setInputRadius(std::optional<double> radius);
+    std::optional<cg::ColorSpace> inputColorSpace() const;
+    void setInputColorSpace(std::optional<cg::ColorSpace> space);
 
     /// Needs hue, centre and radius: the triangle inscribed in the circle, over the integral
     /// rectangle around it.
-    std::optional<ci::Image> outputImage() const;
+    std::optional<ci::Image> outputImage() const override;
 };
+
+/// Registers the three generator filters by their class names.
+void registerGeneratorFilters();
 
 /// A hue in radians as a position 0…6 on the six hue sectors: hue × 3 ÷ 3.1415925 in single
 /// precision (the divisor one unit in the last place below π, so π gives 3.0000002).

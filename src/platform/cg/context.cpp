@@ -22,7 +22,8 @@ struct DeviceRect {
 
 namespace {
 
-void premultipliedDeviceRGB(const Color& color, float out[4]) {
+// The colour's straight device RGBA.
+void deviceRGB(const Color& color, float out[4]) {
     double r, g, b;
     const auto& c = color.components();
     switch (color.colorSpace().model()) {
@@ -38,11 +39,16 @@ void premultipliedDeviceRGB(const Color& color, float out[4]) {
         r = mc[0], g = mc[1], b = mc[2];
     }
     }
-    const double a = color.alpha();
-    out[0] = float(r * a);
-    out[1] = float(g * a);
-    out[2] = float(b * a);
-    out[3] = float(a);
+    out[0] = float(r);
+    out[1] = float(g);
+    out[2] = float(b);
+    out[3] = float(color.alpha());
+}
+
+void premultipliedDeviceRGB(const Color& color, float out[4]) {
+    deviceRGB(color, out);
+    for (int c = 0; c < 3; ++c)
+        out[c] *= out[3];
 }
 
 bool isGrey(ci::Format f) {
@@ -350,13 +356,11 @@ void Context::drawLinearGradient(const Gradient& gradient, Point start, Point en
                                  bool extendBefore, bool extendAfter) {
     const std::size_t n = std::min(gradient.colors.size(), gradient.locations.size());
     if (n == 0) return;
-    std::vector<std::array<float, 4>> stops(n); // unpremultiplied device RGBA
-    for (std::size_t k = 0; k < n; ++k) {
-        float p[4];
-        premultipliedDeviceRGB(gradient.colors[k], p);
-        const float a = p[3];
-        stops[k] = {a > 0 ? p[0] / a : 0, a > 0 ? p[1] / a : 0, a > 0 ? p[2] / a : 0, a};
-    }
+    // Stops interpolate straight components, so a transparent stop keeps its colour towards
+    // its neighbours.
+    std::vector<std::array<float, 4>> stops(n);
+    for (std::size_t k = 0; k < n; ++k)
+        deviceRGB(gradient.colors[k], stops[k].data());
     const DeviceRect area = deviceArea(Rect::infinite(), state().clip, width_, height_);
     if (area.isEmpty()) return;
     const AffineTransform toUser = state().ctm.inverted();

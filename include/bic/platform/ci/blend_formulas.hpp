@@ -12,6 +12,15 @@
 
 namespace bic::blend {
 
+/// The straight value of a premultiplied channel. Divided, not multiplied by a reciprocal: a
+/// channel equal to its alpha must read as exactly 1, which the modes' edge rules test. A
+/// channel far larger than its alpha (no valid premultiplied colour, but float documents have
+/// them) is held to ±65536, so that no mode's arithmetic can reach infinity.
+inline float straight(float c, float a) {
+    constexpr float limit = 65536.0f;
+    return std::clamp(c / a, -limit, limit);
+}
+
 /// One separable mode's B(Cb, Cs) for a channel.
 template <class Mode>
 concept SeparableMode = requires(float b, float s) {
@@ -26,9 +35,8 @@ inline void separableRow(const float* fg, const float* bg, float* out, std::int6
         const float both = as * ab;
         for (int c = 0; c < 3; ++c) {
             const float cs = fg[i + c], cb = bg[i + c];
-            // Divided, not multiplied by a reciprocal: a channel equal to its alpha must read
-            // as exactly 1, which the modes' edge rules test.
-            const float mixed = both > 0 ? both * Mode::apply(cb / ab, cs / as) : 0.0f;
+            const float mixed =
+                both > 0 ? both * Mode::apply(straight(cb, ab), straight(cs, as)) : 0.0f;
             out[i + c] = cs * (1 - ab) + cb * (1 - as) + mixed;
         }
         out[i + 3] = as + ab * (1 - as);

@@ -6,6 +6,7 @@
 // definition (inputs plus an output function) or as a constructor of a Filter subclass.
 
 #include "bic/platform/cg/affine_transform.hpp"
+#include "bic/platform/cg/color_space.hpp"
 #include "bic/platform/ci/image.hpp"
 
 #include <functional>
@@ -27,12 +28,17 @@ public:
 };
 
 /// An input value: none, an image, a number, a vector, a colour, a transform, bytes, text, a
-/// Boolean or a shared object.
-using FilterValue =
-    std::variant<std::monostate, Image, double, std::vector<double>, Color, cg::AffineTransform,
-                 std::vector<std::uint8_t>, std::string, bool, std::shared_ptr<ArgumentObject>>;
+/// Boolean, a shared object or a colour space.
+using FilterValue = std::variant<std::monostate, Image, double, std::vector<double>, Color,
+                                 cg::AffineTransform, std::vector<std::uint8_t>, std::string, bool,
+                                 std::shared_ptr<ArgumentObject>, cg::ColorSpace>;
 using FilterParameters = std::vector<std::pair<std::string, FilterValue>>;
 
+/// An optional value as an input value: none for nothing.
+template <class T>
+FilterValue filterValue(const std::optional<T>& value) {
+    return value ? FilterValue(*value) : FilterValue();
+}
 /// A filter was asked for an input it does not have.
 class UnknownFilterInputError : public std::invalid_argument {
 public:
@@ -75,6 +81,11 @@ public:
     std::optional<double> number(std::string_view key) const;
     std::optional<std::vector<double>> vector(std::string_view key) const;
     std::optional<Color> color(std::string_view key) const;
+    template <class T>
+    std::optional<T> valueAs(std::string_view key) const {
+        if (const T* v = std::get_if<T>(&value(key))) return *v;
+        return std::nullopt;
+    }
 
     /// The result; nothing when a required input is missing.
     virtual std::optional<Image> outputImage() const;
@@ -95,6 +106,21 @@ public:
 
 /// Registers (or replaces) `constructor` for `name`; Filter::named(name) then asks it.
 void registerFilterName(std::string name, std::shared_ptr<const FilterConstructor> constructor);
+
+/// The constructor of the filter class F: whatever the name, a new F.
+template <class F>
+class ClassConstructor final : public FilterConstructor {
+public:
+    std::shared_ptr<Filter> filterWithName(std::string_view) const override {
+        return std::make_shared<F>();
+    }
+};
+
+/// Registers the filter class F under its own name.
+template <class F>
+void registerFilterClass() {
+    registerFilterName(F().name(), std::make_shared<ClassConstructor<F>>());
+}
 
 /// `image` as the filter's "inputImage", the parameters set on top; nothing for unknown filters
 /// or when the filter has no output. Unknown parameter keys throw UnknownFilterInputError.
