@@ -152,8 +152,8 @@ std::optional<ci::Image> mapped(const ci::Image& image, const V& redMap, const V
 
 std::optional<ci::Image> mapped(const ci::Image& image, const std::vector<std::uint8_t>& table) {
     if (table.size() != 4096) return std::nullopt;
-    const ci::Image clamped = bic_saturated(image);
-    return libraryKernels().colorKernel("gradientMap_aa").apply(clamped.extent(), {clamped, table});
+    // The kernel reads its image saturated itself: one pass instead of a clamp and a map.
+    return libraryKernels().colorKernel("gradientMap_aa").apply(image.extent(), {image, table});
 }
 
 namespace {

@@ -30,18 +30,22 @@ RGB setLum(const RGB& c, float l) {
 
 float sat(const RGB& c) { return std::max({c.r, c.g, c.b}) - std::min({c.r, c.g, c.b}); }
 
+// The channels ordered by three comparisons rather than a sort; equal channels may go either
+// way, which gives the same colour.
 RGB setSat(RGB c, float s) {
-    float* channels[3] = {&c.r, &c.g, &c.b};
-    std::sort(std::begin(channels), std::end(channels),
-              [](const float* a, const float* b) { return *a < *b; });
-    float &lo = *channels[0], &mid = *channels[1], &hi = *channels[2];
-    if (hi > lo) {
-        mid = (mid - lo) * s / (hi - lo);
-        hi = s;
+    float* lo = &c.r;
+    float* mid = &c.g;
+    float* hi = &c.b;
+    if (*lo > *mid) std::swap(lo, mid);
+    if (*mid > *hi) std::swap(mid, hi);
+    if (*lo > *mid) std::swap(lo, mid);
+    if (*hi > *lo) {
+        *mid = (*mid - *lo) * s / (*hi - *lo);
+        *hi = s;
     } else {
-        mid = hi = 0;
+        *mid = *hi = 0;
     }
-    lo = 0;
+    *lo = 0;
     return c;
 }
 

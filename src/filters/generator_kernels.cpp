@@ -34,9 +34,10 @@ float discCoverage(float distance, float radius) {
 
 template <class F>
 void eachPixel(const ci::KernelRow& row, F&& f) {
-    const float y = float(row.y) + 0.5f;
-    for (std::int64_t i = 0; i < row.count; ++i)
-        f(float(row.x + i) + 0.5f, y, row.out + 4 * i);
+    for (std::int64_t i = 0; i < row.count; ++i) {
+        const cg::Point p = row.position(i);
+        f(float(p.x), float(p.y), row.out + 4 * i);
+    }
 }
 
 constexpr float kSectorsPerRadian = 3 / std::numbers::pi_v<float>;
@@ -131,9 +132,9 @@ void colorSpectrumRow(const ci::KernelRow& row) {
 
 template <class F>
 void rampRow(const ci::KernelRow& row, F&& level) {
-    const double y = double(row.y) + 0.5;
     for (std::int64_t i = 0; i < row.count; ++i) {
-        const auto v = float(std::clamp(level(double(row.x + i) + 0.5, y), 0.0, 1.0));
+        const cg::Point p = row.position(i);
+        const auto v = float(std::clamp(level(p.x, p.y), 0.0, 1.0));
         float* out = row.out + 4 * i;
         out[0] = out[1] = out[2] = v;
         out[3] = 1;

@@ -10,12 +10,13 @@ namespace bic {
 
 namespace {
 
-// A double as the platform writes it: shortest round trip, whole numbers with ".0".
+// A double as the platform writes it: the shortest digits that read back the same, in plain
+// decimal notation (100000.0, 0.0001, never 1e+05), whole numbers with ".0".
 std::string describe(double v) {
-    char buffer[64];
-    const auto end = std::to_chars(buffer, buffer + sizeof buffer, v).ptr;
+    char buffer[400]; // the longest fixed form of a double has 309 digits before the point
+    const auto end = std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::fixed).ptr;
     std::string s(buffer, end);
-    if (s.find_first_of(".en") == std::string::npos) s += ".0";
+    if (s.find_first_of(".n") == std::string::npos) s += ".0";
     return s;
 }
 

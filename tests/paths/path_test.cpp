@@ -141,6 +141,8 @@ TEST(Path, SnappingBoundsAndText) {
     EXPECT_EQ(Path::polygon({{1, 2}, {3.5, -4}}).subpaths[0].debugDescription(),
               "[(1.0, 2.0), (3.5, -4.0)]");
     EXPECT_EQ(Path().subpaths[0].debugDescription(), "[]");
+    EXPECT_EQ(Path::polygon({{100000, 0.0001}, {-1e-7, 1e16}}).subpaths[0].debugDescription(),
+              "[(100000.0, 0.0001), (-0.0000001, 10000000000000000.0)]");
 
     const Path moved = Path::rect({0, 0, 1, 1}).transformed(cg::AffineTransform::translation(2, 3));
     EXPECT_EQ(moved.subpaths[0].points[2].position, (cg::Point{3, 4}));

@@ -422,3 +422,34 @@ TEST(Engine, ByteCopiesOfBitmapsLandWhereRenderedPixelsWould) {
     EXPECT_EQ(std::vector<std::uint8_t>(copied.begin() + 4, copied.begin() + 8),
               std::vector<std::uint8_t>(bytes.begin() + 24, bytes.begin() + 28));
 }
+
+TEST(Engine, ProceduralImagesAreEvaluatedWhereTransformsPlaceThem) {
+    // A horizontal ramp scaled down by 4 and turned: each output pixel shows the ramp at the one
+    // point its centre maps to (not a blend of the pixels around it), through pointwise
+    // operations on the way.
+    const auto gradient = Filter::named("CILinearGradient");
+    gradient->setValue("inputPoint0", std::vector<double>{0, 0});
+    gradient->setValue("inputPoint1", std::vector<double>{100, 0});
+    gradient->setValue("inputColor0", Color{0, 0, 0, 1});
+    gradient->setValue("inputColor1", Color{1, 1, 1, 1});
+    const Image ramp = *gradient->outputImage();
+    const cg::AffineTransform place = cg::AffineTransform::rotation(0.3)
+                                          .concatenating(cg::AffineTransform::scale(0.25, 0.25))
+                                          .concatenating(cg::AffineTransform::translation(7, 3));
+    const Image inverted = *applyingFilter(ramp, "CIColorInvert");
+    const Image placed = inverted.transformed(place);
+    const auto px = renderFloats(placed, {0, 0, 8, 8});
+    const cg::AffineTransform back = place.inverted();
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 8; ++x) {
+            const cg::Point p = back.apply(cg::Point{x + 0.5, y + 0.5});
+            const float want = 1 - float(std::clamp(p.x / 100, 0.0, 1.0));
+            EXPECT_NEAR(px[std::size_t(((7 - y) * 8 + x) * 4)], want, 1e-6) << x << "," << y;
+        }
+    // A bitmap is still resampled: between two pixels of 0 and 1 a half-pixel shift gives ½.
+    const float two[8] = {0, 0, 0, 1, 1, 1, 1, 1};
+    const Image pair = *Image::fromBitmap(two, 32, 2, 1, Format::RGBAf);
+    EXPECT_NEAR(
+        renderFloats(pair.transformed(cg::AffineTransform::translation(0.5, 0)), {1, 0, 1, 1})[0],
+        0.5f, 1e-6f);
+}

@@ -97,6 +97,12 @@ void ConstantNode::renderInside(const IRect& r, const Tile& out, Scratch&) const
     }
 }
 
+bool ConstantNode::renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform&,
+                                Scratch& s) const {
+    renderInside(r, out, s);
+    return true;
+}
+
 BitmapNode::BitmapNode(std::shared_ptr<const void> o, const std::uint8_t* b, std::int64_t rb,
                        std::int64_t w, std::int64_t h, Format f)
     : Node(cg::Rect(0, 0, double(w), double(h))), owner(std::move(o)), bytes(b), rowBytes(rb),
@@ -125,11 +131,25 @@ void TranslateNode::renderInside(const IRect& r, const Tile& out, Scratch& s) co
     input->render({r.x - dx, r.y - dy, r.w, r.h}, out, s);
 }
 
+bool TranslateNode::renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                                 Scratch& s) const {
+    return input->renderPlaced(
+        r, out, place.concatenating(cg::AffineTransform::translation(double(-dx), double(-dy))), s);
+}
+
 TransformNode::TransformNode(NodePtr in, const cg::AffineTransform& t, bool n)
     : Node(t.apply(in->extent), in->reach + 1), input(std::move(in)), inverse(t.inverted()),
       nearest(n) {}
 
+bool TransformNode::renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                                 Scratch& s) const {
+    return !nearest && input->renderPlaced(r, out, place.concatenating(inverse), s);
+}
+
 void TransformNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    // A procedural input is evaluated where each output pixel shows it: one evaluation a pixel,
+    // however the transform scales, rather than a resampled render of its region.
+    if (!nearest && input->renderPlaced(r, out, inverse, s)) return;
     // Region of interest: the source area under the output rectangle, one pixel wider for the
     // bilinear neighbours, limited to where the input has pixels.
     const cg::Rect area =
@@ -225,11 +245,21 @@ void SamplingNode::renderInside(const IRect& r, const Tile& out, Scratch& s) con
     input->render(r, out, s);
 }
 
+bool SamplingNode::renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                                Scratch& s) const {
+    return !nearest && input->renderPlaced(r, out, place, s);
+}
+
 WideningNode::WideningNode(NodePtr in)
     : Node(cg::Rect::infinite(), in->reach), input(std::move(in)) {}
 
 void WideningNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
     input->render(r, out, s);
+}
+
+bool WideningNode::renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                                Scratch& s) const {
+    return input->extent.isInfinite() && input->renderPlaced(r, out, place, s);
 }
 
 namespace {

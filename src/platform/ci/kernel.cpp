@@ -56,6 +56,36 @@ void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) 
     }
 }
 
+bool ColorKernelNode::renderPlaced(const IRect& r, const Tile& out,
+                                   const cg::AffineTransform& place, Scratch& s) const {
+    // Only a function of position everywhere: an image of finite extent has edges a placed
+    // evaluation would not see.
+    if (!extent.isInfinite()) return false;
+    std::vector<Scratch::Lease> leases;
+    leases.reserve(images.size());
+    for (const auto& image : images) {
+        leases.push_back(s.take(std::size_t(r.w) * std::size_t(r.h) * 4));
+        if (!image->renderPlaced(r, Tile{leases.back().data(), r.w * 4}, place, s)) return false;
+    }
+    const float* samples[8];
+    std::vector<const float*> many;
+    const float** rows = images.size() <= 8 ? samples : (many.resize(images.size()), many.data());
+    KernelRow row;
+    row.x = r.x;
+    row.count = r.w;
+    row.samples = rows;
+    row.values = &values;
+    row.place = &place;
+    for (std::int64_t i = 0; i < r.h; ++i) {
+        for (std::size_t k = 0; k < images.size(); ++k)
+            rows[k] = leases[k].data() + i * r.w * 4;
+        row.y = r.maxY() - 1 - i;
+        row.out = out.row(i);
+        function(row);
+    }
+    return true;
+}
+
 GeneralKernelNode::GeneralKernelNode(const cg::Rect& e, GeneralRowFunction f, RegionOfInterest r,
                                      std::vector<NodePtr> i, std::vector<KernelValue> v)
     : Node(e, maxReach(i) + 1), function(f), roi(std::move(r)), images(std::move(i)),

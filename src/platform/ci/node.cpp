@@ -75,4 +75,8 @@ void Node::render(const IRect& r, const Tile& out, Scratch& scratch) const {
     renderInside(inside, Tile{out.row(top) + 4 * left, out.stride}, scratch);
 }
 
+bool Node::renderPlaced(const IRect&, const Tile&, const cg::AffineTransform&, Scratch&) const {
+    return false;
+}
+
 } // namespace bic::ci::detail

@@ -7,6 +7,7 @@
 // stay in cache and no full-size intermediate is ever made. Virtual calls happen per node and
 // tile, never per pixel.
 
+#include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/cg/rect.hpp"
 
 #include <cstdint>
@@ -83,6 +84,12 @@ struct Node {
 
     /// Writes the pixels of `r` into `out`; pixels outside the extent are transparent.
     void render(const IRect& r, const Tile& out, Scratch& scratch) const;
+    /// Writes, for each pixel of `r`, the node's value at the point `place` maps its centre to,
+    /// when the node is a function of position everywhere (a procedural image and pointwise
+    /// operations on it, of infinite extent): transforms of such images are then evaluated at
+    /// the points they show instead of resampling pixels. False, writing nothing, otherwise.
+    virtual bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                              Scratch& scratch) const;
 
     cg::Rect extent;
     IRect bounds; ///< pixelBounds(extent)

@@ -17,6 +17,8 @@ struct ConstantNode final : Node {
     explicit ConstantNode(const float rgba[4]);
     float color[4];
     void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform&,
+                      Scratch& s) const override;
 };
 
 /// Pixels of a stored layout: shared bytes, or a snapshot of a surface.
@@ -47,6 +49,8 @@ struct TranslateNode final : Node {
     NodePtr input;
     std::int64_t dx, dy;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                      Scratch& s) const override;
 };
 
 struct TransformNode final : Node {
@@ -55,6 +59,8 @@ struct TransformNode final : Node {
     cg::AffineTransform inverse;
     bool nearest;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                      Scratch& s) const override;
 };
 
 struct CropNode final : Node {
@@ -77,6 +83,8 @@ struct SamplingNode final : Node {
     NodePtr input;
     bool nearest;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                      Scratch& s) const override;
 };
 
 /// Its input over transparent pixels to infinity: the input's pixels under an infinite extent,
@@ -85,6 +93,8 @@ struct WideningNode final : Node {
     explicit WideningNode(NodePtr input);
     NodePtr input;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                      Scratch& s) const override;
 };
 
 /// Pieces whose pixels do not overlap, as one image: a render asks only the pieces its
@@ -121,6 +131,8 @@ struct ColorKernelNode final : Node {
     std::vector<NodePtr> images;
     std::vector<KernelValue> values;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                      Scratch& s) const override;
 };
 
 struct GeneralKernelNode final : Node {

@@ -34,6 +34,16 @@ struct KernelRow {
     const float* const* samples = nullptr; ///< one RGBA row per image argument
     float* out = nullptr;                  ///< count RGBA pixels to write
     const std::vector<KernelValue>* values = nullptr;
+    /// Set when the engine evaluates a kernel without images under a transform: the map from a
+    /// pixel's centre to the point in the kernel's own space that it shows.
+    const cg::AffineTransform* place = nullptr;
+
+    /// Where pixel i of the row stands in the kernel's space: its centre (x + i + ½, y + ½),
+    /// or that centre placed. Kernels that compute from positions use this.
+    cg::Point position(std::int64_t i) const {
+        const cg::Point centre{double(x + i) + 0.5, double(y) + 0.5};
+        return place ? place->apply(centre) : centre;
+    }
 
     double number(std::size_t i) const { return std::get<double>((*values)[i]); }
     const std::vector<double>& vector(std::size_t i) const {
