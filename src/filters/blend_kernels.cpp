@@ -8,45 +8,44 @@ struct RGB {
     float r, g, b;
 };
 
-float lum(const RGB& c) { return 0.30f * c.r + 0.59f * c.g + 0.11f * c.b; }
+inline float lum(const RGB& c) { return 0.30f * c.r + 0.59f * c.g + 0.11f * c.b; }
+inline float min3(const RGB& c) { return std::min(std::min(c.r, c.g), c.b); }
+inline float max3(const RGB& c) { return std::max(std::max(c.r, c.g), c.b); }
+
+// The helpers choose between computed values instead of branching, so that a chunk of pixels
+// runs as vector code; quotients computed for an arm that is not chosen are never used.
 
 // Pulls a colour into 0…1 towards its own luminosity. The scales l / (l − n) and
 // (1 − l) / (x − l) have denominators above 0 whenever l lies inside 0…1; at a luminosity of 0
 // or 1 (or beyond, in float documents) the colour's limit is its grey, which float rounding
 // must not turn into 0 / 0.
-RGB clipColor(RGB c) {
+inline RGB clipColor(RGB c) {
     const float l = lum(c);
-    const float n = std::min({c.r, c.g, c.b}), x = std::max({c.r, c.g, c.b});
-    auto scale = [&](float k) { c = {l + (c.r - l) * k, l + (c.g - l) * k, l + (c.b - l) * k}; };
-    if (n < 0) scale(l > 0 ? l / (l - n) : 0.0f);
-    if (x > 1) scale(l < 1 ? (1 - l) / (x - l) : 0.0f);
-    return c;
+    const float n = min3(c), x = max3(c);
+    auto towards = [&](float k) {
+        return RGB{l + (c.r - l) * k, l + (c.g - l) * k, l + (c.b - l) * k};
+    };
+    auto choose = [](bool pick, const RGB& a, const RGB& b) {
+        return RGB{pick ? a.r : b.r, pick ? a.g : b.g, pick ? a.b : b.b};
+    };
+    c = choose(n < 0, towards(l > 0 ? l / (l - n) : 0.0f), c);
+    return choose(x > 1, towards(l < 1 ? (1 - l) / (x - l) : 0.0f), c);
 }
 
-RGB setLum(const RGB& c, float l) {
+inline RGB setLum(const RGB& c, float l) {
     const float d = l - lum(c);
     return clipColor({c.r + d, c.g + d, c.b + d});
 }
 
-float sat(const RGB& c) { return std::max({c.r, c.g, c.b}) - std::min({c.r, c.g, c.b}); }
+inline float sat(const RGB& c) { return max3(c) - min3(c); }
 
-// The channels ordered by three comparisons rather than a sort; equal channels may go either
-// way, which gives the same colour.
-RGB setSat(RGB c, float s) {
-    float* lo = &c.r;
-    float* mid = &c.g;
-    float* hi = &c.b;
-    if (*lo > *mid) std::swap(lo, mid);
-    if (*mid > *hi) std::swap(mid, hi);
-    if (*lo > *mid) std::swap(lo, mid);
-    if (*hi > *lo) {
-        *mid = (*mid - *lo) * s / (*hi - *lo);
-        *hi = s;
-    } else {
-        *mid = *hi = 0;
-    }
-    *lo = 0;
-    return c;
+// The colour's smallest channel becomes 0, its largest s and the middle one in proportion;
+// a grey becomes black. Each channel is (c − min) / (max − min) · s, so the largest reads
+// exactly s and ties need no ordering.
+inline RGB setSat(const RGB& c, float s) {
+    const float lo = min3(c), spread = max3(c) - lo;
+    auto channel = [&](float v) { return spread > 0 ? (v - lo) / spread * s : 0.0f; };
+    return {channel(c.r), channel(c.g), channel(c.b)};
 }
 
 struct Hue {
@@ -59,32 +58,31 @@ struct Luminosity {
     static RGB apply(const RGB& b, const RGB& s) { return setLum(b, lum(s)); }
 };
 struct DarkerColor {
-    static RGB apply(const RGB& b, const RGB& s) { return lum(s) < lum(b) ? s : b; }
+    static RGB apply(const RGB& b, const RGB& s) {
+        const bool darker = lum(s) < lum(b);
+        return {darker ? s.r : b.r, darker ? s.g : b.g, darker ? s.b : b.b};
+    }
 };
 struct LighterColor {
-    static RGB apply(const RGB& b, const RGB& s) { return lum(s) > lum(b) ? s : b; }
+    static RGB apply(const RGB& b, const RGB& s) {
+        const bool lighter = lum(s) > lum(b);
+        return {lighter ? s.r : b.r, lighter ? s.g : b.g, lighter ? s.b : b.b};
+    }
 };
 
 // The compositing formula of separableRow, with B taking whole colours.
 template <class Mode>
 void nonSeparableRow(const ci::KernelRow& row) {
-    const float* fg = row.samples[0];
-    const float* bg = row.samples[1];
-    float* out = row.out;
-    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
-        const float as = fg[i + 3], ab = bg[i + 3], both = as * ab;
-        RGB mixed{0, 0, 0};
-        if (both > 0) {
-            const RGB blended = Mode::apply(
-                {straight(bg[i], ab), straight(bg[i + 1], ab), straight(bg[i + 2], ab)},
-                {straight(fg[i], as), straight(fg[i + 1], as), straight(fg[i + 2], as)});
-            mixed = {both * blended.r, both * blended.g, both * blended.b};
-        }
-        out[i] = fg[i] * (1 - ab) + bg[i] * (1 - as) + mixed.r;
-        out[i + 1] = fg[i + 1] * (1 - ab) + bg[i + 1] * (1 - as) + mixed.g;
-        out[i + 2] = fg[i + 2] * (1 - ab) + bg[i + 2] * (1 - as) + mixed.b;
-        out[i + 3] = as + ab * (1 - as);
-    }
+    compositeRow(row.samples[0], row.samples[1], row.out, row.count,
+                 [](const ChannelPlanes& b, const ChannelPlanes& s, ChannelPlanes& m, int n) {
+                     for (int j = 0; j < n; ++j) {
+                         const RGB blended =
+                             Mode::apply({b.r[j], b.g[j], b.b[j]}, {s.r[j], s.g[j], s.b[j]});
+                         m.r[j] = blended.r;
+                         m.g[j] = blended.g;
+                         m.b[j] = blended.b;
+                     }
+                 });
 }
 
 template <SeparableMode Mode>

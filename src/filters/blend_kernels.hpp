@@ -21,11 +21,12 @@
 
 namespace bic::blend {
 
+// The modes are written as selections between computed arms rather than early returns, so a
+// chunk of pixels runs as vector code; divisions by 0 in an arm that is not chosen are harmless.
 struct ColorBurn {
     static float apply(float b, float s) {
-        if (b >= 1) return 1;
-        if (s <= 0) return 0;
-        return 1 - std::min(1.0f, (1 - b) / s);
+        const float burnt = 1 - std::min(1.0f, (1 - b) / s);
+        return b >= 1 ? 1.0f : (s <= 0 ? 0.0f : burnt);
     }
 };
 struct LinearBurn {
@@ -33,9 +34,8 @@ struct LinearBurn {
 };
 struct ColorDodge {
     static float apply(float b, float s) {
-        if (b <= 0) return 0;
-        if (s >= 1) return 1;
-        return std::clamp(b / (1 - s), 0.0f, 1.0f);
+        const float dodged = std::clamp(b / (1 - s), 0.0f, 1.0f);
+        return b <= 0 ? 0.0f : (s >= 1 ? 1.0f : dodged);
     }
 };
 struct LinearDodge {
@@ -43,9 +43,9 @@ struct LinearDodge {
 };
 struct VividLight {
     static float apply(float b, float s) {
-        if (s <= 0) return 0;
-        if (s >= 1) return 1;
-        return std::clamp(s <= 0.5f ? 1 - (1 - b) / (2 * s) : b / (2 * (1 - s)), 0.0f, 1.0f);
+        const float burn = 1 - (1 - b) / (2 * s), dodge = b / (2 * (1 - s));
+        const float lit = std::clamp(s <= 0.5f ? burn : dodge, 0.0f, 1.0f);
+        return s <= 0 ? 0.0f : (s >= 1 ? 1.0f : lit);
     }
 };
 struct LinearLight {
@@ -60,9 +60,8 @@ struct LinearLight8 {
 /// Hard light of 8-bit documents: the light half starts at level 128, as Screen(b, 2s − 256/255).
 struct HardLight8 {
     static float apply(float b, float s) {
-        if (s <= 0.5f) return 2 * s * b;
         const float t = 2 * s - 256.0f / 255.0f;
-        return b + t - b * t;
+        return s <= 0.5f ? 2 * s * b : b + t - b * t;
     }
 };
 struct PinLight {
@@ -81,8 +80,8 @@ struct Subtract {
 };
 struct Divide {
     static float apply(float b, float s) {
-        if (s <= 0) return b <= 0 ? 0.0f : 1.0f;
-        return std::clamp(b / s, 0.0f, 1.0f);
+        const float divided = std::clamp(b / s, 0.0f, 1.0f);
+        return s <= 0 ? (b <= 0 ? 0.0f : 1.0f) : divided;
     }
 };
 

@@ -10,15 +10,67 @@
 #include <cmath>
 #include <cstdint>
 
+
 namespace bic::blend {
 
 /// The straight value of a premultiplied channel. Divided, not multiplied by a reciprocal: a
 /// channel equal to its alpha must read as exactly 1, which the modes' edge rules test. A
 /// channel far larger than its alpha (no valid premultiplied colour, but float documents have
-/// them) is held to ±65536, so that no mode's arithmetic can reach infinity.
+/// them) is held to ±65536, so that no mode's arithmetic can reach infinity. Where the alpha is
+/// 0 the result is not used.
 inline float straight(float c, float a) {
     constexpr float limit = 65536.0f;
-    return std::clamp(c / a, -limit, limit);
+    const float v = c / a;
+    return v < -limit ? -limit : (v > limit ? limit : v);
+}
+
+/// Pixels are blended in chunks, channel by channel (structure of arrays), so that a mode's
+/// arithmetic over a chunk is a plain loop the compiler turns into vector instructions.
+inline constexpr int kBlendChunk = 64;
+
+struct ChannelPlanes {
+    alignas(16) float r[kBlendChunk];
+    alignas(16) float g[kBlendChunk];
+    alignas(16) float b[kBlendChunk];
+};
+
+/// The general compositing formula over `count` premultiplied pixels:
+/// co = cs·(1 − αb) + cb·(1 − αs) + αs·αb·B(Cb, Cs), αo = αs + αb·(1 − αs).
+/// `blend(backdrop, source, mixed, n)` fills B for the first n pixels of a chunk from straight
+/// colours; its values where either alpha is 0 are ignored.
+template <class Blend>
+inline void compositeRow(const float* fg, const float* bg, float* out, std::int64_t count,
+                         Blend&& blend) {
+    ChannelPlanes source, backdrop, mixed;
+    alignas(16) float as[kBlendChunk], ab[kBlendChunk];
+    for (std::int64_t start = 0; start < count; start += kBlendChunk) {
+        const int n = int(std::min<std::int64_t>(kBlendChunk, count - start));
+        const float* f = fg + start * 4;
+        const float* b = bg + start * 4;
+        float* o = out + start * 4;
+        for (int j = 0; j < n; ++j) {
+            as[j] = f[4 * j + 3];
+            ab[j] = b[4 * j + 3];
+            source.r[j] = straight(f[4 * j], as[j]);
+            source.g[j] = straight(f[4 * j + 1], as[j]);
+            source.b[j] = straight(f[4 * j + 2], as[j]);
+            backdrop.r[j] = straight(b[4 * j], ab[j]);
+            backdrop.g[j] = straight(b[4 * j + 1], ab[j]);
+            backdrop.b[j] = straight(b[4 * j + 2], ab[j]);
+        }
+        blend(backdrop, source, mixed, n);
+        for (int j = 0; j < n; ++j) {
+            const float both = as[j] * ab[j];
+            const float ks = 1 - ab[j], kb = 1 - as[j];
+            const bool blended = both > 0;
+            o[4 * j] = f[4 * j] * ks + b[4 * j] * kb + (blended ? both * mixed.r[j] : 0.0f);
+            o[4 * j + 1] =
+                f[4 * j + 1] * ks + b[4 * j + 1] * kb + (blended ? both * mixed.g[j] : 0.0f);
+            o[4 * j + 2] =
+                f[4 * j + 2] * ks + b[4 * j + 2] * kb + (blended ? both * mixed.b[j] : 0.0f);
+            o[4 * j + 3] = as[j] + ab[j] * kb;
+        }
+    }
 }
 
 /// One separable mode's B(Cb, Cs) for a channel.
@@ -30,17 +82,14 @@ concept SeparableMode = requires(float b, float s) {
 /// Blends `count` premultiplied RGBA pixels of `fg` over `bg` into `out` with a separable mode.
 template <SeparableMode Mode>
 inline void separableRow(const float* fg, const float* bg, float* out, std::int64_t count) {
-    for (std::int64_t i = 0; i < count * 4; i += 4) {
-        const float as = fg[i + 3], ab = bg[i + 3];
-        const float both = as * ab;
-        for (int c = 0; c < 3; ++c) {
-            const float cs = fg[i + c], cb = bg[i + c];
-            const float mixed =
-                both > 0 ? both * Mode::apply(straight(cb, ab), straight(cs, as)) : 0.0f;
-            out[i + c] = cs * (1 - ab) + cb * (1 - as) + mixed;
-        }
-        out[i + 3] = as + ab * (1 - as);
-    }
+    compositeRow(fg, bg, out, count,
+                 [](const ChannelPlanes& b, const ChannelPlanes& s, ChannelPlanes& m, int n) {
+                     for (int j = 0; j < n; ++j) {
+                         m.r[j] = Mode::apply(b.r[j], s.r[j]);
+                         m.g[j] = Mode::apply(b.g[j], s.g[j]);
+                         m.b[j] = Mode::apply(b.b[j], s.b[j]);
+                     }
+                 });
 }
 
 struct Normal {
@@ -68,10 +117,12 @@ struct Overlay {
 };
 /// The W3C soft light, whose dark-backdrop arm follows a cubic rather than the square root.
 struct SoftLight {
+    // Both arms are computed and one chosen, so that a chunk of pixels runs without branches
+    // (the square root of a backdrop below ¼ is computed but not used).
     static float apply(float b, float s) {
-        if (s <= 0.5f) return b - (1 - 2 * s) * b * (1 - b);
+        const float dark = b - (1 - 2 * s) * b * (1 - b);
         const float d = b <= 0.25f ? ((16 * b - 12) * b + 4) * b : std::sqrt(b);
-        return b + (2 * s - 1) * (d - b);
+        return s <= 0.5f ? dark : b + (2 * s - 1) * (d - b);
     }
 };
 struct Difference {
