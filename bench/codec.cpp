@@ -2,8 +2,8 @@
 // back, with libpng writing and reading the same pixels at its default settings in the same run,
 // and a plain memcpy of the pixels for scale. Sizes are reported as the "bytes" counter.
 
-#include "bic/buffers/compression.hpp"
 #include "bic/buffers/pixel_buffer_record.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "common/synthetic_images.hpp"
 
 #include <benchmark/benchmark.h>
@@ -190,7 +190,7 @@ void Deflate8BitPlane(benchmark::State& state) {
         false, ChannelDataCompressionType::none, PredictionType::sub, false);
     const auto& red = std::get<ChannelData<std::uint8_t>>(planes[0]);
     for (auto _ : state)
-        benchmark::DoNotOptimize(zipCompressed(red.data).data());
+        benchmark::DoNotOptimize(coding::zipCompressed(red.data).data());
     state.SetBytesProcessed(state.iterations() * side * side);
 }
 

@@ -1,7 +1,7 @@
 // Filling a 1,000-vertex star into a 4096² ARGB8 context, against cairo filling the same polygon
 // into its own ARGB32 image surface.
 
-#include "bic/platform/cg/context.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <benchmark/benchmark.h>
 #include <cairo.h>

@@ -2,8 +2,8 @@
 // then survive coding again, or fails with the codec's errors and is left as it was.
 
 #include "bic/buffers/channel_data.hpp"
-#include "bic/buffers/compression.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/coding/compression.hpp"
 
 #include <cstdint>
 #include <cstdlib>

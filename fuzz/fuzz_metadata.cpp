@@ -5,8 +5,8 @@
 // with its documented errors, a tree that parses reads back equal from its own packet, and a
 // value the property bridge accepts, whatever its bytes, gives a stored form that loads.
 
-#include "bic/buffers/compression.hpp"
 #include "bic/metadata/image_metadata.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "fuzz_input.hpp"
 
@@ -173,7 +173,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             readAll(coding::decode<ImageMetadata>(tree));
         } catch (const coding::DecodingError&) {
         } catch (const coding::FileReadCorruptError&) {
-        } catch (const CompressionError&) {
+        } catch (const coding::CompressionError&) {
         }
         break;
     default: {

@@ -3,9 +3,9 @@
 // plane codec far more often than random file bytes do. Whatever the input, the answer is a
 // buffer of the recorded size or one of the documented errors.
 
-#include "bic/buffers/compression.hpp"
 #include "bic/buffers/pixel_buffer_record.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "fuzz_input.hpp"
 
@@ -50,7 +50,7 @@ coding::Value structuredRecord(Input& in) {
         const auto data = in.take(length);
         if (kind & 4) {
             // Often a valid deflate stream, so the decoders behind it are reached.
-            plane.emplace_back("Data", zipCompressed(data));
+            plane.emplace_back("Data", coding::zipCompressed(data));
         } else {
             plane.emplace_back("Data", coding::Data(data.begin(), data.end()));
         }
@@ -96,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             std::abort();
     } catch (const coding::DecodingError&) {
     } catch (const ImageCoreError&) {
-    } catch (const CompressionError&) {
+    } catch (const coding::CompressionError&) {
     }
     return 0;
 }

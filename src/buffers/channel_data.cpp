@@ -1,7 +1,7 @@
 #include "bic/buffers/channel_data.hpp"
 
-#include "bic/buffers/compression.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/core/memory.hpp"
 
 #include <algorithm>
@@ -255,14 +255,14 @@ void ChannelData<T>::compress(ChannelDataCompressionType compression, Prediction
         return;
     case ChannelDataCompressionType::rle:
         for (std::int64_t r = 0; r < height; ++r) {
-            const auto row =
-                packBits(std::span(data).subspan(std::size_t(r * width), std::size_t(width)));
+            const auto row = coding::packBits(
+                std::span(data).subspan(std::size_t(r * width), std::size_t(width)));
             coded.insert(coded.end(), row.begin(), row.end());
             counts.push_back(std::int64_t(row.size()));
         }
         break;
     case ChannelDataCompressionType::zip:
-        coded = zipCompressed(data);
+        coded = coding::zipCompressed(data);
         break;
     }
     if (discardIneffectiveCompression && coded.size() >= data.size()) {
@@ -285,7 +285,7 @@ namespace {
 void requireCodedBytes(ChannelDataCompressionType compression, std::size_t coded,
                        std::size_t decoded) {
     if (compression == ChannelDataCompressionType::zip && decoded / maximumDeflateRatio > coded)
-        throw CompressionError("The zip data is too short for the plane's size.");
+        throw coding::CompressionError("The zip data is too short for the plane's size.");
     if (compression == ChannelDataCompressionType::rle && decoded / maximumPackBitsRatio > coded)
         throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
 }
@@ -306,7 +306,7 @@ void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
     requireCodedBytes(compressionType, data.size(), size);
     switch (compressionType) {
     case ChannelDataCompressionType::zip:
-        zipUncompressInto(data, out);
+        coding::zipUncompressInto(data, out);
         break;
     case ChannelDataCompressionType::rle: {
         if (std::int64_t(scanlineByteCounts.size()) != height)
@@ -318,9 +318,9 @@ void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
             if (count < 0 || offset > std::int64_t(data.size()) - count)
                 throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
             // Each row is decoded into its own slot: a short row is an error, not a shift.
-            const std::size_t n =
-                unpackBitsInto(std::span(data).subspan(std::size_t(offset), std::size_t(count)),
-                               out.subspan(written, rowBytes));
+            const std::size_t n = coding::unpackBitsInto(
+                std::span(data).subspan(std::size_t(offset), std::size_t(count)),
+                out.subspan(written, rowBytes));
             if (n != rowBytes) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
             written += n;
             offset += count;

@@ -1,8 +1,8 @@
 #include "bic/buffers/surface_pixel_buffer.hpp"
 
-#include "bic/platform/cg/context.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
+#include "bic/platform/draw/context.hpp"
 #include "pixel_rows.hpp"
 
 #include <mutex>

@@ -3,7 +3,7 @@
 
 #include "bic/metadata/image_metadata.hpp"
 
-#include "bic/buffers/compression.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "metadata_values.hpp"
 #include "postal_address.hpp"
@@ -423,7 +423,7 @@ void ImageMetadata::encode(coding::Encoder& encoder) const {
     if (!xmp) throw ImageMetadataError(ImageMetadataError::errorCreatingXMPData);
     XMPPayload payload;
     try {
-        payload.data = zipCompressed(*xmp);
+        payload.data = coding::zipCompressed(*xmp);
         payload.compression = Compression::zip;
     } catch (const std::exception&) {
         payload.data = *xmp;
@@ -433,7 +433,8 @@ void ImageMetadata::encode(coding::Encoder& encoder) const {
 
 ImageMetadata ImageMetadata::decode(const coding::Decoder& decoder) {
     XMPPayload payload = decoder.keyed().decode<XMPPayload>("XMP");
-    if (payload.compression == Compression::zip) payload.data = zipUncompressedUpTo(payload.data);
+    if (payload.compression == Compression::zip)
+        payload.data = coding::zipUncompressedUpTo(payload.data);
     auto parsed = fromXMPData(payload.data);
     if (!parsed) throw coding::FileReadCorruptError();
     return std::move(*parsed);

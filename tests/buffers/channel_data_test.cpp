@@ -1,6 +1,6 @@
 #include "bic/buffers/channel_data.hpp"
-#include "bic/buffers/compression.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "support/expect_error.hpp"
 
@@ -199,13 +199,14 @@ TEST(ChannelData, InteroperatesWithZlibAndThePublishedPackBitsExample) {
                           0x03, 0x80, 0x00, 0x2A, 0x22, 0xF7, 0xAA};
     const Bytes expected = {0xAA, 0xAA, 0xAA, 0x80, 0x00, 0x2A, 0xAA, 0xAA, 0xAA, 0xAA, 0x80, 0x00,
                             0x2A, 0x22, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA};
-    EXPECT_EQ(unpackBits(packed, 24), expected);
-    EXPECT_EQ(unpackBits(packBits(expected), 24), expected);
+    EXPECT_EQ(coding::unpackBits(packed, 24), expected);
+    EXPECT_EQ(coding::unpackBits(coding::packBits(expected), 24), expected);
     Bytes mixed(300);
     for (std::size_t i = 0; i < mixed.size(); ++i)
         mixed[i] = i < 150 ? std::uint8_t(i) : 7;
-    EXPECT_EQ(unpackBits(packBits(mixed), 300), mixed);
-    EXPECT_EQ(unpackBits(Bytes{0x80, 0x00, 0x05}, 1), Bytes{0x05}); // 0x80 is a no-op header
+    EXPECT_EQ(coding::unpackBits(coding::packBits(mixed), 300), mixed);
+    EXPECT_EQ(coding::unpackBits(Bytes{0x80, 0x00, 0x05}, 1),
+              Bytes{0x05}); // 0x80 is a no-op header
 }
 
 TEST(ChannelData, LargePlanesAreDeflatedInPartsIntoOneZlibStream) {
@@ -221,13 +222,13 @@ TEST(ChannelData, LargePlanesAreDeflatedInPartsIntoOneZlibStream) {
     planes.push_back(noise);
     planes.push_back(Bytes((std::size_t(24) << 20) + 3, 0x5A));
     for (const Bytes& plain : planes) {
-        const Bytes z = zipCompressed(plain);
+        const Bytes z = coding::zipCompressed(plain);
         Bytes inflated(plain.size());
         uLongf size = uLongf(inflated.size());
         ASSERT_EQ(uncompress(inflated.data(), &size, z.data(), uLong(z.size())), Z_OK);
         EXPECT_EQ(size, plain.size());
         EXPECT_TRUE(inflated == plain);
-        EXPECT_TRUE(zipUncompressed(z, plain.size()) == plain);
+        EXPECT_TRUE(coding::zipUncompressed(z, plain.size()) == plain);
     }
 }
 
@@ -253,24 +254,24 @@ TEST(ChannelData, DamagedDataIsAnErrorAndLeavesThePlane) {
     auto longRow = intact;
     longRow.data = {0xF9, 0x01, 0xF9, 0x01, 0xF9, 0x01, 0xF9, 0x01}; // 8 bytes a row into 4
     longRow.scanlineByteCounts = {2, 2, 2, 2};
-    EXPECT_THROW(longRow.decompress(4, 4), CompressionError);
+    EXPECT_THROW(longRow.decompress(4, 4), coding::CompressionError);
     EXPECT_EQ(longRow.compressionType, ChannelDataCompressionType::rle);
 
     auto zip = ChannelData<float>(bytesOf(photo<float>(16, 16, 3)), false);
     zip.compress(ChannelDataCompressionType::zip, PredictionType::up, 16, 16, false);
     auto truncated = zip;
     truncated.data.resize(truncated.data.size() / 2);
-    EXPECT_THROW(truncated.decompress(16, 16), CompressionError);
+    EXPECT_THROW(truncated.decompress(16, 16), coding::CompressionError);
     auto corrupt = zip;
     corrupt.data[corrupt.data.size() / 2] ^= 0x5A;
-    EXPECT_THROW(corrupt.decompress(16, 16), CompressionError);
+    EXPECT_THROW(corrupt.decompress(16, 16), coding::CompressionError);
     EXPECT_EQ(corrupt.compressionType, ChannelDataCompressionType::zip);
-    EXPECT_THROW(zip.decompress(16, 15), CompressionError) << "a plane of another size";
+    EXPECT_THROW(zip.decompress(16, 15), coding::CompressionError) << "a plane of another size";
     ChannelData<std::uint8_t> plainWrong(Bytes(5), true);
     expectCode([&] { plainWrong.decompress(2, 2); }, ImageCoreError::fileReadCorruptedDataError);
 
     // Sizes from a damaged record: refused before a plane that large is allocated.
-    EXPECT_THROW(zip.decompress(1 << 20, 1 << 20), CompressionError);
+    EXPECT_THROW(zip.decompress(1 << 20, 1 << 20), coding::CompressionError);
     expectCode([&] { zip.decompress(std::int64_t(1) << 40, std::int64_t(1) << 40); },
                ImageCoreError::fileReadCorruptedDataError);
     auto huge = intact;

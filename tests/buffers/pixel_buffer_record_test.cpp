@@ -1,5 +1,5 @@
-#include "bic/buffers/compression.hpp"
 #include "bic/buffers/pixel_buffer_record.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "support/buffers.hpp"
 #include "support/expect_error.hpp"

@@ -1,5 +1,5 @@
-#include "bic/buffers/compression.hpp"
 #include "bic/metadata/image_metadata.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "bic/resources/localization.hpp"
 
@@ -469,7 +469,7 @@ TEST_F(ImageMetadataTest, StoredForm) {
 
     const coding::Value corrupt(coding::Dictionary{
         {"XMP", coding::Dictionary{{"Compression", "Zip"}, {"Data", coding::Data{1, 2, 3}}}}});
-    EXPECT_THROW(coding::decode<ImageMetadata>(corrupt), CompressionError);
+    EXPECT_THROW(coding::decode<ImageMetadata>(corrupt), coding::CompressionError);
     const std::string junk = "not xmp at all";
     const coding::Value unparsable(coding::Dictionary{
         {"XMP", coding::Dictionary{{"Data", coding::Data(junk.begin(), junk.end())}}}});

@@ -1,4 +1,4 @@
-#include "bic/platform/cg/context.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <cmath>
 #include <cstring>

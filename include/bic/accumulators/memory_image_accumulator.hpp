@@ -4,7 +4,7 @@
 // returns.
 
 #include "bic/accumulators/image_accumulator.hpp"
-#include "bic/platform/cg/context.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <variant>
 #include <vector>

@@ -55,13 +55,13 @@ public:
 
     /// Predicts, makes big-endian and compresses a plain host-order plane. With
     /// `discardIneffectiveCompression`, a coded form not smaller than the samples is dropped
-    /// and the plane stays plain big-endian samples. Throws CompressionError when deflate fails,
-    /// leaving the plane predicted and big-endian.
+    /// and the plane stays plain big-endian samples. Throws coding::CompressionError when deflate
+    /// fails, leaving the plane predicted and big-endian.
     void compress(ChannelDataCompressionType compression, PredictionType prediction,
                   std::int64_t width, std::int64_t height, bool discardIneffectiveCompression);
     /// Back to plain host-order samples. Throws ImageCoreError (unknownError for a wrong number
     /// of row lengths, fileReadCorruptedDataError for rows beyond the data or a wrong decoded
-    /// size) or CompressionError; the plane is unchanged then.
+    /// size) or coding::CompressionError; the plane is unchanged then.
     void decompress(std::int64_t width, std::int64_t height);
     /// The plain host-order samples into `out` (exactly width × height samples), leaving the
     /// plane as it is: decoding straight into a caller's memory. Throws as decompress; `out`

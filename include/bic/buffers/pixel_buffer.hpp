@@ -10,8 +10,8 @@
 #include "bic/geometry/integral_geometry.hpp"
 #include "bic/paths/path.hpp"
 #include "bic/pixels/pixel_formats.hpp"
-#include "bic/platform/cg/context.hpp"
 #include "bic/platform/ci/image.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <cstdint>
 #include <functional>

@@ -12,8 +12,8 @@
 #include "bic/buffers/channel_data.hpp"
 #include "bic/geometry/integral_geometry.hpp"
 #include "bic/pixels/pixel_formats.hpp"
-#include "bic/platform/cg/image.hpp"
 #include "bic/platform/ci/image.hpp"
+#include "bic/platform/draw/image.hpp"
 #include "bic/platform/io/surface.hpp"
 
 #include <cstdint>

@@ -7,9 +7,9 @@
 
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/cg/color_space.hpp"
-#include "bic/platform/cg/context.hpp"
 #include "bic/platform/ci/image.hpp"
 #include "bic/platform/coding/coder.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <array>
 #include <concepts>

@@ -261,7 +261,7 @@ public:
     /// compressing fails. Throws ImageMetadataError::errorCreatingXMPData when the tree cannot
     /// be serialised.
     void encode(coding::Encoder& encoder) const;
-    /// Decompression errors pass through (CompressionError); XMP that does not parse throws
+    /// Decompression errors pass through (coding::CompressionError); XMP that does not parse throws
     /// FileReadCorruptError (259).
     static ImageMetadata decode(const coding::Decoder& decoder);
 

@@ -2,7 +2,7 @@
 // Drawing a Path into a drawing context with the path's own stroke settings.
 
 #include "bic/paths/path.hpp"
-#include "bic/platform/cg/context.hpp"
+#include "bic/platform/draw/context.hpp"
 
 namespace bic {
 

@@ -4,7 +4,7 @@
 #include "bic/pixels/component_type.hpp"
 #include "bic/platform/cg/bitmap_info.hpp"
 #include "bic/platform/cg/color_space.hpp"
-#include "bic/platform/ci/format.hpp"
+#include "bic/platform/io/format.hpp"
 
 #include <concepts>
 #include <cstdint>

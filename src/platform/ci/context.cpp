@@ -1,8 +1,8 @@
 #include "bic/platform/ci/context.hpp"
 
+#include "bic/platform/io/pixel_io.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
-#include "pixel_io.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -194,7 +194,7 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         } else {
             const Scratch::Lease pixels = renderToScratch(root, tile, scratch);
             for (std::int64_t i = 0; i < h; ++i)
-                writeRow(d.format_, pixels.data() + i * w * 4, dst + i * d.rowBytes_, w);
+                io::writeRow(d.format_, pixels.data() + i * w * 4, dst + i * d.rowBytes_, w);
         }
         scratch.trim(kKeptScratchFloats);
     };

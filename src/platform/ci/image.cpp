@@ -2,9 +2,9 @@
 
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/memory.hpp"
+#include "bic/platform/io/pixel_io.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
-#include "pixel_io.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -119,7 +119,7 @@ void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const
     for (std::int64_t i = 0; i < r.h; ++i) {
         const std::int64_t y = r.maxY() - 1 - i;
         withRow(height - 1 - y, r.x, r.w, bytesOfScratch,
-                [&](const std::uint8_t* src) { readRow(format, src, out.row(i), r.w); });
+                [&](const std::uint8_t* src) { io::readRow(format, src, out.row(i), r.w); });
     }
 }
 

@@ -1,8 +1,8 @@
 #include "bic/platform/ci/processor_kernel.hpp"
 
 #include "bic/platform/ci/context.hpp"
+#include "bic/platform/io/pixel_io.hpp"
 #include "nodes.hpp"
-#include "pixel_io.hpp"
 
 #include <cstring>
 #include <functional>
@@ -64,10 +64,10 @@ struct ProcessorNode final : Node {
         const Scratch::Lease pixels = renderToScratch(node, region, s);
         const std::int64_t top = held.maxY() - region.maxY();
         for (std::int64_t i = 0; i < region.h; ++i)
-            writeRow(format, pixels.data() + i * region.w * 4,
-                     surface.baseAddress() + (top + i) * surface.bytesPerRow() +
-                         (region.x - held.x) * bytesPerPixel(format),
-                     region.w);
+            io::writeRow(format, pixels.data() + i * region.w * 4,
+                         surface.baseAddress() + (top + i) * surface.bytesPerRow() +
+                             (region.x - held.x) * bytesPerPixel(format),
+                         region.w);
     }
 
     std::shared_ptr<io::Surface> heldSurface(std::size_t input, const IRect& region) const {
@@ -121,9 +121,9 @@ struct ProcessorNode final : Node {
         {
             const io::SurfaceLock reading(*output.surface, io::LockOptions::readOnly);
             for (std::int64_t i = 0; i < r.h; ++i)
-                readRow(outFormat,
-                        output.surface->baseAddress() + i * output.surface->bytesPerRow(),
-                        out.row(i), r.w);
+                io::readRow(outFormat,
+                            output.surface->baseAddress() + i * output.surface->bytesPerRow(),
+                            out.row(i), r.w);
         }
         if (kernel->outputIsOpaque())
             for (std::int64_t i = 0; i < r.h; ++i)

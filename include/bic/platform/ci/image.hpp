@@ -7,7 +7,7 @@
 
 #include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/ci/color.hpp"
-#include "bic/platform/ci/format.hpp"
+#include "bic/platform/io/format.hpp"
 
 #include <cstdint>
 #include <memory>

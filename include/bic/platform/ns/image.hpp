@@ -2,8 +2,8 @@
 // Images drawn on demand, and the drawing context that drawing calls without a context of their
 // own go to.
 
-#include "bic/platform/cg/context.hpp"
 #include "bic/platform/cg/geometry.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <cstdint>
 #include <functional>

@@ -6,13 +6,13 @@
 // rounds half away from zero (NaN writes 0); float layouts store values unchanged; one-channel
 // layouts store the red component.
 
-#include "bic/platform/ci/format.hpp"
+#include "bic/platform/io/format.hpp"
 
 #include <cstdint>
 
-namespace bic::ci::detail {
+namespace bic::io {
 
 void readRow(Format format, const std::uint8_t* src, float* out, std::int64_t count);
 void writeRow(Format format, const float* in, std::uint8_t* dst, std::int64_t count);
 
-} // namespace bic::ci::detail
+} // namespace bic::io

@@ -1,4 +1,4 @@
-#include "bic/buffers/compression.hpp"
+#include "bic/platform/coding/compression.hpp"
 
 #include "bic/platform/core/memory.hpp"
 
@@ -10,7 +10,7 @@
 #include <tbb/parallel_for.h>
 #include <zlib.h>
 
-namespace bic {
+namespace bic::coding {
 
 std::vector<std::uint8_t> packBits(std::span<const std::uint8_t> in) {
     std::vector<std::uint8_t> out;
@@ -246,4 +246,4 @@ std::vector<std::uint8_t> zipUncompressed(std::span<const std::uint8_t> in,
     return out;
 }
 
-} // namespace bic
+} // namespace bic::coding

@@ -1,7 +1,7 @@
-#include "bic/platform/cg/context.hpp"
+#include "bic/platform/draw/context.hpp"
 
-#include "../ci/pixel_io.hpp"
 #include "bic/platform/ci/context.hpp"
+#include "bic/platform/io/pixel_io.hpp"
 
 #include <algorithm>
 #include <cairo.h>
@@ -152,7 +152,7 @@ void Context::composite(const DeviceRect& area, const std::uint8_t* coverage,
     std::vector<float> row(std::size_t(area.w * 4));
     for (std::int64_t i = 0; i < area.h; ++i) {
         std::uint8_t* bytes = data_ + (area.row + i) * bytesPerRow_ + area.x * bpp;
-        ci::detail::readRow(format_, bytes, row.data(), area.w);
+        io::readRow(format_, bytes, row.data(), area.w);
         const std::uint8_t* cov = coverage ? coverage + i * coverageStride : nullptr;
         for (std::int64_t j = 0; j < area.w; ++j) {
             const float c = cov ? float(cov[j]) / 255.0f : 1.0f;
@@ -165,7 +165,7 @@ void Context::composite(const DeviceRect& area, const std::uint8_t* coverage,
             for (int k = 0; k < 4; ++k)
                 d[k] = s[k] * c + d[k] * keep;
         }
-        ci::detail::writeRow(format_, row.data(), bytes, area.w);
+        io::writeRow(format_, row.data(), bytes, area.w);
     }
 }
 
@@ -179,7 +179,7 @@ void Context::compositeSolid(const DeviceRect& area, const std::uint8_t* coverag
     const bool replaces = copy || s[3] >= 1.0f;
     const int bpp = ci::bytesPerPixel(format_);
     std::uint8_t solid[16];
-    ci::detail::writeRow(format_, s, solid, 1);
+    io::writeRow(format_, s, solid, 1);
     for (std::int64_t i = 0; i < area.h; ++i) {
         std::uint8_t* bytes = data_ + (area.row + i) * bytesPerRow_ + area.x * bpp;
         const std::uint8_t* cov = coverage + i * coverageStride;
@@ -212,11 +212,11 @@ void Context::compositeSolid(const DeviceRect& area, const std::uint8_t* coverag
             }
             const float f = float(c) / 255.0f;
             float d[4];
-            ci::detail::readRow(format_, bytes + j * bpp, d, 1);
+            io::readRow(format_, bytes + j * bpp, d, 1);
             const float keep = copy ? 1 - f : 1 - s[3] * f;
             for (int k = 0; k < 4; ++k)
                 d[k] = s[k] * f + d[k] * keep;
-            ci::detail::writeRow(format_, d, bytes + j * bpp, 1);
+            io::writeRow(format_, d, bytes + j * bpp, 1);
             ++j;
         }
     }

@@ -1,10 +1,10 @@
 #pragma once
-// Pixel layouts the lazy-image engine reads and writes.
+// Pixel layouts of surfaces and bitmaps, as the lazy-image engine reads and writes them.
 
 #include <cstdint>
 #include <optional>
 
-namespace bic::ci {
+namespace bic::io {
 
 enum class Format {
     ARGB8,  ///< 8-bit alpha, red, green, blue
@@ -40,7 +40,14 @@ constexpr int bytesPerPixel(Format f) {
     return 0;
 }
 
-/// The layout of a surface pixel-format code (see io::surface_format); nothing for others.
+/// The layout of a surface pixel-format code (see surface_format); nothing for others.
 std::optional<Format> formatOfSurfaceCode(std::uint32_t code);
 
+} // namespace bic::io
+
+namespace bic::ci {
+// The engine names the same layouts.
+using io::bytesPerPixel;
+using io::Format;
+using io::formatOfSurfaceCode;
 } // namespace bic::ci

@@ -1,4 +1,4 @@
-#include "bic/platform/cg/image.hpp"
+#include "bic/platform/draw/image.hpp"
 
 namespace bic::cg {
 

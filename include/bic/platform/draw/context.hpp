@@ -11,8 +11,8 @@
 // transformed rectangle.
 
 #include "bic/platform/cg/color.hpp"
-#include "bic/platform/cg/image.hpp"
 #include "bic/platform/cg/path.hpp"
+#include "bic/platform/draw/image.hpp"
 
 #include <cstdint>
 #include <memory>

@@ -3,8 +3,8 @@
 
 #include "bic/platform/cg/bitmap_info.hpp"
 #include "bic/platform/cg/color_space.hpp"
-#include "bic/platform/ci/format.hpp"
 #include "bic/platform/ci/image.hpp"
+#include "bic/platform/io/format.hpp"
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "pixel_io.hpp"
+#include "bic/platform/io/pixel_io.hpp"
 
 #include "bic/platform/io/surface.hpp"
 
@@ -9,7 +9,7 @@
 #include <emmintrin.h>
 #endif
 
-namespace bic::ci::detail {
+namespace bic::io {
 
 namespace {
 
@@ -203,12 +203,12 @@ void writeRow(Format format, const float* in, std::uint8_t* dst, std::int64_t n)
     }
 }
 
-} // namespace bic::ci::detail
+} // namespace bic::io
 
-namespace bic::ci {
+namespace bic::io {
 
 std::optional<Format> formatOfSurfaceCode(std::uint32_t code) {
-    namespace sf = io::surface_format;
+    namespace sf = surface_format;
     switch (code) {
     case sf::argb8:
         return Format::ARGB8;
@@ -229,4 +229,4 @@ std::optional<Format> formatOfSurfaceCode(std::uint32_t code) {
     }
 }
 
-} // namespace bic::ci
+} // namespace bic::io

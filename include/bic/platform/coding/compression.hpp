@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace bic {
+namespace bic::coding {
 
 /// A coder could not code its input: malformed or truncated data, or a size that does not match.
 class CompressionError : public std::runtime_error {
@@ -38,4 +38,4 @@ void zipUncompressInto(std::span<const std::uint8_t> bytes, std::span<std::uint8
 std::vector<std::uint8_t> zipUncompressedUpTo(std::span<const std::uint8_t> bytes,
                                               std::size_t limit = std::size_t(1) << 30);
 
-} // namespace bic
+} // namespace bic::coding
