@@ -1,6 +1,5 @@
 #include "bic/accumulators/image_accumulator.hpp"
 
-#include "bic/accumulators/color_sampler.hpp"
 #include "bic/accumulators/memory_image_accumulator.hpp"
 #include "bic/accumulators/tiled_image_accumulator.hpp"
 #include "bic/buffers/surface_pixel_buffer.hpp"
@@ -178,23 +177,6 @@ std::shared_ptr<ImageAccumulator> makeImageAccumulator(const cg::Rect& extent, i
         bitDepth, isMask, [&]<class P>(std::type_identity<P>) -> std::shared_ptr<ImageAccumulator> {
             return std::make_shared<TiledImageAccumulator<P>>(tile);
         });
-}
-
-// ---- colour sampler ----
-
-ColorSampler::ColorSampler()
-    : colorSampler_(SurfaceImageAccumulator<PixelRGBA32>::make(
-          cg::Rect(0, 0, 1, 1), std::string("BrellinImageCore.ColorSampler"))) {
-    if (!colorSampler_) fatalError("The colour sampler's accumulator could not be made.");
-}
-
-std::optional<PixelRGBA32> ColorSampler::sample(const ci::Image& image, cg::Point point) {
-    if (!image.extent().contains(point)) return std::nullopt;
-    const cg::Rect unit(0, 0, 1, 1);
-    const ci::Image moved =
-        image.translated(-std::floor(point.x), -std::floor(point.y)).cropped(unit);
-    colorSampler_->setImage(moved, unit);
-    return colorSampler_->pixel(0, 0);
 }
 
 } // namespace bic

@@ -1,6 +1,6 @@
 #include "bic/algorithms/distance_transform.hpp"
 
-#include "../filters/library_kernels.hpp"
+#include "../kernels/operation_kernels.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/platform/ci/filter.hpp"
@@ -219,7 +219,7 @@ void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inp
 
 ci::Image distanceMap(const ci::Image& mask, const cg::Rect& extent, double searchLimitRadius) {
     require(isUsable(extent));
-    const auto prepared = libraryKernels().colorKernel("prepareDT").apply(extent, {mask});
+    const auto prepared = kernels::prepareDT(mask, extent);
     if (!prepared) throw ImageCoreError(ImageCoreError::unknownError);
     const auto raw = ci::ProcessorKernel::apply(
         std::make_shared<CDTImageProcessorKernel>(), extent, {*prepared},

@@ -1,6 +1,6 @@
 #include "bic/algorithms/dithering.hpp"
 
-#include "../filters/library_kernels.hpp"
+#include "../kernels/operation_kernels.hpp"
 #include "bic/algorithms/procedural.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "processing_support.hpp"
@@ -180,8 +180,7 @@ std::optional<ci::Image> BICDitherFilter::outputImage() const {
     const auto image = this->image("inputImage");
     const auto levels = number("inputLevels");
     if (!image || !levels) return std::nullopt;
-    return libraryKernels().colorKernel("dither").apply(
-        image->extent(), {*image, RandomNoiseGenerator::uniform(), *levels});
+    return kernels::dither(*image, RandomNoiseGenerator::uniform(), *levels);
 }
 
 } // namespace bic

@@ -1,11 +1,12 @@
 #include "bic/algorithms/flood_fill.hpp"
 
+#include "../kernels/operation_kernels.hpp"
 #include "bic/accumulators/memory_image_accumulator.hpp"
 #include "bic/algorithms/histogram.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
 #include "bic/compositing/image_operations.hpp"
-#include "bic/filters/adjustment_filters.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "processing_support.hpp"
@@ -75,12 +76,12 @@ ci::Image bic_antiAliasEdges(const ci::Image& mask, const ci::Image& maxDistance
     // for tiny tolerances (and to ∞ − ∞ = NaN for the smallest): the distance is taken back out
     // of d first, and k kept finite, so an exact match stays 1 and everything else falls to 0.
     const double k = std::min(1 / tolerance, double(std::numeric_limits<float>::max()));
-    const Image soft = colorMatrix(Image(bic_inverted(maxDistanceMask)), {-k, 0, 0, 0},
-                                   {0, -k, 0, 0}, {0, 0, -k, 0}, {0, 0, 0, 0}, {1, 1, 1, 1});
-    const ci::Image clampedSoft = bic_saturated(soft.ciImage).cropped(mask.extent());
-    BICSobelFilter sobel;
-    sobel.setInputImage(mask.clamped(mask.extent()));
-    const auto edge = sobel.outputImage();
+    const ci::Image soft =
+        ci::colorMatrix(bic_inverted(maxDistanceMask),
+                        {{-k, 0, 0, 0}, {0, -k, 0, 0}, {0, 0, -k, 0}, {0, 0, 0, 0}, {1, 1, 1, 1}})
+            .cropped(maxDistanceMask.extent());
+    const ci::Image clampedSoft = bic_saturated(soft).cropped(mask.extent());
+    const auto edge = kernels::sobel(mask.clamped(mask.extent()));
     if (!edge) throw ImageCoreError(ImageCoreError::unknownError);
     const ci::Image edges = bic_multiplied(*edge, mask).cropped(mask.extent());
     return bic_mixWithMask(clampedSoft, mask, edges);
@@ -190,10 +191,8 @@ void FloodFillOperation::fill(const IntegralPoint& seed, std::optional<PixelARGB
             cg::AffineTransform::translation(paddedExtent_.minX(), paddedExtent_.minY()));
         result = bic_antiAliasEdges(result, closeness(source, used.ciColor()), tolerance);
     }
-    const auto screen = ci::Filter::named("CIScreenBlendMode");
-    screen->setValue("inputImage", result);
-    screen->setValue("inputBackgroundImage", accumulator->image());
-    accumulator->setImage(*screen->outputImage(), paddedExtent_);
+    accumulator->setImage(ci::blended(ci::BuiltinBlendMode::screen, result, accumulator->image()),
+                          paddedExtent_);
 }
 
 std::optional<ci::Image> FloodFillOperation::maskImage() {
@@ -266,26 +265,24 @@ ci::Image floodFillMask(const ci::Image& image, const cg::Rect& area, const Inte
     const auto c = color(image, location);
     if (!c) throw ImageCoreError(ImageCoreError::internalInconsistency);
     const ci::Image d = closeness(image, c->ciColor());
-    const Image similar = colorMatrix(Image(bic_threshold(d, 1 - t)), {0, 0, 0, 0}, {0, 1, 0, 0},
-                                      {0, 0, 0, 0}, {0, 0, 0, 1}, {0, 0, 0, 0});
+    const ci::Image thresholded = bic_threshold(d, 1 - t);
+    const ci::Image similar =
+        ci::colorMatrix(thresholded,
+                        {{0, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}, {0, 0, 0, 0}})
+            .cropped(thresholded.extent());
     const double row = extent.height() - 1 - (double(location.y) - extent.minY());
     const auto flooded = ci::ProcessorKernel::apply(
-        std::make_shared<FloodFillProcessorKernel>(), extent, {similar.ciImage},
+        std::make_shared<FloodFillProcessorKernel>(), extent, {similar},
         {{"extent",
           std::vector<double>{extent.minX(), extent.minY(), extent.width(), extent.height()}},
          {"location", std::vector<double>{double(location.x) - extent.minX(), row}},
          {"cache", std::shared_ptr<ci::ArgumentObject>(
                        std::make_shared<ImageProcessingKernelCache<bool>>())}});
     if (!flooded) throw ImageCoreError(ImageCoreError::unknownError);
-    using V = std::vector<double>;
-    const auto spread = ci::applyingFilter(*flooded, "CIColorMatrix",
-                                           {{"inputRVector", V{1, 0, 0, 0}},
-                                            {"inputGVector", V{1, 0, 0, 0}},
-                                            {"inputBVector", V{1, 0, 0, 0}},
-                                            {"inputAVector", V{0, 0, 0, 0}},
-                                            {"inputBiasVector", V{0, 0, 0, 1}}});
-    if (!spread) throw ImageCoreError(ImageCoreError::unknownError);
-    const ci::Image result = spread->cropped(extent);
+    const ci::Image result =
+        ci::colorMatrix(*flooded,
+                        {{1, 0, 0, 0}, {1, 0, 0, 0}, {1, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}})
+            .cropped(extent);
     return antiAliased ? bic_antiAliasEdges(result, d, t) : result;
 }
 

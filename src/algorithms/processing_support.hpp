@@ -3,6 +3,7 @@
 // kernels, and the grey form of a one-channel result.
 
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/ci/processor_kernel.hpp"
 #include "bic/platform/core/fatal.hpp"
@@ -44,17 +45,10 @@ T* argumentObject(const ci::ProcessorArguments& arguments, const char* key) {
     return object ? dynamic_cast<T*>(object->get()) : nullptr;
 }
 
-/// Red copied into green and blue, alpha kept; throws unknownError when the filter gives none.
+/// Red copied into green and blue, alpha kept.
 inline ci::Image greyFromRed(const ci::Image& image) {
-    using V = std::vector<double>;
-    const auto out = ci::applyingFilter(image, "CIColorMatrix",
-                                        {{"inputRVector", V{1, 0, 0, 0}},
-                                         {"inputGVector", V{1, 0, 0, 0}},
-                                         {"inputBVector", V{1, 0, 0, 0}},
-                                         {"inputAVector", V{0, 0, 0, 1}},
-                                         {"inputBiasVector", V{0, 0, 0, 0}}});
-    if (!out) throw ImageCoreError(ImageCoreError::unknownError);
-    return *out;
+    return ci::colorMatrix(image,
+                           {{1, 0, 0, 0}, {1, 0, 0, 0}, {1, 0, 0, 0}, {0, 0, 0, 1}, {0, 0, 0, 0}});
 }
 
 } // namespace bic::detail

@@ -1,7 +1,7 @@
 #include "bic/filters/adjustment_filters.hpp"
 
+#include "../kernels/operation_kernels.hpp"
 #include "bic/compositing/image_operations.hpp"
-#include "library_kernels.hpp"
 
 #include <cmath>
 
@@ -17,8 +17,6 @@ ci::FilterValue valueOf(std::optional<ci::Image> image) {
 ci::FilterValue valueOf(std::optional<std::vector<double>> v) {
     return v ? ci::FilterValue(*v) : ci::FilterValue();
 }
-
-cg::Rect grownByOne(int, const cg::Rect& r) { return BICBevelFilter::regionOfInterest(r); }
 
 } // namespace
 
@@ -37,7 +35,7 @@ std::optional<ci::Image> BICThresholdFilter::outputImage() const {
     const auto image = inputImage();
     const auto level = inputThreshold();
     if (!image || !level) return std::nullopt;
-    return libraryKernels().colorKernel("threshold").apply(image->extent(), {*image, *level});
+    return kernels::threshold(*image, *level);
 }
 
 BICColorMapFilter::BICColorMapFilter()
@@ -83,8 +81,7 @@ std::optional<ci::Image> BICBevelFilter::outputImage() const {
     if (!(length > 0)) return std::nullopt;
     const std::vector<double> unit{(*light)[0] / length, (*light)[1] / length,
                                    (*light)[2] / length};
-    return libraryKernels().generalKernel("bevel").apply(image->extent(), grownByOne,
-                                                         {*image, unit});
+    return kernels::bevel(*image, unit);
 }
 
 BICSobelFilter::BICSobelFilter() : ci::Filter("BICSobelFilter", {{kImage, {}}}) {}
@@ -96,7 +93,7 @@ void BICSobelFilter::setInputImage(std::optional<ci::Image> image) {
 std::optional<ci::Image> BICSobelFilter::outputImage() const {
     const auto image = this->image(kImage);
     if (!image) return std::nullopt;
-    return libraryKernels().generalKernel("sobel").apply(image->extent(), grownByOne, {*image});
+    return kernels::sobel(*image);
 }
 
 double applyingCustomGamma(double x, double a0, double g, bool inverse) {
@@ -113,9 +110,7 @@ std::optional<ci::Image> bic_applying(const ci::Image& image,
     const double gr = customGamma[0];
     const double gg = customGamma.size() == 3 ? customGamma[1] : gr;
     const double gb = customGamma.size() == 3 ? customGamma[2] : gr;
-    return libraryKernels()
-        .colorKernel(inverse ? "customGammaInversed" : "customGamma")
-        .apply(image.extent(), {image, std::vector<double>{transitionPoint, gr, gg, gb}});
+    return kernels::customGamma(image, {transitionPoint, gr, gg, gb}, inverse);
 }
 
 } // namespace bic

@@ -1,10 +1,11 @@
 #include "bic/filters/blend_mode.hpp"
 
+#include "../kernels/library_kernels.hpp"
 #include "bic/filters/blend_mode_filters.hpp"
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/coding/errors.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/resources/localization.hpp"
-#include "library_kernels.hpp"
 
 #include <cstdio>
 #include <utility>
@@ -137,15 +138,16 @@ BlendMode BlendMode::decode(const coding::Decoder& decoder) {
 }
 
 ci::Image bic_applying(const ci::Image& image, double opacity) {
-    using V = std::vector<double>;
-    const auto result = ci::applyingFilter(image, "CIColorMatrix",
-                                           {{"inputRVector", V{1, 0, 0, 0}},
-                                            {"inputGVector", V{0, 1, 0, 0}},
-                                            {"inputBVector", V{0, 0, 1, 0}},
-                                            {"inputAVector", V{0, 0, 0, opacity}},
-                                            {"inputBiasVector", V{0, 0, 0, 0}}});
-    if (!result) fatalError("The colour matrix filter gave no output image.");
-    return *result;
+    return ci::colorMatrix(
+        image, {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, opacity}, {0, 0, 0, 0}});
+}
+
+ci::Image bic_dissolved(const ci::Image& image, const ci::Image& over, double fraction) {
+    BICDissolveBlendMode dissolve;
+    dissolve.setInputImage(image);
+    dissolve.setInputBackgroundImage(over);
+    dissolve.setInputOpacity(fraction);
+    return *dissolve.outputImage();
 }
 
 ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
@@ -176,10 +178,7 @@ ci::Image blended(const ci::Image& foreground, const ci::Image& background, Blen
         // The blend is linear in the layer's alpha: fading the layer by o is mixing the full
         // blend with the background by o. Done this way the mode never sees a colour divided
         // back out of a faded alpha, where 1 can come back as 0.99999.
-        if (result && opacity < 1)
-            result = ci::applyingFilter(
-                *result, "CIMix",
-                {{"inputBackgroundImage", background}, {"inputAmount", double(float(opacity))}});
+        if (result && opacity < 1) result = ci::mix(*result, background, double(float(opacity)));
     }
     if (!result)
         fatalError("The " + std::string(mode.name()) + " blend filter gave no output image.");

@@ -1,7 +1,7 @@
 #include "bic/filters/blend_mode_filters.hpp"
 
+#include "../kernels/library_kernels.hpp"
 #include "bic/algorithms/procedural.hpp"
-#include "library_kernels.hpp"
 
 namespace bic {
 

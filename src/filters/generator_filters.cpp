@@ -1,12 +1,10 @@
 #include "bic/filters/generator_filters.hpp"
 
-#include "library_kernels.hpp"
+#include "../kernels/generator_kernels.hpp"
 
 namespace bic {
 
 namespace {
-
-std::vector<double> vectorOf(const cg::Point& p) { return {p.x, p.y}; }
 
 cg::Rect square(const cg::Point& c, double r) { return {c.x - r, c.y - r, 2 * r, 2 * r}; }
 
@@ -78,10 +76,8 @@ std::optional<ci::Image> BICHueWheelFilter::outputImage() const {
     const auto radius = inputRadius();
     const auto center = inputCenter();
     if (!radius || !center || !inputColorSpace()) return std::nullopt;
-    return oriented(libraryKernels()
-                        .colorKernel("hueWheel")
-                        .apply(square(*center, *radius), {*radius, vectorOf(*center)}),
-                    *center, inputHueAngleOrientation());
+    return oriented(kernels::hueWheel(square(*center, *radius), *radius, *center), *center,
+                    inputHueAngleOrientation());
 }
 
 BICColorWheelFilter::BICColorWheelFilter()
@@ -120,9 +116,7 @@ std::optional<ci::Image> BICColorWheelFilter::outputImage() const {
     const auto radius = inputRadius();
     const auto center = inputCenter();
     if (!value || !radius || !center) return std::nullopt;
-    return oriented(libraryKernels()
-                        .colorKernel("colorWheel")
-                        .apply(square(*center, *radius), {*value, *radius, vectorOf(*center)}),
+    return oriented(kernels::colorWheel(square(*center, *radius), *value, *radius, *center),
                     *center, inputHueAngleOrientation());
 }
 
@@ -166,18 +160,14 @@ std::optional<ci::Image> BICSaturationValuePanelFilter::outputImage() const {
     const double r = *radius, half = r * 0.866025403784439;
     const cg::Rect definition =
         cg::Rect(center->x - r / 2, center->y - half, 1.5 * r, 2 * half).integral();
-    return libraryKernels()
-        .colorKernel("triangularSaturationValuePanel")
-        .apply(definition, {double(huePosition(*hue)), vectorOf(*center), r});
+    return kernels::triangularSaturationValuePanel(definition, double(huePosition(*hue)), *center,
+                                                   r);
 }
 
 std::optional<ci::Image> bik_saturationValuePanel(float hue, const cg::Rect& rect) {
     // The unit square's function evaluated straight at the rectangle's pixels: the engine's
     // kernels run per output pixel, so scaling a one-pixel square would lose the field.
-    return libraryKernels()
-        .colorKernel("saturationValuePanel")
-        .apply(rect, {double(huePosition(hue)),
-                      std::vector<double>{rect.minX(), rect.minY(), rect.width(), rect.height()}});
+    return kernels::saturationValuePanel(rect, double(huePosition(hue)));
 }
 
 std::optional<ci::Image>
@@ -194,9 +184,7 @@ bik_triangularSaturationValuePanel(float hue, const cg::Point& center, double ra
 }
 
 std::optional<ci::Image> bic_colorSpectrumImage(const cg::Rect& rect) {
-    return libraryKernels()
-        .colorKernel("colorSpectrumImage")
-        .apply(rect, {std::vector<double>{rect.minX(), rect.minY(), rect.width(), rect.height()}});
+    return kernels::colorSpectrum(rect);
 }
 
 void registerGeneratorFilters() {

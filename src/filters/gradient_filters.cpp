@@ -1,18 +1,17 @@
 #include "bic/filters/gradient_filters.hpp"
 
-#include "library_kernels.hpp"
+#include "../kernels/generator_kernels.hpp"
 
 namespace bic {
 
 BICAngleGradientFilter::BICAngleGradientFilter() : ci::Filter("BICAngleGradientFilter", {}) {}
 
 std::optional<ci::Image> BICAngleGradientFilter::outputImage() const {
-    return libraryKernels().colorKernel("angleGradient").apply(cg::Rect::infinite(), {});
+    return kernels::angleGradient();
 }
 
-TwoPointGradientFilter::TwoPointGradientFilter(std::string name, std::string kernel)
-    : ci::Filter(std::move(name), {{"inputPoint0", {}}, {"inputPoint1", {}}}),
-      kernel_(std::move(kernel)) {}
+TwoPointGradientFilter::TwoPointGradientFilter(std::string name, Ramp ramp)
+    : ci::Filter(std::move(name), {{"inputPoint0", {}}, {"inputPoint1", {}}}), ramp_(ramp) {}
 
 namespace {
 
@@ -44,16 +43,14 @@ void TwoPointGradientFilter::setInputPoint1(std::optional<cg::Point> p) {
 std::optional<ci::Image> TwoPointGradientFilter::outputImage() const {
     const auto p0 = inputPoint0(), p1 = inputPoint1();
     if (!p0 || !p1) return std::nullopt;
-    return libraryKernels().colorKernel(kernel_).apply(
-        cg::Rect::infinite(),
-        {std::vector<double>{p0->x, p0->y}, std::vector<double>{p1->x, p1->y}});
+    return ramp_(*p0, *p1);
 }
 
 BICReflectedGradientFilter::BICReflectedGradientFilter()
-    : TwoPointGradientFilter("BICReflectedGradientFilter", "reflectedGradient") {}
+    : TwoPointGradientFilter("BICReflectedGradientFilter", kernels::reflectedGradient) {}
 
 BICDiamondGradientFilter::BICDiamondGradientFilter()
-    : TwoPointGradientFilter("BICDiamondGradientFilter", "diamondGradient") {}
+    : TwoPointGradientFilter("BICDiamondGradientFilter", kernels::diamondGradient) {}
 
 void registerGradientFilters() {
     ci::registerFilterClass<BICAngleGradientFilter>();

@@ -6,6 +6,7 @@
 #include "bic/filters/gradient_filters.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/gradients/gradient_mapping.hpp"
+#include "bic/graph/image_operations.hpp"
 #include "bic/platform/cg/color.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/coding/formats.hpp"

@@ -1,6 +1,7 @@
 #include "bic/algorithms/distance_transform.hpp"
 #include "bic/compositing/image_operations.hpp"
 #include "bic/graph/distance_map_node.hpp"
+#include "bic/graph/image_operations.hpp"
 #include "bic/graph/mask_image_node.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/type_name.hpp"

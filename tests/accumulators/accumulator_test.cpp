@@ -1,6 +1,6 @@
-#include "bic/accumulators/color_sampler.hpp"
 #include "bic/accumulators/memory_image_accumulator.hpp"
 #include "bic/accumulators/tiled_image_accumulator.hpp"
+#include "bic/graph/color_sampler.hpp"
 #include "bic/platform/ci/context.hpp"
 
 #include <gtest/gtest.h>

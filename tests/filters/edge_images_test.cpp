@@ -5,6 +5,7 @@
 #include "bic/compositing/image_operations.hpp"
 #include "bic/geometry/image_core_error.hpp"
 #include "bic/gradients/gradient_mapping.hpp"
+#include "bic/graph/image_operations.hpp"
 #include "bic/platform/ci/context.hpp"
 
 #include <cmath>

@@ -1,5 +1,5 @@
-#include "bic/accumulators/color_sampler.hpp"
 #include "bic/graph/async_image_cache_node.hpp"
+#include "bic/graph/color_sampler.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/ci/kernel.hpp"
 #include "graph/graph_support.hpp"

@@ -1,4 +1,4 @@
-#include "bic/accumulators/color_sampler.hpp"
+#include "bic/graph/color_sampler.hpp"
 #include "bic/graph/image_provider.hpp"
 #include "graph/graph_support.hpp"
 

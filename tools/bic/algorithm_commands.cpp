@@ -5,6 +5,7 @@
 #include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/histogram.hpp"
 #include "bic/compositing/image_operations.hpp"
+#include "bic/graph/image_operations.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "commands.hpp"
 #include "image_files.hpp"

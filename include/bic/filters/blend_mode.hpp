@@ -102,6 +102,9 @@ ci::Image blended(const ci::Image& foreground, const ci::Image& background, Blen
 
 /// `image` with its alpha (and premultiplied colour) scaled by `opacity`; the extent is kept.
 ci::Image bic_applying(const ci::Image& image, double opacity);
+/// `image` dissolved over `over`: each pixel whole or not at all, shown in proportion to
+/// `fraction` by the library's fixed noise (the dissolve blend filter).
+ci::Image bic_dissolved(const ci::Image& image, const ci::Image& over, double fraction);
 
 } // namespace bic
 

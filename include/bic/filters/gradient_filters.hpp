@@ -32,10 +32,11 @@ public:
     std::optional<ci::Image> outputImage() const override;
 
 protected:
-    TwoPointGradientFilter(std::string name, std::string kernel);
+    using Ramp = ci::Image (*)(cg::Point, cg::Point);
+    TwoPointGradientFilter(std::string name, Ramp ramp);
 
 private:
-    std::string kernel_;
+    Ramp ramp_;
 };
 
 /// 0 at inputPoint0, 1 at inputPoint1, mirrored across the line through inputPoint0 that is

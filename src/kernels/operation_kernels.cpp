@@ -297,3 +297,75 @@ void addOperationKernels(ci::KernelLibrary& library) {
 }
 
 } // namespace bic
+
+namespace bic::kernels {
+
+namespace {
+cg::Rect grownByOne(int, const cg::Rect& r) { return r.insetBy(-1, -1); }
+} // namespace
+
+std::optional<ci::Image> threshold(const ci::Image& image, double level) {
+    static const ci::ColorKernel kernel("threshold", thresholdRow);
+    return kernel.apply(image.extent(), {image, level});
+}
+
+std::optional<ci::Image> mixWithMask(const ci::Image& image, const ci::Image& other,
+                                     const ci::Image& mask) {
+    static const ci::ColorKernel kernel("mixWithMask", mixWithMaskRow);
+    return kernel.apply(image.extent().unionWith(other.extent()), {image, other, mask});
+}
+
+std::optional<ci::Image> maxChannelDistance(const ci::Image& image, const ci::Color& color) {
+    static const ci::ColorKernel kernel("maxChannelDistance", maxChannelDistanceRow);
+    return kernel.apply(image.extent(), {image, color});
+}
+
+std::optional<ci::Image> colorMap(const ci::Image& image, std::vector<std::uint8_t> red,
+                                  std::vector<std::uint8_t> green, std::vector<std::uint8_t> blue) {
+    static const ci::ColorKernel kernel("colorMap_aa", colorMapRow);
+    return kernel.apply(image.extent(), {image, std::move(red), std::move(green), std::move(blue)});
+}
+
+std::optional<ci::Image> gradientMap(const ci::Image& image, std::vector<std::uint8_t> table) {
+    static const ci::ColorKernel kernel("gradientMap_aa", gradientMapRow);
+    return kernel.apply(image.extent(), {image, std::move(table)});
+}
+
+std::optional<ci::Image> dotProduct(const ci::Image& image, std::vector<double> vector) {
+    static const ci::ColorKernel kernel("dotProduct", dotProductRow);
+    return kernel.apply(image.extent(), {image, std::move(vector)});
+}
+
+std::optional<ci::Image> surfaceNormals(const ci::Image& image) {
+    static const ci::GeneralKernel kernel("surfaceNormals", surfaceNormalsRow);
+    return kernel.apply(image.extent(), grownByOne, {image});
+}
+
+std::optional<ci::Image> sobel(const ci::Image& image) {
+    static const ci::GeneralKernel kernel("sobel", sobelRow);
+    return kernel.apply(image.extent(), grownByOne, {image});
+}
+
+std::optional<ci::Image> bevel(const ci::Image& image, std::vector<double> light) {
+    static const ci::GeneralKernel kernel("bevel", bevelRow);
+    return kernel.apply(image.extent(), grownByOne, {image, std::move(light)});
+}
+
+std::optional<ci::Image> customGamma(const ci::Image& image, std::vector<double> parameters,
+                                     bool inverse) {
+    static const ci::ColorKernel forward("customGamma", customGammaRow<false>);
+    static const ci::ColorKernel backward("customGammaInversed", customGammaRow<true>);
+    return (inverse ? backward : forward).apply(image.extent(), {image, std::move(parameters)});
+}
+
+std::optional<ci::Image> dither(const ci::Image& image, const ci::Image& noise, double levels) {
+    static const ci::ColorKernel kernel("dither", ditherRow);
+    return kernel.apply(image.extent(), {image, noise, levels});
+}
+
+std::optional<ci::Image> prepareDT(const ci::Image& mask, const cg::Rect& extent) {
+    static const ci::ColorKernel kernel("prepareDT", prepareDTRow);
+    return kernel.apply(extent, {mask});
+}
+
+} // namespace bic::kernels

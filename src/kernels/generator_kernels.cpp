@@ -184,3 +184,56 @@ void addGeneratorKernels(ci::KernelLibrary& library) {
 }
 
 } // namespace bic
+
+namespace bic::kernels {
+
+namespace {
+std::vector<double> vectorOf(cg::Point p) { return {p.x, p.y}; }
+std::vector<double> vectorOf(const cg::Rect& r) {
+    return {r.minX(), r.minY(), r.width(), r.height()};
+}
+} // namespace
+
+std::optional<ci::Image> hueWheel(const cg::Rect& extent, double radius, cg::Point center) {
+    static const ci::ColorKernel kernel("hueWheel", hueWheelRow);
+    return kernel.apply(extent, {radius, vectorOf(center)});
+}
+
+std::optional<ci::Image> colorWheel(const cg::Rect& extent, double value, double radius,
+                                    cg::Point center) {
+    static const ci::ColorKernel kernel("colorWheel", colorWheelRow);
+    return kernel.apply(extent, {value, radius, vectorOf(center)});
+}
+
+std::optional<ci::Image> saturationValuePanel(const cg::Rect& rect, double huePosition) {
+    static const ci::ColorKernel kernel("saturationValuePanel", saturationValuePanelRow);
+    return kernel.apply(rect, {huePosition, vectorOf(rect)});
+}
+
+std::optional<ci::Image> triangularSaturationValuePanel(const cg::Rect& extent, double huePosition,
+                                                        cg::Point center, double radius) {
+    static const ci::ColorKernel kernel("triangularSaturationValuePanel", triangularPanelRow);
+    return kernel.apply(extent, {huePosition, vectorOf(center), radius});
+}
+
+std::optional<ci::Image> colorSpectrum(const cg::Rect& rect) {
+    static const ci::ColorKernel kernel("colorSpectrumImage", colorSpectrumRow);
+    return kernel.apply(rect, {vectorOf(rect)});
+}
+
+ci::Image angleGradient() {
+    static const ci::ColorKernel kernel("angleGradient", angleGradientRow);
+    return *kernel.apply(cg::Rect::infinite(), {});
+}
+
+ci::Image reflectedGradient(cg::Point point0, cg::Point point1) {
+    static const ci::ColorKernel kernel("reflectedGradient", reflectedGradientRow);
+    return *kernel.apply(cg::Rect::infinite(), {vectorOf(point0), vectorOf(point1)});
+}
+
+ci::Image diamondGradient(cg::Point point0, cg::Point point1) {
+    static const ci::ColorKernel kernel("diamondGradient", diamondGradientRow);
+    return *kernel.apply(cg::Rect::infinite(), {vectorOf(point0), vectorOf(point1)});
+}
+
+} // namespace bic::kernels
