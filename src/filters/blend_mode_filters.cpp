@@ -1,7 +1,7 @@
 #include "bic/filters/blend_mode_filters.hpp"
 
-#include "../kernels/library_kernels.hpp"
 #include "bic/algorithms/procedural.hpp"
+#include "blend_mode_table.hpp"
 
 namespace bic {
 
@@ -9,7 +9,6 @@ namespace {
 
 const std::string kImage = "inputImage";
 const std::string kBackground = "inputBackgroundImage";
-const std::string kModule = "BrellinImageCore.";
 
 std::vector<ci::Filter::Input> inputsWith(std::vector<ci::Filter::Input> extra) {
     std::vector<ci::Filter::Input> inputs{{kImage, {}}, {kBackground, {}}};
@@ -23,10 +22,14 @@ ci::FilterValue valueOf(std::optional<ci::Image> image) {
 
 } // namespace
 
-BlendModeFilter::BlendModeFilter(std::string runtimeClassName, std::string kernel,
-                                 std::vector<Input> extraInputs)
-    : ci::Filter(std::move(runtimeClassName), inputsWith(std::move(extraInputs))),
-      kernel_(std::move(kernel)) {}
+BlendModeFilter::BlendModeFilter(BlendMode mode, std::vector<Input> extraInputs)
+    : ci::Filter(std::string(detail::blendModeRow(mode).runtimeClassName),
+                 inputsWith(std::move(extraInputs))),
+      mode_(mode) {}
+
+std::string_view BlendModeFilter::kernelName() const {
+    return detail::blendModeRow(mode_).kernelName;
+}
 
 void BlendModeFilter::setInputImage(std::optional<ci::Image> image) {
     setValue(kImage, valueOf(std::move(image)));
@@ -39,42 +42,9 @@ void BlendModeFilter::setInputBackgroundImage(std::optional<ci::Image> image) {
 std::optional<ci::Image> BlendModeFilter::outputImage() const {
     const auto foreground = inputImage(), background = inputBackgroundImage();
     if (!foreground || !background) return std::nullopt;
-    return libraryKernels().blendKernel(kernel_).apply(*foreground, *background);
+    const detail::BlendModeRow& row = detail::blendModeRow(mode_);
+    return ci::BlendKernel(std::string(row.kernelName), row.kernel).apply(*foreground, *background);
 }
-
-BICColorBurnBlendMode::BICColorBurnBlendMode()
-    : BlendModeFilter(kModule + "BICColorBurnBlendMode", "blendModeColorBurn") {}
-BICLinearBurnBlendMode::BICLinearBurnBlendMode()
-    : BlendModeFilter("BICLinearBurnBlendMode", "blendModeLinearBurn") {}
-BICDarkerColorBlendMode::BICDarkerColorBlendMode()
-    : BlendModeFilter("BICDarkerColorBlendMode", "blendModeDarkerColor") {}
-BICColorDodgeBlendMode::BICColorDodgeBlendMode()
-    : BlendModeFilter(kModule + "BICColorDodgeBlendMode", "blendModeColorDodge") {}
-BICLinearDodgeBlendMode::BICLinearDodgeBlendMode()
-    : BlendModeFilter(kModule + "BICLinearDodgeBlendMode", "blendModeLinearDodge") {}
-BICLighterColorBlendMode::BICLighterColorBlendMode()
-    : BlendModeFilter("BICLighterColorBlendMode", "blendModeLighterColor") {}
-BICVividLightBlendMode::BICVividLightBlendMode()
-    : BlendModeFilter("BICVividLightBlendMode", "blendModeVividLight") {}
-BICLinearLightBlendMode::BICLinearLightBlendMode()
-    : BlendModeFilter("BICLinearLightBlendMode", "blendModeLinearLight") {}
-BICPinLightBlendMode::BICPinLightBlendMode()
-    : BlendModeFilter("BICPinLightBlendMode", "blendModePinLight") {}
-BICHardMixBlendMode::BICHardMixBlendMode()
-    : BlendModeFilter("BICHardMixBlendMode", "blendModeHardMix") {}
-BICSubtractBlendMode::BICSubtractBlendMode()
-    : BlendModeFilter("BICSubtractBlendMode", "blendModeSubtract") {}
-BICDivideBlendMode::BICDivideBlendMode()
-    : BlendModeFilter("BICDivideBlendMode", "blendModeDivide") {}
-BICHueBlendMode::BICHueBlendMode() : BlendModeFilter("BICHueBlendMode", "blendModeHue") {}
-BICSaturationBlendMode::BICSaturationBlendMode()
-    : BlendModeFilter("BICSaturationBlendMode", "blendModeSaturation") {}
-BICLuminosityBlendMode::BICLuminosityBlendMode()
-    : BlendModeFilter("BICLuminosityBlendMode", "blendModeLuminosity") {}
-
-BICColorBlendMode::BICColorBlendMode()
-    : BlendModeFilter(kModule + "BICColorBlendMode", ""),
-      luminosityFilter_(std::make_shared<BICLuminosityBlendMode>()) {}
 
 std::optional<ci::Image> BICColorBlendMode::outputImage() const {
     luminosityFilter_->setInputBackgroundImage(inputImage());
@@ -83,8 +53,7 @@ std::optional<ci::Image> BICColorBlendMode::outputImage() const {
 }
 
 BICDissolveBlendMode::BICDissolveBlendMode()
-    : BlendModeFilter(kModule + "BICDissolveBlendMode", "blendModeDissolve",
-                      {{"inputOpacity", {}}}) {}
+    : BlendModeFilter(BlendMode::dissolve, {{"inputOpacity", {}}}) {}
 
 void BICDissolveBlendMode::setInputOpacity(std::optional<double> opacity) {
     setValue("inputOpacity", opacity ? ci::FilterValue(*opacity) : ci::FilterValue());
@@ -94,32 +63,18 @@ std::optional<ci::Image> BICDissolveBlendMode::outputImage() const {
     const auto foreground = inputImage(), background = inputBackgroundImage();
     const auto opacity = inputOpacity();
     if (!foreground || !background || !opacity) return std::nullopt;
+    const detail::BlendModeRow& row = detail::blendModeRow(BlendMode::dissolve);
+    static const ci::ColorKernel kernel(std::string(row.kernelName), row.kernel);
     // Two empty images blend to the empty image, as with every other mode.
-    return libraryKernels()
-        .colorKernel(kernelName())
+    return kernel
         .apply(foreground->extent().unionWith(background->extent()),
                {*foreground, *background, RandomNoiseGenerator::uniform(), *opacity})
         .value_or(ci::Image::empty());
 }
 
 void registerBlendModeFilters() {
-    ci::registerFilterClass<BICColorBurnBlendMode>();
-    ci::registerFilterClass<BICLinearBurnBlendMode>();
-    ci::registerFilterClass<BICDarkerColorBlendMode>();
-    ci::registerFilterClass<BICColorDodgeBlendMode>();
-    ci::registerFilterClass<BICLinearDodgeBlendMode>();
-    ci::registerFilterClass<BICLighterColorBlendMode>();
-    ci::registerFilterClass<BICVividLightBlendMode>();
-    ci::registerFilterClass<BICLinearLightBlendMode>();
-    ci::registerFilterClass<BICPinLightBlendMode>();
-    ci::registerFilterClass<BICHardMixBlendMode>();
-    ci::registerFilterClass<BICSubtractBlendMode>();
-    ci::registerFilterClass<BICDivideBlendMode>();
-    ci::registerFilterClass<BICHueBlendMode>();
-    ci::registerFilterClass<BICSaturationBlendMode>();
-    ci::registerFilterClass<BICColorBlendMode>();
-    ci::registerFilterClass<BICLuminosityBlendMode>();
-    ci::registerFilterClass<BICDissolveBlendMode>();
+    for (const detail::BlendModeRow& row : detail::blendModeRows())
+        if (row.filter.registerClass) row.filter.registerClass();
 }
 
 } // namespace bic

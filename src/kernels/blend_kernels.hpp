@@ -85,7 +85,99 @@ struct Divide {
     }
 };
 
-/// Adds the "blendMode…" kernels to `library`.
-void addBlendKernels(ci::KernelLibrary& library);
+// The non-separable modes take whole colours.
+struct RGB {
+    float r, g, b;
+};
+
+inline float lum(const RGB& c) { return 0.30f * c.r + 0.59f * c.g + 0.11f * c.b; }
+inline float min3(const RGB& c) { return std::min(std::min(c.r, c.g), c.b); }
+inline float max3(const RGB& c) { return std::max(std::max(c.r, c.g), c.b); }
+
+// The helpers choose between computed values instead of branching, so that a chunk of pixels
+// runs as vector code; quotients computed for an arm that is not chosen are never used.
+
+// Pulls a colour into 0…1 towards its own luminosity. The scales l / (l − n) and
+// (1 − l) / (x − l) have denominators above 0 whenever l lies inside 0…1; at a luminosity of 0
+// or 1 (or beyond, in float documents) the colour's limit is its grey, which float rounding
+// must not turn into 0 / 0.
+inline RGB clipColor(RGB c) {
+    const float l = lum(c);
+    const float n = min3(c), x = max3(c);
+    auto towards = [&](float k) {
+        return RGB{l + (c.r - l) * k, l + (c.g - l) * k, l + (c.b - l) * k};
+    };
+    auto choose = [](bool pick, const RGB& a, const RGB& b) {
+        return RGB{pick ? a.r : b.r, pick ? a.g : b.g, pick ? a.b : b.b};
+    };
+    c = choose(n < 0, towards(l > 0 ? l / (l - n) : 0.0f), c);
+    return choose(x > 1, towards(l < 1 ? (1 - l) / (x - l) : 0.0f), c);
+}
+
+inline RGB setLum(const RGB& c, float l) {
+    const float d = l - lum(c);
+    return clipColor({c.r + d, c.g + d, c.b + d});
+}
+
+inline float sat(const RGB& c) { return max3(c) - min3(c); }
+
+// The colour's smallest channel becomes 0, its largest s and the middle one in proportion;
+// a grey becomes black. Each channel is (c − min) / (max − min) · s, so the largest reads
+// exactly s and ties need no ordering.
+inline RGB setSat(const RGB& c, float s) {
+    const float lo = min3(c), spread = max3(c) - lo;
+    auto channel = [&](float v) { return spread > 0 ? (v - lo) / spread * s : 0.0f; };
+    return {channel(c.r), channel(c.g), channel(c.b)};
+}
+
+struct Hue {
+    static RGB apply(const RGB& b, const RGB& s) { return setLum(setSat(s, sat(b)), lum(b)); }
+};
+struct Saturation {
+    static RGB apply(const RGB& b, const RGB& s) { return setLum(setSat(b, sat(s)), lum(b)); }
+};
+struct Luminosity {
+    static RGB apply(const RGB& b, const RGB& s) { return setLum(b, lum(s)); }
+};
+struct DarkerColor {
+    static RGB apply(const RGB& b, const RGB& s) {
+        const bool darker = lum(s) < lum(b);
+        return {darker ? s.r : b.r, darker ? s.g : b.g, darker ? s.b : b.b};
+    }
+};
+struct LighterColor {
+    static RGB apply(const RGB& b, const RGB& s) {
+        const bool lighter = lum(s) > lum(b);
+        return {lighter ? s.r : b.r, lighter ? s.g : b.g, lighter ? s.b : b.b};
+    }
+};
+
+// The compositing formula of separableRow, with B taking whole colours.
+template <class Mode>
+inline void nonSeparableRow(const ci::KernelRow& row) {
+    compositeRow(
+        row.samples[0], row.samples[1], row.out, row.count,
+        [](const ChannelPlanes& b, const ChannelPlanes& s, ChannelPlanes& m, int n) {
+            for (int j = 0; j < n; ++j) {
+                const RGB blended = Mode::apply({b.r[j], b.g[j], b.b[j]}, {s.r[j], s.g[j], s.b[j]});
+                m.r[j] = blended.r;
+                m.g[j] = blended.g;
+                m.b[j] = blended.b;
+            }
+        });
+}
+
+/// A blend kernel's row: Mode on premultiplied samples, the foreground in sample 0 and the
+/// background in sample 1. Instantiated where the mode table names it.
+template <class Mode>
+void modeRow(const ci::KernelRow& row) {
+    if constexpr (SeparableMode<Mode>)
+        separableRow<Mode>(row.samples[0], row.samples[1], row.out, row.count);
+    else
+        nonSeparableRow<Mode>(row);
+}
+
+/// The dissolve colour kernel's row. Arguments: foreground, background, noise, opacity.
+void dissolveRow(const ci::KernelRow& row);
 
 } // namespace bic::blend

@@ -172,17 +172,6 @@ void diamondGradientRow(const ci::KernelRow& row) {
 
 } // namespace
 
-void addGeneratorKernels(ci::KernelLibrary& library) {
-    library.addColorKernel("angleGradient", angleGradientRow);
-    library.addColorKernel("reflectedGradient", reflectedGradientRow);
-    library.addColorKernel("diamondGradient", diamondGradientRow);
-    library.addColorKernel("hueWheel", hueWheelRow);
-    library.addColorKernel("colorWheel", colorWheelRow);
-    library.addColorKernel("saturationValuePanel", saturationValuePanelRow);
-    library.addColorKernel("triangularSaturationValuePanel", triangularPanelRow);
-    library.addColorKernel("colorSpectrumImage", colorSpectrumRow);
-}
-
 } // namespace bic
 
 namespace bic::kernels {

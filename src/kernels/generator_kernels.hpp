@@ -6,15 +6,6 @@
 
 #include <optional>
 
-namespace bic {
-
-/// Adds "hueWheel", "colorWheel", "saturationValuePanel", "triangularSaturationValuePanel",
-/// "colorSpectrumImage" and the gradient ramps "angleGradient", "reflectedGradient" and
-/// "diamondGradient" (layouts in gradient_filters.hpp) to `library`.
-void addGeneratorKernels(ci::KernelLibrary& library);
-
-} // namespace bic
-
 // The generator kernels as the library calls them; nothing for an empty extent.
 namespace bic::kernels {
 

@@ -280,22 +280,6 @@ void prepareDTRow(const ci::KernelRow& row) {
 
 } // namespace
 
-void addOperationKernels(ci::KernelLibrary& library) {
-    library.addColorKernel("threshold", thresholdRow);
-    library.addColorKernel("mixWithMask", mixWithMaskRow);
-    library.addColorKernel("maxChannelDistance", maxChannelDistanceRow);
-    library.addColorKernel("colorMap_aa", colorMapRow);
-    library.addColorKernel("gradientMap_aa", gradientMapRow);
-    library.addColorKernel("dotProduct", dotProductRow);
-    library.addGeneralKernel("surfaceNormals", surfaceNormalsRow);
-    library.addGeneralKernel("sobel", sobelRow);
-    library.addGeneralKernel("bevel", bevelRow);
-    library.addColorKernel("customGamma", customGammaRow<false>);
-    library.addColorKernel("customGammaInversed", customGammaRow<true>);
-    library.addColorKernel("dither", ditherRow);
-    library.addColorKernel("prepareDT", prepareDTRow);
-}
-
 } // namespace bic
 
 namespace bic::kernels {

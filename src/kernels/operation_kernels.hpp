@@ -11,15 +11,6 @@
 #include <optional>
 #include <vector>
 
-namespace bic {
-
-/// Adds "threshold", "mixWithMask", "maxChannelDistance", "colorMap_aa", "gradientMap_aa",
-/// "surfaceNormals", "dotProduct", "sobel", "bevel", "customGamma", "customGammaInversed",
-/// "dither" and "prepareDT" to `library`.
-void addOperationKernels(ci::KernelLibrary& library);
-
-} // namespace bic
-
 // The kernels as the library calls them, each with its arguments typed; nothing for an empty
 // extent. Over the image's extent unless said otherwise.
 namespace bic::kernels {

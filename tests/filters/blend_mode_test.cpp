@@ -410,6 +410,60 @@ TEST(BlendModeFilters, InputsDefinitionAndConstructors) {
         std::dynamic_pointer_cast<BICPinLightBlendMode>(ci::Filter::named("BICPinLightBlendMode")));
 }
 
+TEST(BlendModeFilters, EveryModesFilterBlendsAsTheOperationDoes) {
+    // Half-transparent colours over a partly covered backdrop, so each mode's arithmetic shows.
+    const ci::Image layer = ci::Image::constant({0.1, 0.45, 0.3, 0.5}).cropped({0, 0, 4, 4});
+    const ci::Image backdrop = ci::Image::constant({0.6, 0.2, 0.35, 0.8}).cropped({2, 0, 4, 4});
+    for (const BlendMode mode : BlendMode::allCases()) {
+        if (mode == BlendMode::passThrough || mode == BlendMode::replace ||
+            mode == BlendMode::dissolve)
+            continue;
+        const auto filter = mode.filter();
+        filter->setValue("inputImage", layer);
+        filter->setValue("inputBackgroundImage", backdrop);
+        ASSERT_TRUE(filter->outputImage()) << mode.name();
+        EXPECT_EQ(render(*filter->outputImage(), {0, 0, 6, 4}),
+                  render(blended(layer, backdrop, mode, 1), {0, 0, 6, 4}))
+            << mode.name();
+    }
+}
+
+TEST(BlendModeFilters, RegistrationTakesEveryLibraryClassUnderItsName) {
+    registerBlendModeFilters();
+    struct Class {
+        const char* name;
+        BlendMode::Case mode;
+        const char* kernel;
+    };
+    const Class classes[] = {
+        {"BrellinImageCore.BICColorBurnBlendMode", BlendMode::colorBurn, "blendModeColorBurn"},
+        {"BICLinearBurnBlendMode", BlendMode::linearBurn, "blendModeLinearBurn"},
+        {"BICDarkerColorBlendMode", BlendMode::darkerColor, "blendModeDarkerColor"},
+        {"BrellinImageCore.BICColorDodgeBlendMode", BlendMode::colorDodge, "blendModeColorDodge"},
+        {"BrellinImageCore.BICLinearDodgeBlendMode", BlendMode::linearDodge,
+         "blendModeLinearDodge"},
+        {"BICLighterColorBlendMode", BlendMode::lighterColor, "blendModeLighterColor"},
+        {"BICVividLightBlendMode", BlendMode::vividLight, "blendModeVividLight"},
+        {"BICLinearLightBlendMode", BlendMode::linearLight, "blendModeLinearLight"},
+        {"BICPinLightBlendMode", BlendMode::pinLight, "blendModePinLight"},
+        {"BICHardMixBlendMode", BlendMode::hardMix, "blendModeHardMix"},
+        {"BICSubtractBlendMode", BlendMode::subtract, "blendModeSubtract"},
+        {"BICDivideBlendMode", BlendMode::divide, "blendModeDivide"},
+        {"BICHueBlendMode", BlendMode::hue, "blendModeHue"},
+        {"BICSaturationBlendMode", BlendMode::saturation, "blendModeSaturation"},
+        {"BrellinImageCore.BICColorBlendMode", BlendMode::color, ""},
+        {"BICLuminosityBlendMode", BlendMode::luminosity, "blendModeLuminosity"},
+        {"BrellinImageCore.BICDissolveBlendMode", BlendMode::dissolve, "blendModeDissolve"},
+    };
+    for (const Class& c : classes) {
+        const auto filter = std::dynamic_pointer_cast<BlendModeFilter>(ci::Filter::named(c.name));
+        ASSERT_TRUE(filter) << c.name;
+        EXPECT_EQ(filter->name(), c.name);
+        EXPECT_EQ(filter->mode(), c.mode) << c.name;
+        EXPECT_EQ(filter->kernelName(), c.kernel) << c.name;
+    }
+}
+
 TEST(Procedural, CloudsTileSeamlessly) {
     EXPECT_FALSE(Renderer::clouds<PixelARGB8>(cg::Size{0, 0}, 8));
     EXPECT_EQ(Renderer::clouds<PixelARGB8>(cg::Size{2, 1}, 8)->size(), IntegralSize(3, 3));

@@ -241,18 +241,15 @@ TEST(EngineDeathTest, NaNGeometryIsACallerError) {
     EXPECT_DEATH(Image::white().transformed(cg::AffineTransform::translation(nan, 0)),
                  "non-finite");
     EXPECT_DEATH(Image::white().cropped({nan, 0, 1, 1}), "NaN");
-    EXPECT_DEATH(KernelLibrary::shared().colorKernel("noSuchKernel"), "Kernel function not found");
 }
 
 TEST(Engine, IntermediatesRenderEachRegionOnce) {
     static std::atomic<int> rows{0};
-    KernelLibrary::shared().addColorKernel("countingIdentity", [](const KernelRow& row) {
+    const ColorKernel counting("countingIdentity", [](const KernelRow& row) {
         ++rows;
         std::copy_n(row.samples[0], row.count * 4, row.out);
     });
-    const Image base = *KernelLibrary::shared()
-                            .colorKernel("countingIdentity")
-                            .apply({0, 0, 64, 64}, {Image::white()});
+    const Image base = *counting.apply({0, 0, 64, 64}, {Image::white()});
     const Image cached = base.insertingIntermediate();
     const auto first = renderFloats(cached, {0, 0, 64, 64}, {16, 16, 0});
     const int afterFirst = rows.load();
@@ -264,7 +261,7 @@ TEST(Engine, IntermediatesRenderEachRegionOnce) {
 }
 
 TEST(Engine, KernelsSeeCoordinatesArgumentsAndNeighbours) {
-    KernelLibrary::shared().addColorKernel("coordinates", [](const KernelRow& row) {
+    const ColorKernel coordinates("coordinates", [](const KernelRow& row) {
         for (std::int64_t i = 0; i < row.count; ++i) {
             float* o = row.out + 4 * i;
             o[0] = float(row.x + i);
@@ -273,25 +270,21 @@ TEST(Engine, KernelsSeeCoordinatesArgumentsAndNeighbours) {
             o[3] = float(row.color(1).blue);
         }
     });
-    const auto image = KernelLibrary::shared()
-                           .colorKernel("coordinates")
-                           .apply({-2, 5, 3, 2}, {7.0, Color{0, 0, 0.25, 1}});
+    const auto image = coordinates.apply({-2, 5, 3, 2}, {7.0, Color{0, 0, 0.25, 1}});
     ASSERT_TRUE(image);
     const auto px = renderFloats(*image, {-2, 5, 3, 2});
     expectPixel(px, 0, {-2, 6, 7, 0.25f}); // top-left is (−2, 6)
     expectPixel(px, 5, {0, 5, 7, 0.25f});
-    EXPECT_FALSE(KernelLibrary::shared().colorKernel("coordinates").apply(cg::Rect::null(), {}));
+    EXPECT_FALSE(coordinates.apply(cg::Rect::null(), {}));
 
     // A general kernel reading its left neighbour, with a region of interest one pixel wider.
-    KernelLibrary::shared().addGeneralKernel("leftNeighbour", [](const GeneralKernelRow& row) {
+    const GeneralKernel leftNeighbour("leftNeighbour", [](const GeneralKernelRow& row) {
         for (std::int64_t i = 0; i < row.count; ++i)
             std::copy_n(row.samplers[0].at(row.x + i - 1, row.y), 4, row.out + 4 * i);
     });
     const Image row = greyRow({51, 102, 153});
-    const auto shifted =
-        KernelLibrary::shared()
-            .generalKernel("leftNeighbour")
-            .apply({0, 0, 4, 1}, [](int, const cg::Rect& r) { return r.insetBy(-1, 0); }, {row});
+    const auto shifted = leftNeighbour.apply(
+        {0, 0, 4, 1}, [](int, const cg::Rect& r) { return r.insetBy(-1, 0); }, {row});
     const auto s = renderFloats(*shifted, {0, 0, 4, 1}, {1, 1, 1});
     expectPixel(s, 0, {0, 0, 0, 0});
     expectPixel(s, 1, {0.2f, 0.2f, 0.2f, 1});

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <tuple>
+#include <unistd.h>
 
 namespace bic::xmp {
 namespace {
@@ -356,8 +357,14 @@ TEST(XMP, ThePropertyBridgeWritesStructuresAndListsOfThem) {
     EXPECT_EQ(flash.tag("Iptc4xmpExt:LocationShown[2]")->type(), TagType::structure);
 }
 
+// A file name of this process's own: the suite also runs a second time, concurrently, in
+// another locale.
+std::filesystem::path scratchPath(const std::string& name) {
+    return std::filesystem::temp_directory_path() / (std::to_string(::getpid()) + "-" + name);
+}
+
 TEST(XMP, PhotoFilesBringTheirExifAsXMP) {
-    const auto path = std::filesystem::temp_directory_path() / "bic-xmp-photo.jpg";
+    const auto path = scratchPath("bic-xmp-photo.jpg");
     {
         // A blank JPEG with a camera's Exif, written by Exiv2 itself.
         auto image = Exiv2::ImageFactory::create(Exiv2::ImageType::jpeg, path.string());
@@ -404,7 +411,7 @@ TEST(XMP, PhotoFilesBringTheirExifAsXMP) {
 // A JPEG written by Exiv2 with `exif` and, when given, `packet` as its XMP segment (put in by
 // hand, since Exiv2 refuses to write a packet it cannot parse).
 std::optional<Metadata> photo(const Exiv2::ExifData& exif, const std::string& packet = "") {
-    const auto path = std::filesystem::temp_directory_path() / "bic-xmp-merge.jpg";
+    const auto path = scratchPath("bic-xmp-merge.jpg");
     {
         auto image = Exiv2::ImageFactory::create(Exiv2::ImageType::jpeg, path.string());
         image->setExifData(exif);

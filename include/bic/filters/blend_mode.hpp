@@ -5,6 +5,8 @@
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/coding/coder.hpp"
 
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -46,9 +48,12 @@ public:
         replace = 1001,
     };
 
+    /// How many cases there are: the layer modes numbered from 1, then the two group modes.
+    static constexpr std::size_t caseCount = 29;
+
     constexpr BlendMode(Case c) : case_(c) {}
     /// Every mode in declaration order.
-    static const std::array<BlendMode, 29>& allCases();
+    static const std::array<BlendMode, caseCount>& allCases();
 
     /// 1…27, 1000 or 1001; nothing otherwise.
     static std::optional<BlendMode> fromRawValue(int rawValue);

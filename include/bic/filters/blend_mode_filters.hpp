@@ -7,6 +7,7 @@
 // Nothing is registered by the library itself: an editor registers the filters it wants to make
 // by name, for instance with registerBlendModeFilters().
 
+#include "bic/filters/blend_mode.hpp"
 #include "bic/platform/ci/filter.hpp"
 
 #include <memory>
@@ -25,92 +26,61 @@ public:
     /// Nothing unless both images are set; otherwise the kernel's result over the union of
     /// their extents.
     std::optional<ci::Image> outputImage() const override;
-    const std::string& kernelName() const { return kernel_; }
+    /// The mode the filter performs.
+    BlendMode mode() const { return mode_; }
+    /// "blendModeColorBurn", …; empty for the colour blend, which has no kernel of its own.
+    std::string_view kernelName() const;
 
 protected:
-    BlendModeFilter(std::string runtimeClassName, std::string kernel,
-                    std::vector<Input> extraInputs = {});
+    /// A filter of `mode`, under the runtime class name of the mode's table row.
+    explicit BlendModeFilter(BlendMode mode, std::vector<Input> extraInputs = {});
 
 private:
-    std::string kernel_;
+    BlendMode mode_;
 };
 
-class BICColorBurnBlendMode final : public BlendModeFilter {
+/// The filter class of a mode that is its kernel and nothing more.
+template <BlendMode::Case M>
+class KernelBlendModeFilter : public BlendModeFilter {
 public:
-    BICColorBurnBlendMode();
+    static constexpr BlendMode::Case blendMode = M;
+    KernelBlendModeFilter() : BlendModeFilter(M) {}
 };
-class BICLinearBurnBlendMode final : public BlendModeFilter {
-public:
-    BICLinearBurnBlendMode();
-};
-class BICDarkerColorBlendMode final : public BlendModeFilter {
-public:
-    BICDarkerColorBlendMode();
-};
-class BICColorDodgeBlendMode final : public BlendModeFilter {
-public:
-    BICColorDodgeBlendMode();
-};
-class BICLinearDodgeBlendMode final : public BlendModeFilter {
-public:
-    BICLinearDodgeBlendMode();
-};
-class BICLighterColorBlendMode final : public BlendModeFilter {
-public:
-    BICLighterColorBlendMode();
-};
-class BICVividLightBlendMode final : public BlendModeFilter {
-public:
-    BICVividLightBlendMode();
-};
-class BICLinearLightBlendMode final : public BlendModeFilter {
-public:
-    BICLinearLightBlendMode();
-};
-class BICPinLightBlendMode final : public BlendModeFilter {
-public:
-    BICPinLightBlendMode();
-};
-class BICHardMixBlendMode final : public BlendModeFilter {
-public:
-    BICHardMixBlendMode();
-};
-class BICSubtractBlendMode final : public BlendModeFilter {
-public:
-    BICSubtractBlendMode();
-};
-class BICDivideBlendMode final : public BlendModeFilter {
-public:
-    BICDivideBlendMode();
-};
-class BICHueBlendMode final : public BlendModeFilter {
-public:
-    BICHueBlendMode();
-};
-class BICSaturationBlendMode final : public BlendModeFilter {
-public:
-    BICSaturationBlendMode();
-};
-class BICLuminosityBlendMode final : public BlendModeFilter {
-public:
-    BICLuminosityBlendMode();
-};
+
+// clang-format off
+class BICColorBurnBlendMode final : public KernelBlendModeFilter<BlendMode::colorBurn> {};
+class BICLinearBurnBlendMode final : public KernelBlendModeFilter<BlendMode::linearBurn> {};
+class BICDarkerColorBlendMode final : public KernelBlendModeFilter<BlendMode::darkerColor> {};
+class BICColorDodgeBlendMode final : public KernelBlendModeFilter<BlendMode::colorDodge> {};
+class BICLinearDodgeBlendMode final : public KernelBlendModeFilter<BlendMode::linearDodge> {};
+class BICLighterColorBlendMode final : public KernelBlendModeFilter<BlendMode::lighterColor> {};
+class BICVividLightBlendMode final : public KernelBlendModeFilter<BlendMode::vividLight> {};
+class BICLinearLightBlendMode final : public KernelBlendModeFilter<BlendMode::linearLight> {};
+class BICPinLightBlendMode final : public KernelBlendModeFilter<BlendMode::pinLight> {};
+class BICHardMixBlendMode final : public KernelBlendModeFilter<BlendMode::hardMix> {};
+class BICSubtractBlendMode final : public KernelBlendModeFilter<BlendMode::subtract> {};
+class BICDivideBlendMode final : public KernelBlendModeFilter<BlendMode::divide> {};
+class BICHueBlendMode final : public KernelBlendModeFilter<BlendMode::hue> {};
+class BICSaturationBlendMode final : public KernelBlendModeFilter<BlendMode::saturation> {};
+class BICLuminosityBlendMode final : public KernelBlendModeFilter<BlendMode::luminosity> {};
+// clang-format on
 
 /// The colour blend: the luminosity blend with the two images swapped, so the layer keeps the
 /// backdrop's luminosity and brings its own hue and saturation.
-class BICColorBlendMode final : public BlendModeFilter {
+class BICColorBlendMode final : public KernelBlendModeFilter<BlendMode::color> {
 public:
-    BICColorBlendMode();
     std::optional<ci::Image> outputImage() const override;
 
 private:
-    std::shared_ptr<BICLuminosityBlendMode> luminosityFilter_;
+    std::shared_ptr<BICLuminosityBlendMode> luminosityFilter_ =
+        std::make_shared<BICLuminosityBlendMode>();
 };
 
 /// Shows each pixel of the layer whole or not at all, chosen by the process's uniform noise
 /// against "inputOpacity" (0…1), so a dissolved layer looks the same on every render.
 class BICDissolveBlendMode final : public BlendModeFilter {
 public:
+    static constexpr BlendMode::Case blendMode = BlendMode::dissolve;
     BICDissolveBlendMode();
     std::optional<double> inputOpacity() const { return number("inputOpacity"); }
     void setInputOpacity(std::optional<double> opacity);

@@ -460,6 +460,30 @@ cg::Point pointOf(const Vector& v) { return {v[0], v[1]}; }
 
 } // namespace
 
+const char* registryName(BuiltinBlendMode mode) {
+    switch (mode) {
+    case BuiltinBlendMode::darken:
+        return "CIDarkenBlendMode";
+    case BuiltinBlendMode::multiply:
+        return "CIMultiplyBlendMode";
+    case BuiltinBlendMode::lighten:
+        return "CILightenBlendMode";
+    case BuiltinBlendMode::screen:
+        return "CIScreenBlendMode";
+    case BuiltinBlendMode::overlay:
+        return "CIOverlayBlendMode";
+    case BuiltinBlendMode::softLight:
+        return "CISoftLightBlendMode";
+    case BuiltinBlendMode::hardLight:
+        return "CIHardLightBlendMode";
+    case BuiltinBlendMode::difference:
+        return "CIDifferenceBlendMode";
+    case BuiltinBlendMode::exclusion:
+        return "CIExclusionBlendMode";
+    }
+    return "";
+}
+
 void registerBuiltinFilters(Registry& r) {
     add(r, "CIColorMatrix",
         {kImage,
@@ -511,19 +535,11 @@ void registerBuiltinFilters(Registry& r) {
             return mix(fg, bg, f.number("inputAmount").value_or(1.0));
         }));
 
-    const std::pair<const char*, BuiltinBlendMode> modes[] = {
-        {"CIDarkenBlendMode", BuiltinBlendMode::darken},
-        {"CIMultiplyBlendMode", BuiltinBlendMode::multiply},
-        {"CILightenBlendMode", BuiltinBlendMode::lighten},
-        {"CIScreenBlendMode", BuiltinBlendMode::screen},
-        {"CIOverlayBlendMode", BuiltinBlendMode::overlay},
-        {"CISoftLightBlendMode", BuiltinBlendMode::softLight},
-        {"CIHardLightBlendMode", BuiltinBlendMode::hardLight},
-        {"CIDifferenceBlendMode", BuiltinBlendMode::difference},
-        {"CIExclusionBlendMode", BuiltinBlendMode::exclusion}};
-    for (const auto& [name, mode] : modes)
-        add(r, name, {kImage, kBackground},
-            withImages([mode = mode](const Filter&, const Image& fg, const Image& bg) {
+    using enum BuiltinBlendMode;
+    for (BuiltinBlendMode mode :
+         {darken, multiply, lighten, screen, overlay, softLight, hardLight, difference, exclusion})
+        add(r, registryName(mode), {kImage, kBackground},
+            withImages([mode](const Filter&, const Image& fg, const Image& bg) {
                 return blended(mode, fg, bg);
             }));
 
@@ -643,6 +659,14 @@ Image blended(BuiltinBlendMode mode, const Image& image, const Image& background
         break;
     }
     return binary(image, background, row, ExtentRule::unionOf);
+}
+
+std::shared_ptr<Filter> blendFilter(BuiltinBlendMode mode) {
+    return Filter::named(registryName(mode));
+}
+
+std::shared_ptr<Filter> sourceOverCompositingFilter() {
+    return Filter::named("CISourceOverCompositing");
 }
 
 Image linearGradient(cg::Point p0, cg::Point p1, const Color& c0, const Color& c1) {

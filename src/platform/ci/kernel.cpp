@@ -148,47 +148,4 @@ std::optional<Image> GeneralKernel::apply(const cg::Rect& extent, const RegionOf
                                                      std::move(values)));
 }
 
-KernelLibrary::KernelLibrary() = default;
-
-KernelLibrary& KernelLibrary::shared() {
-    static KernelLibrary* library = new KernelLibrary(); // outlives background renders at exit
-    return *library;
-}
-
-void KernelLibrary::addColorKernel(std::string name, RowFunction function) {
-    std::lock_guard lock(mutex_);
-    color_.insert_or_assign(name, ColorKernel(name, function));
-}
-
-void KernelLibrary::addBlendKernel(std::string name, RowFunction function) {
-    std::lock_guard lock(mutex_);
-    blend_.insert_or_assign(name, BlendKernel(name, function));
-}
-
-void KernelLibrary::addGeneralKernel(std::string name, GeneralRowFunction function) {
-    std::lock_guard lock(mutex_);
-    general_.insert_or_assign(name, GeneralKernel(name, function));
-}
-
-namespace {
-template <class Map>
-const auto& lookup(std::mutex& m, const Map& map, std::string_view name) {
-    std::lock_guard lock(m);
-    const auto it = map.find(name);
-    if (it == map.end())
-        fatalError("Kernel function not found in the kernel library: " + std::string(name));
-    return it->second; // map nodes are stable; entries are never removed
-}
-} // namespace
-
-const ColorKernel& KernelLibrary::colorKernel(std::string_view name) const {
-    return lookup(mutex_, color_, name);
-}
-const BlendKernel& KernelLibrary::blendKernel(std::string_view name) const {
-    return lookup(mutex_, blend_, name);
-}
-const GeneralKernel& KernelLibrary::generalKernel(std::string_view name) const {
-    return lookup(mutex_, general_, name);
-}
-
 } // namespace bic::ci

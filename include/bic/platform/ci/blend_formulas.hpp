@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstdint>
 
-
 namespace bic::blend {
 
 /// The straight value of a premultiplied channel. Divided, not multiplied by a reciprocal: a

@@ -9,8 +9,10 @@
 
 #include "bic/platform/cg/geometry.hpp"
 #include "bic/platform/ci/color.hpp"
+#include "bic/platform/ci/filter.hpp"
 #include "bic/platform/ci/image.hpp"
 
+#include <memory>
 #include <vector>
 
 namespace bic::ci {
@@ -59,6 +61,10 @@ enum class BuiltinBlendMode {
 /// `image` blended over `background` with the general compositing formula, over the union of
 /// the extents.
 Image blended(BuiltinBlendMode mode, const Image& image, const Image& background);
+/// A new registry filter blending by `mode` ("CIDarkenBlendMode", …), its inputs unset.
+std::shared_ptr<Filter> blendFilter(BuiltinBlendMode mode);
+/// A new registry filter compositing "inputImage" over "inputBackgroundImage", inputs unset.
+std::shared_ptr<Filter> sourceOverCompositingFilter();
 
 /// Unbounded ramps from colour 0 at the start to colour 1 at the end, clamped beyond.
 Image linearGradient(cg::Point point0, cg::Point point1, const Color& color0, const Color& color1);

@@ -122,26 +122,4 @@ private:
     GeneralRowFunction function_;
 };
 
-/// The process's kernels by function name. Asking for a name that was never added is a
-/// deployment fault and stops the process.
-class KernelLibrary {
-public:
-    static KernelLibrary& shared();
-
-    void addColorKernel(std::string name, RowFunction function);
-    void addBlendKernel(std::string name, RowFunction function);
-    void addGeneralKernel(std::string name, GeneralRowFunction function);
-
-    const ColorKernel& colorKernel(std::string_view name) const;
-    const BlendKernel& blendKernel(std::string_view name) const;
-    const GeneralKernel& generalKernel(std::string_view name) const;
-
-private:
-    KernelLibrary();
-    mutable std::mutex mutex_;
-    std::map<std::string, ColorKernel, std::less<>> color_;
-    std::map<std::string, BlendKernel, std::less<>> blend_;
-    std::map<std::string, GeneralKernel, std::less<>> general_;
-};
-
 } // namespace bic::ci
