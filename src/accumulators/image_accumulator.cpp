@@ -3,6 +3,7 @@
 #include "bic/accumulators/memory_image_accumulator.hpp"
 #include "bic/accumulators/tiled_image_accumulator.hpp"
 #include "bic/buffers/surface_pixel_buffer.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/ci/image_accumulator.hpp"
 #include "pixel_format_choice.hpp"
 
@@ -102,12 +103,9 @@ void SurfaceImageAccumulator<P>::setPixel(std::int64_t x, std::int64_t y, const 
     static_cast<P*>(base())[i] = value;
 }
 
-template class SurfaceImageAccumulator<PixelARGB8>;
-template class SurfaceImageAccumulator<PixelGray8>;
-template class SurfaceImageAccumulator<PixelRGBA16>;
-template class SurfaceImageAccumulator<PixelGray16>;
-template class SurfaceImageAccumulator<PixelRGBA32>;
-template class SurfaceImageAccumulator<PixelGray32>;
+#define BIC_INSTANTIATE(P) template class SurfaceImageAccumulator<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_INSTANTIATE)
+#undef BIC_INSTANTIATE
 
 std::shared_ptr<ImageAccumulator> makeSurfaceImageAccumulator(const cg::Rect& extent, int bitDepth,
                                                               bool isMask,

@@ -1,5 +1,6 @@
 #include "bic/accumulators/memory_image_accumulator.hpp"
 
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/core/checked.hpp"
 #include "bic/platform/core/memory.hpp"
 #include "pixel_format_choice.hpp"
@@ -98,12 +99,9 @@ void MemoryImageAccumulator<P>::setPixel(std::int64_t x, std::int64_t y, const P
         data())[detail::storeIndex(extent_, width_, height_, pixelsPerRow(), x, y, "set")] = value;
 }
 
-template class MemoryImageAccumulator<PixelARGB8>;
-template class MemoryImageAccumulator<PixelGray8>;
-template class MemoryImageAccumulator<PixelRGBA16>;
-template class MemoryImageAccumulator<PixelGray16>;
-template class MemoryImageAccumulator<PixelRGBA32>;
-template class MemoryImageAccumulator<PixelGray32>;
+#define BIC_INSTANTIATE(P) template class MemoryImageAccumulator<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_INSTANTIATE)
+#undef BIC_INSTANTIATE
 
 std::shared_ptr<AnyMemoryImageAccumulator>
 makeMemoryImageAccumulator(int bitDepth, const cg::Rect& extent, bool isMask,

@@ -2,7 +2,7 @@
 // What the accumulators share: the pixel format by bit depth and kind, failure handling of the
 // whole-image setters, and pixel addressing.
 
-#include "bic/pixels/pixel_formats.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/core/fatal.hpp"
 
 #include <exception>
@@ -14,19 +14,8 @@ namespace bic::detail {
 /// formats for masks; another depth stops the process.
 template <class Body>
 decltype(auto) withAccumulatorFormat(int bitDepth, bool isMask, Body&& body) {
-    switch (bitDepth) {
-    case 8:
-        return isMask ? body(std::type_identity<PixelGray8>())
-                      : body(std::type_identity<PixelARGB8>());
-    case 16:
-        return isMask ? body(std::type_identity<PixelGray16>())
-                      : body(std::type_identity<PixelRGBA16>());
-    case 32:
-        return isMask ? body(std::type_identity<PixelGray32>())
-                      : body(std::type_identity<PixelRGBA32>());
-    default:
-        fatalError("Unsupported bit depth.");
-    }
+    return withPixelFormat(isMask ? cg::ColorSpaceModel::monochrome : cg::ColorSpaceModel::rgb,
+                           bitDepth, std::forward<Body>(body));
 }
 
 /// Runs `render`, dropping any failure it reports (render, kernel, allocation or lock errors

@@ -1,5 +1,6 @@
 #include "bic/accumulators/tiled_image_accumulator.hpp"
 
+#include "bic/pixels/pixel_format_list.hpp"
 #include "pixel_format_choice.hpp"
 
 #include <cmath>
@@ -60,11 +61,8 @@ cg::Rect TiledImageAccumulator<P>::extent() const {
     return all;
 }
 
-template class TiledImageAccumulator<PixelARGB8>;
-template class TiledImageAccumulator<PixelGray8>;
-template class TiledImageAccumulator<PixelRGBA16>;
-template class TiledImageAccumulator<PixelGray16>;
-template class TiledImageAccumulator<PixelRGBA32>;
-template class TiledImageAccumulator<PixelGray32>;
+#define BIC_INSTANTIATE(P) template class TiledImageAccumulator<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_INSTANTIATE)
+#undef BIC_INSTANTIATE
 
 } // namespace bic

@@ -286,21 +286,12 @@ ci::Image floodFillMask(const ci::Image& image, const cg::Rect& area, const Inte
     return antiAliased ? bic_antiAliasEdges(result, d, t) : result;
 }
 
-#define BIC_FLOOD_FILL(Buffer)                                                                     \
+#define BIC_FLOOD_FILL_OF(Buffer)                                                                  \
     template ci::Image floodFillMaskImage<Buffer>(const Buffer&, std::int64_t, std::int64_t,       \
                                                   std::optional<Buffer::Element>, float, bool);
-BIC_FLOOD_FILL(PixelBuffer<PixelARGB8>)
-BIC_FLOOD_FILL(PixelBuffer<PixelGray8>)
-BIC_FLOOD_FILL(PixelBuffer<PixelRGBA16>)
-BIC_FLOOD_FILL(PixelBuffer<PixelGray16>)
-BIC_FLOOD_FILL(PixelBuffer<PixelRGBA32>)
-BIC_FLOOD_FILL(PixelBuffer<PixelGray32>)
-BIC_FLOOD_FILL(SurfacePixelBuffer<PixelARGB8>)
-BIC_FLOOD_FILL(SurfacePixelBuffer<PixelGray8>)
-BIC_FLOOD_FILL(SurfacePixelBuffer<PixelRGBA16>)
-BIC_FLOOD_FILL(SurfacePixelBuffer<PixelGray16>)
-BIC_FLOOD_FILL(SurfacePixelBuffer<PixelRGBA32>)
-BIC_FLOOD_FILL(SurfacePixelBuffer<PixelGray32>)
+#define BIC_FLOOD_FILL(P) BIC_FLOOD_FILL_OF(PixelBuffer<P>) BIC_FLOOD_FILL_OF(SurfacePixelBuffer<P>)
+BIC_EACH_PIXEL_FORMAT(BIC_FLOOD_FILL)
 #undef BIC_FLOOD_FILL
+#undef BIC_FLOOD_FILL_OF
 
 } // namespace bic

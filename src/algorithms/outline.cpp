@@ -3,6 +3,7 @@
 // boundaries are kept, so the labelling shrinks to marks.
 
 #include "bic/buffers/pixel_buffer.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -232,11 +233,9 @@ const std::optional<std::vector<Path>>& PixelBuffer<P>::outlinePath() const {
     }));
 }
 
-template const std::optional<std::vector<Path>>& PixelBuffer<PixelARGB8>::outlinePath() const;
-template const std::optional<std::vector<Path>>& PixelBuffer<PixelGray8>::outlinePath() const;
-template const std::optional<std::vector<Path>>& PixelBuffer<PixelRGBA16>::outlinePath() const;
-template const std::optional<std::vector<Path>>& PixelBuffer<PixelGray16>::outlinePath() const;
-template const std::optional<std::vector<Path>>& PixelBuffer<PixelRGBA32>::outlinePath() const;
-template const std::optional<std::vector<Path>>& PixelBuffer<PixelGray32>::outlinePath() const;
+#define BIC_INSTANTIATE(P)                                                                         \
+    template const std::optional<std::vector<Path>>& PixelBuffer<P>::outlinePath() const;
+BIC_EACH_PIXEL_FORMAT(BIC_INSTANTIATE)
+#undef BIC_INSTANTIATE
 
 } // namespace bic

@@ -1,6 +1,7 @@
 #include "bic/buffers/pixel_buffer.hpp"
 
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/cg/color_transform.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
@@ -244,11 +245,8 @@ void PixelBuffer<P>::encode(coding::Encoder& encoder) const {
     detail::encodeRecord(size_, P::model, P::bitDepth, *this, encoder);
 }
 
-template class PixelBuffer<PixelARGB8>;
-template class PixelBuffer<PixelGray8>;
-template class PixelBuffer<PixelRGBA16>;
-template class PixelBuffer<PixelGray16>;
-template class PixelBuffer<PixelRGBA32>;
-template class PixelBuffer<PixelGray32>;
+#define BIC_INSTANTIATE(P) template class PixelBuffer<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_INSTANTIATE)
+#undef BIC_INSTANTIATE
 
 } // namespace bic

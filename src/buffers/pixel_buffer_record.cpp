@@ -28,19 +28,6 @@ bool supportedModel(cg::ColorSpaceModel model) {
     return model == cg::ColorSpaceModel::monochrome || model == cg::ColorSpaceModel::rgb;
 }
 
-// Calls body(std::type_identity<P>()) with the pixel format of a supported model and depth.
-template <class F>
-PixelBufferType withFormat(cg::ColorSpaceModel model, int bitDepth, F&& body) {
-    if (model == cg::ColorSpaceModel::monochrome) {
-        if (bitDepth == 8) return body(std::type_identity<PixelGray8>());
-        if (bitDepth == 16) return body(std::type_identity<PixelGray16>());
-        return body(std::type_identity<PixelGray32>());
-    }
-    if (bitDepth == 8) return body(std::type_identity<PixelARGB8>());
-    if (bitDepth == 16) return body(std::type_identity<PixelRGBA16>());
-    return body(std::type_identity<PixelRGBA32>());
-}
-
 // The checks of data read from outside, depth first whatever the model.
 void requireSupported(cg::ColorSpaceModel model, int bitDepth) {
     if (!supportedDepth(bitDepth))
@@ -97,13 +84,14 @@ PixelBufferDecoder PixelBufferDecoder::decode(const coding::Decoder& decoder) {
     if (premultiplied == false && *model != cg::ColorSpaceModel::monochrome)
         throw ImageCoreError(ImageCoreError::fileReadUnpremultipliedImageDataUnsupported);
     requireSupported(*model, bitDepth);
-    return {withFormat(*model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
-        using T = typename P::ComponentType;
-        auto planes = record.decode<std::vector<ChannelData<T>>>("Channels");
-        std::vector<AnyChannelData> channels(std::make_move_iterator(planes.begin()),
-                                             std::make_move_iterator(planes.end()));
-        return PixelBuffer<P>(size, std::move(channels), false, "");
-    })};
+    return {
+        withPixelFormat(*model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
+            using T = typename P::ComponentType;
+            auto planes = record.decode<std::vector<ChannelData<T>>>("Channels");
+            std::vector<AnyChannelData> channels(std::make_move_iterator(planes.begin()),
+                                                 std::make_move_iterator(planes.end()));
+            return PixelBuffer<P>(size, std::move(channels), false, "");
+        })};
 }
 
 void encode(const PixelBufferType& buffer, coding::Encoder& encoder) {
@@ -115,7 +103,7 @@ namespace PixelBufferFactory {
 PixelBufferType make(cg::ColorSpaceModel model, int bitDepth, const cg::Image& image,
                      const cg::ColorSpace& targetColorSpace, std::string title) {
     stopUnlessSupported(model, bitDepth);
-    return withFormat(model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
+    return withPixelFormat(model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
         return PixelBuffer<P>(image, targetColorSpace, std::move(title));
     });
 }
@@ -123,7 +111,7 @@ PixelBufferType make(cg::ColorSpaceModel model, int bitDepth, const cg::Image& i
 PixelBufferType make(cg::ColorSpaceModel model, int bitDepth, const ci::Image& image,
                      const cg::Rect& extent, std::string title) {
     stopUnlessSupported(model, bitDepth);
-    return withFormat(model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
+    return withPixelFormat(model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
         return PixelBuffer<P>(image, extent, std::move(title));
     });
 }
@@ -131,7 +119,7 @@ PixelBufferType make(cg::ColorSpaceModel model, int bitDepth, const ci::Image& i
 PixelBufferType make(std::vector<AnyChannelData> channelData, bool expand16BitColorRange,
                      IntegralSize size, cg::ColorSpaceModel model, int bitDepth) {
     requireSupported(model, bitDepth);
-    return withFormat(model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
+    return withPixelFormat(model, bitDepth, [&]<class P>(std::type_identity<P>) -> PixelBufferType {
         return PixelBuffer<P>(size, std::move(channelData), expand16BitColorRange);
     });
 }

@@ -18,15 +18,8 @@ PixelBufferType converted(const PixelBufferType& buffer, int bitDepth) {
             if (P::bitDepth == bitDepth) return b;
             if (bitDepth != 8 && bitDepth != 16 && bitDepth != 32)
                 fatalError("Unsupported bit depth.");
-            if constexpr (P::model == cg::ColorSpaceModel::monochrome) {
-                if (bitDepth == 8) return drawnAs<PixelGray8>(b);
-                if (bitDepth == 16) return drawnAs<PixelGray16>(b);
-                return drawnAs<PixelGray32>(b);
-            } else {
-                if (bitDepth == 8) return drawnAs<PixelARGB8>(b);
-                if (bitDepth == 16) return drawnAs<PixelRGBA16>(b);
-                return drawnAs<PixelRGBA32>(b);
-            }
+            return withPixelFormat(P::model, bitDepth,
+                                   [&]<class Q>(std::type_identity<Q>) { return drawnAs<Q>(b); });
         },
         buffer);
 }

@@ -1,5 +1,6 @@
 #include "bic/buffers/surface_pixel_buffer.hpp"
 
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
 #include "bic/platform/draw/context.hpp"
@@ -223,11 +224,8 @@ void SurfacePixelBuffer<P>::encode(coding::Encoder& encoder) const {
     detail::encodeRecord(size_, P::model, P::bitDepth, *this, encoder);
 }
 
-template class SurfacePixelBuffer<PixelARGB8>;
-template class SurfacePixelBuffer<PixelGray8>;
-template class SurfacePixelBuffer<PixelRGBA16>;
-template class SurfacePixelBuffer<PixelGray16>;
-template class SurfacePixelBuffer<PixelRGBA32>;
-template class SurfacePixelBuffer<PixelGray32>;
+#define BIC_INSTANTIATE(P) template class SurfacePixelBuffer<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_INSTANTIATE)
+#undef BIC_INSTANTIATE
 
 } // namespace bic

@@ -1,6 +1,7 @@
 #include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
 #include "bic/geometry/image_core_error.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/ci/context.hpp"
 
 #include <array>
@@ -108,14 +109,13 @@ void compareWithBruteForce(std::mt19937& random, int rounds) {
 
 } // namespace
 
-TEST(FloodFill, MatchesABreadthFirstFillInEveryFormat) {
+template <class P>
+class FloodFillOf : public ::testing::Test {};
+TYPED_TEST_SUITE(FloodFillOf, PixelFormats::Apply<::testing::Types>);
+
+TYPED_TEST(FloodFillOf, MatchesABreadthFirstFill) {
     std::mt19937 random(2026);
-    compareWithBruteForce<PixelARGB8>(random, 150);
-    compareWithBruteForce<PixelGray8>(random, 150);
-    compareWithBruteForce<PixelRGBA16>(random, 150);
-    compareWithBruteForce<PixelGray16>(random, 150);
-    compareWithBruteForce<PixelRGBA32>(random, 150);
-    compareWithBruteForce<PixelGray32>(random, 150);
+    compareWithBruteForce<TypeParam>(random, 150);
 }
 
 TEST(FloodFill, EdgeCases) {

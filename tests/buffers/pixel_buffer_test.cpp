@@ -60,6 +60,30 @@ TEST(PixelBuffer, RenderingImagesIntoBuffers) {
     EXPECT_EQ(PixelBuffer<PixelRGBA32>(rgbaf.image(), cg::Rect(0, 0, 7, 5)), rgbaf);
 }
 
+template <class P>
+class PixelBufferOf : public ::testing::Test {};
+TYPED_TEST_SUITE(PixelBufferOf, test_support::EachPixelFormat);
+
+// Every way out of a buffer and back in keeps its pixels: its image, its channel planes plain
+// and deflated, a surface buffer, and conversion to its own depth.
+TYPED_TEST(PixelBufferOf, KeepsItsPixelsThroughImagesPlanesAndSurfaces) {
+    using P = TypeParam;
+    const auto buffer = filled<P>(7, 5, 11);
+    const cg::Rect extent(0, 0, 7, 5);
+    EXPECT_EQ(PixelBuffer<P>(buffer.image(), extent), buffer);
+    for (auto compression : {ChannelDataCompressionType::none, ChannelDataCompressionType::zip}) {
+        const auto planes =
+            buffer.compressedChannels(false, compression, PredictionType::paeth, false);
+        EXPECT_EQ(planes.size(), std::size_t(P::componentCount));
+        EXPECT_EQ(PixelBuffer<P>(buffer.size(), planes, false), buffer);
+    }
+    const SurfacePixelBuffer<P> surface(buffer.image(), extent);
+    EXPECT_EQ(PixelBuffer<P>(surface.image(), extent), buffer);
+    EXPECT_TRUE(equal(converted(buffer, P::bitDepth), PixelBufferType(buffer)));
+    EXPECT_EQ(buffer.bytesPerRow() % 16, 0);
+    EXPECT_GE(buffer.pixelsPerRow(), 7);
+}
+
 TEST(PixelBuffer, ExtentsCropsAndTests) {
     PixelBuffer<PixelARGB8> b(IntegralSize(5, 4), cg::ColorSpace::deviceRGB());
     EXPECT_EQ(b.visibleExtent(), cg::Rect::zero());

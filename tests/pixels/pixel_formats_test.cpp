@@ -1,3 +1,4 @@
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/coding/formats.hpp"
 
@@ -161,9 +162,7 @@ TEST(PixelFormats, MalformedSerialisedPixels) {
 template <class T>
 class SerialisedRoundTrip : public ::testing::Test {};
 
-using Serialisable =
-    ::testing::Types<PixelARGB8, PixelGray8, PixelRGBA16, PixelGray16, PixelRGBA32, PixelGray32>;
-TYPED_TEST_SUITE(SerialisedRoundTrip, Serialisable);
+TYPED_TEST_SUITE(SerialisedRoundTrip, PixelFormats::Apply<::testing::Types>);
 
 TYPED_TEST(SerialisedRoundTrip, ThroughBothPropertyListsAndJSON) {
     std::vector<TypeParam> samples;

@@ -2,10 +2,15 @@
 // Buffers of reproducible random pixels for the buffer tests.
 
 #include "bic/buffers/pixel_buffer.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 
+#include <gtest/gtest.h>
 #include <random>
 
 namespace bic::test_support {
+
+/// The six formats, for typed test suites.
+using EachPixelFormat = PixelFormats::Apply<::testing::Types>;
 
 /// Premultiplied colours with random alpha, or random greys.
 template <Pixel P>

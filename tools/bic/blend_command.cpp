@@ -35,14 +35,10 @@ int bitDepthOf(const PixelBufferType& buffer) {
 
 // The bottom layer's size and depth, in colour.
 PixelBufferType flattened(const ci::Image& image, const cg::Rect& extent, int bitDepth) {
-    switch (bitDepth) {
-    case 8:
-        return PixelBuffer<PixelARGB8>(image, extent);
-    case 16:
-        return PixelBuffer<PixelRGBA16>(image, extent);
-    default:
-        return PixelBuffer<PixelRGBA32>(image, extent);
-    }
+    return withPixelFormat(cg::ColorSpaceModel::rgb, bitDepth,
+                           [&]<class P>(std::type_identity<P>) -> PixelBufferType {
+                               return PixelBuffer<P>(image, extent);
+                           });
 }
 
 } // namespace

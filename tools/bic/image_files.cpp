@@ -85,14 +85,9 @@ PixelBufferType toBuffer(const Raster& r, const std::string& title) {
 }
 
 PixelBufferType toBuffer(const Raster& r, const std::string& title) {
-    if (r.channels == 1) {
-        if (r.depth == 8) return toBuffer<PixelGray8>(r, title);
-        if (r.depth == 16) return toBuffer<PixelGray16>(r, title);
-        return toBuffer<PixelGray32>(r, title);
-    }
-    if (r.depth == 8) return toBuffer<PixelARGB8>(r, title);
-    if (r.depth == 16) return toBuffer<PixelRGBA16>(r, title);
-    return toBuffer<PixelRGBA32>(r, title);
+    return withPixelFormat(
+        r.channels == 1 ? cg::ColorSpaceModel::monochrome : cg::ColorSpaceModel::rgb, r.depth,
+        [&]<class P>(std::type_identity<P>) { return toBuffer<P>(r, title); });
 }
 
 Raster toRaster(const PixelBufferType& buffer, bool premultiplied) {

@@ -6,6 +6,7 @@
 // Accumulators lock nothing of their own and are used from one thread at a time; pixel access to
 // surface-backed ones goes through the surface's locks.
 
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/ci/image.hpp"
@@ -114,11 +115,8 @@ std::shared_ptr<ImageAccumulator> makeSystemImageAccumulator(const cg::Rect& ext
 std::shared_ptr<ImageAccumulator> makeImageAccumulator(const cg::Rect& extent, int bitDepth,
                                                        bool isMask);
 
-extern template class SurfaceImageAccumulator<PixelARGB8>;
-extern template class SurfaceImageAccumulator<PixelGray8>;
-extern template class SurfaceImageAccumulator<PixelRGBA16>;
-extern template class SurfaceImageAccumulator<PixelGray16>;
-extern template class SurfaceImageAccumulator<PixelRGBA32>;
-extern template class SurfaceImageAccumulator<PixelGray32>;
+#define BIC_EXTERN_SURFACE_ACCUMULATOR(P) extern template class SurfaceImageAccumulator<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_EXTERN_SURFACE_ACCUMULATOR)
+#undef BIC_EXTERN_SURFACE_ACCUMULATOR
 
 } // namespace bic

@@ -4,6 +4,7 @@
 // returns.
 
 #include "bic/accumulators/image_accumulator.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/draw/context.hpp"
 
 #include <variant>
@@ -85,11 +86,8 @@ std::shared_ptr<AnyMemoryImageAccumulator>
 makeMemoryImageAccumulator(int bitDepth, const cg::Rect& extent, bool isMask,
                            std::optional<std::string> title = {});
 
-extern template class MemoryImageAccumulator<PixelARGB8>;
-extern template class MemoryImageAccumulator<PixelGray8>;
-extern template class MemoryImageAccumulator<PixelRGBA16>;
-extern template class MemoryImageAccumulator<PixelGray16>;
-extern template class MemoryImageAccumulator<PixelRGBA32>;
-extern template class MemoryImageAccumulator<PixelGray32>;
+#define BIC_EXTERN_MEMORY_ACCUMULATOR(P) extern template class MemoryImageAccumulator<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_EXTERN_MEMORY_ACCUMULATOR)
+#undef BIC_EXTERN_MEMORY_ACCUMULATOR
 
 } // namespace bic

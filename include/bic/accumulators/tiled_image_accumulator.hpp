@@ -3,6 +3,7 @@
 // accumulator, made only where something has been rendered.
 
 #include "bic/accumulators/image_accumulator.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 
 #include <unordered_map>
 
@@ -50,11 +51,8 @@ private:
         tiles_;
 };
 
-extern template class TiledImageAccumulator<PixelARGB8>;
-extern template class TiledImageAccumulator<PixelGray8>;
-extern template class TiledImageAccumulator<PixelRGBA16>;
-extern template class TiledImageAccumulator<PixelGray16>;
-extern template class TiledImageAccumulator<PixelRGBA32>;
-extern template class TiledImageAccumulator<PixelGray32>;
+#define BIC_EXTERN_TILED_ACCUMULATOR(P) extern template class TiledImageAccumulator<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_EXTERN_TILED_ACCUMULATOR)
+#undef BIC_EXTERN_TILED_ACCUMULATOR
 
 } // namespace bic

@@ -9,6 +9,7 @@
 #include "bic/buffers/channel_data.hpp"
 #include "bic/geometry/integral_geometry.hpp"
 #include "bic/paths/path.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/ci/image.hpp"
 #include "bic/platform/draw/context.hpp"
@@ -147,11 +148,8 @@ private:
     std::shared_ptr<Storage> storage_;
 };
 
-extern template class PixelBuffer<PixelARGB8>;
-extern template class PixelBuffer<PixelGray8>;
-extern template class PixelBuffer<PixelRGBA16>;
-extern template class PixelBuffer<PixelGray16>;
-extern template class PixelBuffer<PixelRGBA32>;
-extern template class PixelBuffer<PixelGray32>;
+#define BIC_EXTERN_PIXEL_BUFFER(P) extern template class PixelBuffer<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_EXTERN_PIXEL_BUFFER)
+#undef BIC_EXTERN_PIXEL_BUFFER
 
 } // namespace bic

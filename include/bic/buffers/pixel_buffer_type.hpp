@@ -3,18 +3,22 @@
 
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/buffers/surface_pixel_buffer.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 
 #include <optional>
 #include <variant>
 
 namespace bic {
 
-using PixelBufferType =
-    std::variant<PixelBuffer<PixelARGB8>, PixelBuffer<PixelGray8>, PixelBuffer<PixelRGBA16>,
-                 PixelBuffer<PixelGray16>, PixelBuffer<PixelRGBA32>, PixelBuffer<PixelGray32>,
-                 SurfacePixelBuffer<PixelARGB8>, SurfacePixelBuffer<PixelGray8>,
-                 SurfacePixelBuffer<PixelRGBA16>, SurfacePixelBuffer<PixelGray16>,
-                 SurfacePixelBuffer<PixelRGBA32>, SurfacePixelBuffer<PixelGray32>>;
+namespace detail {
+template <class... P>
+auto bufferVariant(PixelFormatList<P...>)
+    -> std::variant<PixelBuffer<P>..., SurfacePixelBuffer<P>...>;
+}
+
+/// The owned buffers of the six formats, then the surface buffers, in the order of
+/// `PixelFormats`.
+using PixelBufferType = decltype(detail::bufferVariant(PixelFormats()));
 
 /// The buffer at another depth of the same model (itself at its own depth), drawn through its
 /// image into the same kind of buffer. Another depth than 8, 16 or 32 stops the process.

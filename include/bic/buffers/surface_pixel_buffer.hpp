@@ -11,6 +11,7 @@
 
 #include "bic/buffers/channel_data.hpp"
 #include "bic/geometry/integral_geometry.hpp"
+#include "bic/pixels/pixel_format_list.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/ci/image.hpp"
 #include "bic/platform/draw/image.hpp"
@@ -148,11 +149,8 @@ private:
     std::shared_ptr<Caches> caches_;
 };
 
-extern template class SurfacePixelBuffer<PixelARGB8>;
-extern template class SurfacePixelBuffer<PixelGray8>;
-extern template class SurfacePixelBuffer<PixelRGBA16>;
-extern template class SurfacePixelBuffer<PixelGray16>;
-extern template class SurfacePixelBuffer<PixelRGBA32>;
-extern template class SurfacePixelBuffer<PixelGray32>;
+#define BIC_EXTERN_SURFACE_PIXEL_BUFFER(P) extern template class SurfacePixelBuffer<P>;
+BIC_EACH_PIXEL_FORMAT(BIC_EXTERN_SURFACE_PIXEL_BUFFER)
+#undef BIC_EXTERN_SURFACE_PIXEL_BUFFER
 
 } // namespace bic
