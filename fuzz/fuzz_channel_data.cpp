@@ -2,7 +2,7 @@
 // then survive coding again, or fails with the codec's errors and is left as it was.
 
 #include "bic/buffers/channel_data.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/coding/compression.hpp"
 
 #include <cstdint>

@@ -4,7 +4,7 @@
 // buffer of the recorded size or one of the documented errors.
 
 #include "bic/buffers/pixel_buffer_record.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "fuzz_input.hpp"

@@ -2,7 +2,7 @@
 
 #include "../kernels/operation_kernels.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/memory.hpp"
@@ -220,14 +220,18 @@ void CDTImageProcessorKernel::process(const std::vector<ci::ProcessorInput>& inp
 ci::Image distanceMap(const ci::Image& mask, const cg::Rect& extent, double searchLimitRadius) {
     require(isUsable(extent));
     const auto prepared = kernels::prepareDT(mask, extent);
-    if (!prepared) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!prepared)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "the distance seed kernel gave no image");
     const auto raw = ci::ProcessorKernel::apply(
         std::make_shared<CDTImageProcessorKernel>(), extent, {*prepared},
         {{"extent", rectArgument(extent)},
          {"searchLimitRadius", searchLimitRadius},
          {"cache", std::shared_ptr<ci::ArgumentObject>(
                        std::make_shared<ImageProcessingKernelCache<bool>>())}});
-    if (!raw) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!raw)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "the chamfer distance kernel gave no image");
     return greyFromRed(*raw);
 }
 
@@ -269,7 +273,9 @@ ci::Image edtMap(const ci::Image& image, const cg::Rect& extent, double searchLi
     const auto raw = ci::ProcessorKernel::apply(
         std::make_shared<EDT>(), extent, {image},
         {{"extent", rectArgument(extent)}, {"searchLimitRadius", searchLimitRadius}});
-    if (!raw) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!raw)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "the Euclidean distance kernel gave no image");
     return greyFromRed(*raw);
 }
 

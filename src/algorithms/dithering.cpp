@@ -2,7 +2,7 @@
 
 #include "../kernels/operation_kernels.hpp"
 #include "bic/algorithms/procedural.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "processing_support.hpp"
 
 #include <cmath>
@@ -161,7 +161,8 @@ ci::Image dithered(const ci::Image& image, DitheringMethod method) {
     auto raw =
         ci::ProcessorKernel::apply(std::make_shared<DitherImageProcesorKernel>(region), region,
                                    {image}, {{"method", method == DitheringMethod::atkinson}});
-    if (!raw) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!raw)
+        throw ImageCoreError(ImageCoreError::unknownError, "the dithering kernel gave no image");
     return detail::greyFromRed(*raw);
 }
 

@@ -5,7 +5,7 @@
 #include "bic/algorithms/histogram.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
 #include "bic/compositing/image_operations.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
@@ -82,7 +82,7 @@ ci::Image bic_antiAliasEdges(const ci::Image& mask, const ci::Image& maxDistance
             .cropped(maxDistanceMask.extent());
     const ci::Image clampedSoft = bic_saturated(soft).cropped(mask.extent());
     const auto edge = kernels::sobel(mask.clamped(mask.extent()));
-    if (!edge) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!edge) throw ImageCoreError(ImageCoreError::unknownError, "the edge kernel gave no image");
     const ci::Image edges = bic_multiplied(*edge, mask).cropped(mask.extent());
     return bic_mixWithMask(clampedSoft, mask, edges);
 }
@@ -151,7 +151,9 @@ void FloodFillOperation::fill(const IntegralPoint& seed, std::optional<PixelARGB
         used = seedColor.value_or(pixels[std::size_t(seedRow * image->pixelsPerRow() + seedX)]);
         mask->withUnsafeMutableBuffer([&](PixelGray8* bytes, std::int64_t, std::int64_t,
                                           std::int64_t maskStride) {
-            if (!bytes) throw ImageCoreError(ImageCoreError::internalInconsistency);
+            if (!bytes)
+                throw ImageCoreError(ImageCoreError::internalInconsistency,
+                                     "the mask buffer gave no memory to write");
             detail::scanlineFill(
                 pixels.data(), image->pixelsPerRow(), reinterpret_cast<std::uint8_t*>(bytes),
                 maskStride, column(clip.minX()), column(clip.maxX()), memoryRow(clip.maxY()) + 1,
@@ -236,7 +238,8 @@ void FloodFillProcessorKernel::process(const std::vector<ci::ProcessorInput>& in
     processInPlaceThenCopy(inputs, output, *cache, [&](io::Surface& surface) {
         const std::int64_t w = surface.width(), h = surface.height();
         if (seedX < 0 || seedRow < 0 || seedX >= w || seedRow >= h)
-            throw ImageCoreError(ImageCoreError::unknownError);
+            throw ImageCoreError(ImageCoreError::unknownError,
+                                 "the seed lies outside the rendered input");
         // Pixels as 4-byte words: equal bytes are equal words whatever their order.
         auto* pixels = reinterpret_cast<PixelARGB8*>(surface.baseAddress());
         const std::int64_t stride = surface.bytesPerRow() / 4;
@@ -263,7 +266,9 @@ ci::Image floodFillMask(const ci::Image& image, const cg::Rect& area, const Inte
         !extent.contains(cg::Point{double(location.x), double(location.y)}))
         throw ImageCoreError(ImageCoreError::parameterError);
     const auto c = color(image, location);
-    if (!c) throw ImageCoreError(ImageCoreError::internalInconsistency);
+    if (!c)
+        throw ImageCoreError(ImageCoreError::internalInconsistency,
+                             "no colour could be read at the seed");
     const ci::Image d = closeness(image, c->ciColor());
     const ci::Image thresholded = bic_threshold(d, 1 - t);
     const ci::Image similar =
@@ -278,7 +283,8 @@ ci::Image floodFillMask(const ci::Image& image, const cg::Rect& area, const Inte
          {"location", std::vector<double>{double(location.x) - extent.minX(), row}},
          {"cache", std::shared_ptr<ci::ArgumentObject>(
                        std::make_shared<ImageProcessingKernelCache<bool>>())}});
-    if (!flooded) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!flooded)
+        throw ImageCoreError(ImageCoreError::unknownError, "the flood-fill kernel gave no image");
     const ci::Image result =
         ci::colorMatrix(*flooded,
                         {{1, 0, 0, 0}, {1, 0, 0, 0}, {1, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}})

@@ -3,7 +3,7 @@
 #include "bic/accumulators/image_accumulator.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
 #include "bic/buffers/pixel_buffer.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "processing_support.hpp"
@@ -301,7 +301,8 @@ ci::Image equalized(const ci::Image& image, std::int64_t bucketCount) {
         {{"extent", rectArgument(extent)},
          {"bucketCount", double(bucketCount)},
          {"cache", std::shared_ptr<ci::ArgumentObject>(std::make_shared<EqualizationCache>())}});
-    if (!result) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!result)
+        throw ImageCoreError(ImageCoreError::unknownError, "the equalisation kernel gave no image");
     return *result;
 }
 

@@ -1,9 +1,10 @@
 #include "bic/algorithms/kernel_cache.hpp"
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 namespace bic {
 
@@ -18,21 +19,12 @@ void processInPlaceThenCopy(const std::vector<ci::ProcessorInput>& inputs,
         // Tiles of one application arrive together: the look-up, the work and the record of
         // its result happen as one step, so the first computes and the others find its result.
         std::lock_guard serial(cache.workMutex());
-        std::uint32_t seed = 0;
         // A look under a read lock: releasing a write lock would move the seed on.
-        if (!surface.lock(io::LockOptions::readOnly, &seed))
-            throw ImageCoreError(ImageCoreError::internalInconsistency);
-        surface.unlock(io::LockOptions::readOnly);
+        std::uint32_t seed = io::SurfaceLock(std::as_const(surface)).seed();
         if (cache.value({input.digest, surface.id(), seed}) != true) {
-            if (!surface.lock(io::LockOptions::readWrite))
-                throw ImageCoreError(ImageCoreError::internalInconsistency);
-            try {
-                compute(surface);
-            } catch (...) {
-                surface.unlock(io::LockOptions::readWrite);
-                throw;
-            }
-            surface.unlock(io::LockOptions::readWrite, &seed);
+            io::SurfaceLock writing(surface, io::LockOptions::readWrite);
+            compute(surface);
+            seed = writing.release();
             cache.setValue({input.digest, surface.id(), seed}, true);
         }
     }

@@ -2,7 +2,7 @@
 // Small pieces the pixel algorithms share: argument checks, rectangles passed to processor
 // kernels, and the grey form of a one-channel result.
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/ci/processor_kernel.hpp"

@@ -1,6 +1,6 @@
 #include "bic/buffers/channel_data.hpp"
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/coding/compression.hpp"
 #include "bic/platform/core/memory.hpp"
 
@@ -310,7 +310,10 @@ void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
         break;
     case ChannelDataCompressionType::rle: {
         if (std::int64_t(scanlineByteCounts.size()) != height)
-            throw ImageCoreError(ImageCoreError::unknownError);
+            throw ImageCoreError(ImageCoreError::unknownError,
+                                 "a run-length plane has " +
+                                     std::to_string(scanlineByteCounts.size()) +
+                                     " row byte counts for " + std::to_string(height) + " rows");
         const std::size_t rowBytes = std::size_t(width) * sizeof(T);
         std::int64_t offset = 0;
         std::size_t written = 0;

@@ -1,6 +1,6 @@
 #include "bic/buffers/pixel_buffer.hpp"
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/cg/color_transform.hpp"
 #include "bic/platform/ci/context.hpp"
@@ -67,7 +67,9 @@ void PixelBuffer<P>::allocate(const cg::ColorSpace& space) {
     }
     storage_->context = cg::Context::bitmap(storage_->bytes->data(), size_.width, size_.height,
                                             P::bitDepth, bytesPerRow, space, P::bitmapInfo);
-    if (!storage_->context) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!storage_->context)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "no drawing context for the buffer's pixel format");
 }
 
 template <Pixel P>

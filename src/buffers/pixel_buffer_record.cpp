@@ -1,6 +1,6 @@
 #include "bic/buffers/pixel_buffer_record.hpp"
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "pixel_rows.hpp"
 
 #include <array>

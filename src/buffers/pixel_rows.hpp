@@ -5,7 +5,7 @@
 
 #include "bic/buffers/channel_data.hpp"
 #include "bic/buffers/pixel_buffer.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/cg/color_transform.hpp"
 #include "bic/platform/core/memory.hpp"
 

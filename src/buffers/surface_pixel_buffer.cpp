@@ -32,13 +32,16 @@ void SurfacePixelBuffer<P>::allocate() {
         throw ImageCoreError(ImageCoreError::parameterError);
     const std::int64_t element = sizeof(P);
     const std::int64_t rowBytes = io::Surface::alignBytesPerRow(size_.width * element);
-    if (rowBytes % element != 0) throw ImageCoreError(ImageCoreError::unknownError);
+    if (rowBytes % element != 0)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "the surface's row length is not a whole number of pixels");
     surface_ = io::Surface::make({.width = size_.width,
                                   .height = size_.height,
                                   .pixelFormat = surfacePixelFormat<P>(),
                                   .bytesPerElement = element,
                                   .bytesPerRow = rowBytes});
-    if (!surface_) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!surface_)
+        throw ImageCoreError(ImageCoreError::unknownError, "the surface could not be created");
     pixelsPerRow_ = rowBytes / element;
     caches_ = std::make_shared<Caches>();
 }
@@ -61,7 +64,9 @@ SurfacePixelBuffer<P>::SurfacePixelBuffer(const cg::Image& image,
     const io::SurfaceLock lock(*surface_, io::LockOptions::readWrite);
     auto context = cg::Context::bitmap(surface_->baseAddress(), size_.width, size_.height,
                                        P::bitDepth, surface_->bytesPerRow(), space, P::bitmapInfo);
-    if (!context) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!context)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "no drawing context for the surface's pixel format");
     context->setBlendMode(cg::BlendMode::copy);
     context->draw(image, cg::Rect(0, 0, double(size_.width), double(size_.height)));
 }
@@ -122,7 +127,7 @@ ci::Image SurfacePixelBuffer<P>::image() const {
     // Made outside the cache's lock: taking the snapshot waits for a writer, which may itself
     // be asking the caches for something.
     auto image = ci::Image::fromSurface(surface_);
-    if (!image) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!image) throw ImageCoreError(ImageCoreError::unknownError, "the surface gave no image");
     std::lock_guard guard(caches_->mutex);
     if (!caches_->image) caches_->image = *image;
     return *caches_->image;

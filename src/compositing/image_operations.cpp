@@ -1,7 +1,7 @@
 #include "bic/compositing/image_operations.hpp"
 
 #include "../kernels/operation_kernels.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/core/fatal.hpp"
 

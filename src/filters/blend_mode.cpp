@@ -4,11 +4,11 @@
 #include "bic/filters/blend_mode_filters.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/coding/errors.hpp"
+#include "bic/platform/core/diagnostics.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/resources/localization.hpp"
 #include "blend_mode_table.hpp"
 
-#include <cstdio>
 #include <utility>
 
 namespace bic {
@@ -175,16 +175,14 @@ std::optional<BlendMode> BlendMode::fromRawValue(int rawValue) {
 
 std::optional<BlendMode> BlendMode::fromName(std::string_view name) {
     if (auto mode = byName(name)) return mode;
-    std::printf("Unsupported blend mode name.\n");
-    std::fflush(stdout);
+    diagnostic("Unsupported blend mode name.");
     return std::nullopt;
 }
 
 std::optional<BlendMode> BlendMode::fromPSDKey(std::string_view key) {
     for (const detail::BlendModeRow& row : detail::blendModeRows())
         if (row.key == key) return row.mode;
-    std::printf("Unsupported blend mode name %.*s.\n", int(key.size()), key.data());
-    std::fflush(stdout);
+    diagnostic("Unsupported blend mode name " + std::string(key) + ".");
     return std::nullopt;
 }
 

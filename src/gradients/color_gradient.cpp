@@ -1,6 +1,6 @@
 #include "bic/gradients/color_gradient.hpp"
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/cg/color.hpp"
 #include "bic/resources/localization.hpp"
 
@@ -375,7 +375,8 @@ void ColorGradient::convertColorSpace(const cg::ColorSpace& from, const cg::Colo
             from, {double(c.red()), double(c.green()), double(c.blue()), double(c.alpha())});
         const auto matched = color ? color->matched(to, intent) : std::nullopt;
         if (!matched || matched->components().size() < 4)
-            throw ImageCoreError(ImageCoreError::unknownError);
+            throw ImageCoreError(ImageCoreError::unknownError,
+                                 "a stop colour could not be matched to the target colour space");
         const auto& m = matched->components();
         stop.color = {float(m[0]), float(m[1]), float(m[2]), 1.0f};
     }

@@ -3,20 +3,20 @@
 
 #include "bic/algorithms/dithering.hpp"
 #include "bic/compositing/image_operations.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/filters/gradient_filters.hpp"
-#include "bic/geometry/image_core_error.hpp"
 #include "bic/gradients/gradient_mapping.hpp"
 #include "bic/graph/image_operations.hpp"
 #include "bic/platform/cg/color.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/coding/formats.hpp"
+#include "bic/platform/core/diagnostics.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/ns/image.hpp"
 #include "bic/platform/ns/pasteboard.hpp"
 #include "bic/resources/bundle.hpp"
 
 #include <cmath>
-#include <cstdio>
 #include <set>
 
 namespace bic {
@@ -55,7 +55,8 @@ std::optional<ci::Image> mapped(const ci::Image& image, const ColorGradient& to)
 
 Image mapped(const Image& image, const ColorGradient& to) {
     auto result = mapped(image.ciImage, to);
-    if (!result) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!result)
+        throw ImageCoreError(ImageCoreError::unknownError, "the gradient-map kernel gave no image");
     return Image(*std::move(result));
 }
 
@@ -130,7 +131,7 @@ cg::Gradient ColorGradient::drawingGradient(const cg::ColorSpace& colorSpace) co
         // location.
         auto color = cg::Color::make(colorSpace, {c.red(), c.green(), c.blue(), alpha});
         if (!color) {
-            std::printf("Failed to create color in colorSpace %s\n", describe(colorSpace).c_str());
+            diagnostic("Failed to create color in colorSpace " + describe(colorSpace));
             color = cg::Color::deviceRGB(c.red(), c.green(), c.blue(), alpha);
         }
         gradient.colors.push_back(*color);
@@ -156,7 +157,8 @@ void ColorGradient::writeToPasteboard() const {
     try {
         data = coding::encodePropertyList(*this);
     } catch (const coding::EncodingError&) {
-        throw ImageCoreError(ImageCoreError::internalInconsistency);
+        throw ImageCoreError(ImageCoreError::internalInconsistency,
+                             "the gradient could not be encoded for the pasteboard");
     }
     pasteboard->setData(colorGradientDataType(), std::move(data));
     const ns::Image preview({256, 256}, false, [this](const cg::Rect& rect) {
@@ -174,7 +176,8 @@ bool ColorGradient::canReadFromPasteboard() {
 
 ColorGradient ColorGradient::readFromPasteboard() {
     const auto data = ns::Pasteboard::general()->data(colorGradientDataType());
-    if (!data) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!data)
+        throw ImageCoreError(ImageCoreError::unknownError, "the pasteboard holds no gradient");
     return coding::decodePropertyList<ColorGradient>(*data);
 }
 

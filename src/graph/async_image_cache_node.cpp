@@ -1,10 +1,10 @@
 #include "bic/graph/async_image_cache_node.hpp"
 
+#include "bic/platform/core/diagnostics.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/type_name.hpp"
 #include "bic/resources/bundle.hpp"
 
-#include <cstdio>
 #include <random>
 #include <utility>
 
@@ -36,9 +36,8 @@ void debugPrint(const std::string& text) {
             out += c;
         }
     }
-    out += "\"\n";
-    std::fwrite(out.data(), 1, out.size(), stdout);
-    std::fflush(stdout);
+    out += '"';
+    diagnostic(out);
 }
 
 // Adds a dirty rectangle. Rectangles inside another are dropped and a long list collapses into

@@ -2,7 +2,7 @@
 
 #include "bic/algorithms/distance_transform.hpp"
 #include "bic/compositing/image_operations.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/core/fatal.hpp"
 
@@ -150,7 +150,8 @@ Image mapped(const Image& image, const V& curve) { return mapped(image, curve, c
 
 Image mapped(const Image& image, const V& redMap, const V& greenMap, const V& blueMap) {
     auto result = mapped(image.ciImage, redMap, greenMap, blueMap);
-    if (!result) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!result)
+        throw ImageCoreError(ImageCoreError::unknownError, "the colour-map kernel gave no image");
     return with(image, *result);
 }
 

@@ -1,6 +1,6 @@
 #include "bic/paths/path.hpp"
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 
 #include <charconv>
 #include <cmath>
@@ -111,20 +111,26 @@ void Path::moveTo(cg::Point p) {
 }
 
 void Path::lineTo(cg::Point p) {
-    if (current().points.empty()) throw ImageCoreError(ImageCoreError::internalInconsistency);
+    if (current().points.empty())
+        throw ImageCoreError(ImageCoreError::internalInconsistency,
+                             "a line needs a current point: move to one first");
     subpaths.back().points.push_back(Point(p));
 }
 
 void Path::curveTo(cg::Point to, cg::Point controlPoint1, cg::Point controlPoint2) {
     Subpath& s = current();
-    if (s.points.empty()) throw ImageCoreError(ImageCoreError::internalInconsistency);
+    if (s.points.empty())
+        throw ImageCoreError(ImageCoreError::internalInconsistency,
+                             "a curve needs a current point: move to one first");
     s.points.back().controlPoint[1] = controlPoint1;
     s.points.push_back(Point(to, {controlPoint2, to}));
 }
 
 void Path::closeSubPath() {
     Subpath& s = current();
-    if (s.points.empty()) throw ImageCoreError(ImageCoreError::internalInconsistency);
+    if (s.points.empty())
+        throw ImageCoreError(ImageCoreError::internalInconsistency,
+                             "closing needs a current subpath: move to a point first");
     s.isClosed = true;
     subpaths.emplace_back();
 }

@@ -1,4 +1,4 @@
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/pixels/color_management.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/ns/pasteboard.hpp"
@@ -54,9 +54,13 @@ RGBA convert(const RGBA& rgba, const cg::ColorSpace& from, const cg::ColorSpace&
     if (from.model() != cg::ColorSpaceModel::rgb || to.model() != cg::ColorSpaceModel::rgb)
         throw ImageCoreError(ImageCoreError::parameterError);
     const auto color = cg::Color::make(from, {rgba[0], rgba[1], rgba[2], rgba[3]});
-    if (!color) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!color)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "the components do not make a colour of the source space");
     const auto matched = color->matched(to, intent);
-    if (!matched) throw ImageCoreError(ImageCoreError::unknownError);
+    if (!matched)
+        throw ImageCoreError(ImageCoreError::unknownError,
+                             "the colour could not be matched to the target colour space");
     const auto& c = matched->components();
     if (c.size() != 4) throw ImageCoreError(ImageCoreError::parameterError);
     return {float(c[0]), float(c[1]), float(c[2]), float(c[3])};

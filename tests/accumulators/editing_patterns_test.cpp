@@ -3,7 +3,7 @@
 
 #include "bic/accumulators/memory_image_accumulator.hpp"
 #include "bic/accumulators/tiled_image_accumulator.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/ci/processor_kernel.hpp"

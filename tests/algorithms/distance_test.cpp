@@ -1,6 +1,6 @@
 #include "bic/algorithms/distance_transform.hpp"
 #include "bic/compositing/image_operations.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/graph/image_operations.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "support/render.hpp"

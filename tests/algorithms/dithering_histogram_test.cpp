@@ -1,6 +1,6 @@
 #include "bic/algorithms/dithering.hpp"
 #include "bic/algorithms/histogram.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "support/render.hpp"
 

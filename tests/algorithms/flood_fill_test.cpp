@@ -1,6 +1,6 @@
 #include "bic/algorithms/flood_fill.hpp"
 #include "bic/algorithms/kernel_cache.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/ci/context.hpp"
 

@@ -1,5 +1,5 @@
 #include "bic/buffers/channel_data.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/platform/coding/compression.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "support/expect_error.hpp"

@@ -1,5 +1,5 @@
 #include "bic/buffers/pixel_buffer_type.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "support/buffers.hpp"
 #include "support/expect_error.hpp"
 

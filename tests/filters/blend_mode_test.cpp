@@ -3,6 +3,7 @@
 #include "bic/filters/blend_mode_filters.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/coding/formats.hpp"
+#include "bic/platform/core/diagnostics.hpp"
 #include "bic/resources/localization.hpp"
 
 #include <algorithm>
@@ -10,7 +11,9 @@
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <random>
+#include <thread>
 #include <unordered_set>
 
 using namespace bic;
@@ -240,6 +243,28 @@ TEST(BlendMode, UnknownNamesAndKeysPrintOneLine) {
     EXPECT_FALSE(mode);
     EXPECT_EQ(captureStdout([&] { mode = BlendMode::fromName("Color Burn"); }), "");
     EXPECT_EQ(mode, BlendMode::colorBurn);
+}
+
+TEST(BlendMode, DiagnosticLinesGoToTheHostsSink) {
+    std::vector<std::string> lines;
+    std::mutex mutex;
+    const auto previous = setDiagnosticSink([&](std::string_view line) {
+        std::lock_guard lock(mutex);
+        lines.emplace_back(line);
+    });
+    EXPECT_FALSE(previous) << "standard output is the default";
+    const std::string printed = captureStdout([] {
+        // From several threads at once, as renders report.
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([] { EXPECT_FALSE(BlendMode::fromPSDKey("nope")); });
+        for (auto& t : threads)
+            t.join();
+    });
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(lines, std::vector<std::string>(4, "Unsupported blend mode name nope."));
+    EXPECT_TRUE(setDiagnosticSink({}));
+    EXPECT_EQ(captureStdout([] { BlendMode::fromName("nope"); }), "Unsupported blend mode name.\n");
 }
 
 TEST(BlendMode, SerialisedAsTheDisplayName) {

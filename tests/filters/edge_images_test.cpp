@@ -3,7 +3,7 @@
 // whatever it gives must render to finite values.
 
 #include "bic/compositing/image_operations.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/gradients/gradient_mapping.hpp"
 #include "bic/graph/image_operations.hpp"
 #include "bic/platform/ci/context.hpp"

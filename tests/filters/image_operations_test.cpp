@@ -1,5 +1,5 @@
 #include "bic/compositing/image_operations.hpp"
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/graph/image_operations.hpp"
 #include "bic/platform/ci/context.hpp"
 

@@ -1,4 +1,4 @@
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/paths/path.hpp"
 #include "bic/paths/path_drawing.hpp"
 #include "support/expect_error.hpp"

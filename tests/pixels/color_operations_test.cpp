@@ -1,4 +1,4 @@
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 #include "bic/platform/ns/pasteboard.hpp"
 

@@ -79,6 +79,37 @@ TEST(Surface, IDsAreUniqueAndSeedsChangeAfterWrites) {
     EXPECT_EQ(s->seed(), seen);
 }
 
+TEST(SurfaceLock, ScopesReadThroughConstAndReleaseEarlyWithTheNewSeed) {
+    const auto s = Surface::make(props(4, 4, surface_format::argb8));
+    const std::uint32_t first = s->seed();
+    {
+        const Surface& constant = *s;
+        const SurfaceLock reading(constant);
+        EXPECT_EQ(reading.seed(), first);
+        // Another thread may read alongside but not write.
+        std::thread([&] {
+            EXPECT_TRUE(s->lockForReading());
+            EXPECT_TRUE(s->unlockReading());
+        }).join();
+    }
+    std::uint32_t after = 0;
+    {
+        SurfaceLock writing(*s, LockOptions::readWrite);
+        s->baseAddress()[0] = 1;
+        after = writing.release();
+        EXPECT_NE(after, first);
+        EXPECT_EQ(writing.release(), after) << "a second release does nothing";
+        // Released: another thread can write now, while the lock object still exists.
+        std::thread([&] {
+            SurfaceLock other(*s, LockOptions::readWrite);
+            s->baseAddress()[0] = 2;
+        }).join();
+    }
+    EXPECT_NE(s->seed(), after) << "the other writer moved it on; the scope end unlocked nothing";
+    EXPECT_FALSE(s->unlock(LockOptions::readWrite));
+    EXPECT_FALSE(s->unlockReading());
+}
+
 TEST(Surface, ReadersShareAndWritersExclude) {
     const auto s = Surface::make(props(64, 64, surface_format::gray8));
     std::atomic<int> inside{0};

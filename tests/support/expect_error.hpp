@@ -1,7 +1,7 @@
 #pragma once
 // Checks that a call throws ImageCoreError with a given case.
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 
 #include <functional>
 #include <gtest/gtest.h>

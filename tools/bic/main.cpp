@@ -1,6 +1,6 @@
 // bic — runs the library's main jobs from the command line.
 
-#include "bic/geometry/image_core_error.hpp"
+#include "bic/core/image_core_error.hpp"
 #include "bic/metadata/image_metadata.hpp"
 #include "commands.hpp"
 

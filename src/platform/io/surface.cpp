@@ -112,6 +112,10 @@ std::uint32_t Surface::seed() const {
 
 bool Surface::lock(LockOptions options, std::uint32_t* seed) {
     if (options == LockOptions::readWrite) return lockWriting(nullptr, seed);
+    return lockForReading(seed);
+}
+
+bool Surface::lockForReading(std::uint32_t* seed) const {
     State& s = *state_;
     const auto me = std::this_thread::get_id();
     std::unique_lock guard(s.mutex);
@@ -157,21 +161,27 @@ bool Surface::lockWriting(const SurfaceArea* written, std::uint32_t* seed) {
 }
 
 bool Surface::unlock(LockOptions options, std::uint32_t* seed) {
+    if (options == LockOptions::readOnly) return unlockReading(seed);
+    State& s = *state_;
+    std::lock_guard guard(s.mutex);
+    if (s.writer != std::this_thread::get_id()) return false;
+    if (--s.writes == 0) {
+        s.writer = std::thread::id();
+        ++s.seed;
+    }
+    if (seed) *seed = s.seed;
+    s.released.notify_all();
+    return true;
+}
+
+bool Surface::unlockReading(std::uint32_t* seed) const {
     State& s = *state_;
     const auto me = std::this_thread::get_id();
     std::lock_guard guard(s.mutex);
-    if (options == LockOptions::readOnly) {
-        auto it = std::find_if(s.readers.begin(), s.readers.end(),
-                               [&](const auto& r) { return r.first == me; });
-        if (it == s.readers.end()) return false;
-        if (--it->second == 0) s.readers.erase(it);
-    } else {
-        if (s.writer != me) return false;
-        if (--s.writes == 0) {
-            s.writer = std::thread::id();
-            ++s.seed;
-        }
-    }
+    auto it = std::find_if(s.readers.begin(), s.readers.end(),
+                           [&](const auto& r) { return r.first == me; });
+    if (it == s.readers.end()) return false;
+    if (--it->second == 0) s.readers.erase(it);
     if (seed) *seed = s.seed;
     s.released.notify_all();
     return true;
@@ -286,18 +296,38 @@ SurfaceSnapshot::RowAccess::RowAccess(const SurfaceSnapshot& snapshot, std::int6
 
 SurfaceSnapshot::RowAccess::~RowAccess() { mutex_.unlock_shared(); }
 
-SurfaceLock::SurfaceLock(Surface& surface, LockOptions options)
-    : surface_(surface), options_(options) {
-    if (!surface.lock(options))
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+namespace {
+[[noreturn]] void refused() {
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+}
+} // namespace
+
+SurfaceLock::SurfaceLock(const Surface& surface) : reading_(&surface) {
+    if (!surface.lockForReading(&seed_)) refused();
 }
 
-SurfaceLock::SurfaceLock(Surface& surface, const SurfaceArea& written)
-    : surface_(surface), options_(LockOptions::readWrite) {
-    if (!surface.lockForWriting(written))
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+SurfaceLock::SurfaceLock(Surface& surface, LockOptions options) {
+    if (options == LockOptions::readOnly) {
+        reading_ = &surface;
+        if (!surface.lockForReading(&seed_)) refused();
+    } else {
+        writing_ = &surface;
+        if (!surface.lock(options, &seed_)) refused();
+    }
 }
 
-SurfaceLock::~SurfaceLock() { surface_.unlock(options_); }
+SurfaceLock::SurfaceLock(Surface& surface, const SurfaceArea& written) : writing_(&surface) {
+    if (!surface.lockForWriting(written, &seed_)) refused();
+}
+
+std::uint32_t SurfaceLock::release() {
+    if (reading_) reading_->unlockReading(&seed_);
+    if (writing_) writing_->unlock(LockOptions::readWrite, &seed_);
+    reading_ = nullptr;
+    writing_ = nullptr;
+    return seed_;
+}
+
+SurfaceLock::~SurfaceLock() { release(); }
 
 } // namespace bic::io

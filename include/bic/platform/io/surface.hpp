@@ -93,6 +93,9 @@ public:
     /// itself waiting to write while this thread holds one). `seed`, when given, receives the
     /// seed as it is after the call. A read-write lock may change any element.
     bool lock(LockOptions options, std::uint32_t* seed = nullptr);
+    /// A read lock, all that a const surface allows; released with unlockReading().
+    bool lockForReading(std::uint32_t* seed = nullptr) const;
+    bool unlockReading(std::uint32_t* seed = nullptr) const;
     /// A read-write lock whose holder changes only the elements of `written`: snapshots copy
     /// just those first. Released with unlock(LockOptions::readWrite).
     bool lockForWriting(const SurfaceArea& written, std::uint32_t* seed = nullptr);
@@ -167,16 +170,27 @@ private:
 /// Holds a surface lock for a scope.
 class SurfaceLock {
 public:
-    /// Throws std::system_error (resource_deadlock_would_occur) when the lock is refused.
+    /// A read lock. Throws std::system_error (resource_deadlock_would_occur), as do the others,
+    /// when the lock is refused.
+    explicit SurfaceLock(const Surface& surface);
     SurfaceLock(Surface& surface, LockOptions options);
+    /// A write lock that changes only `written`.
     SurfaceLock(Surface& surface, const SurfaceArea& written);
     ~SurfaceLock();
     SurfaceLock(const SurfaceLock&) = delete;
     SurfaceLock& operator=(const SurfaceLock&) = delete;
 
+    /// The surface's seed when the lock was taken; once released, the seed after the release.
+    std::uint32_t seed() const { return seed_; }
+    /// Releases the lock before the scope ends and returns the seed after it: releasing a
+    /// write lock moves the seed on, which is what a cache of results keyed by seed records.
+    /// Releasing again does nothing.
+    std::uint32_t release();
+
 private:
-    Surface& surface_;
-    LockOptions options_;
+    const Surface* reading_ = nullptr; ///< set for a read lock
+    Surface* writing_ = nullptr;       ///< set for a write lock
+    std::uint32_t seed_ = 0;
 };
 
 } // namespace bic::io

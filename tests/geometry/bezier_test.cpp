@@ -1,5 +1,4 @@
 #include "bic/geometry/bezier.hpp"
-#include "bic/geometry/image_core_error.hpp"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -36,21 +35,4 @@ TEST(BezierDeathTest, ParametersOutsideTheirRangesStop) {
     EXPECT_DEATH(pointOnQuadraticBezierCurve({0, 0}, {1, 1}, {0, 1}, NAN), "Fatal error");
     EXPECT_DEATH(quadraticBezierCurveThroug3Points({0, 0}, {1, 1}, {2, 0}, 0), "Fatal error");
     EXPECT_DEATH(quadraticBezierCurveThroug3Points({0, 0}, {1, 1}, {2, 0}, 1), "Fatal error");
-}
-
-TEST(ImageCoreError, CodesAndDomain) {
-    EXPECT_EQ(ImageCoreError::domain, "BrellinImageCore.ImageCoreError");
-    EXPECT_EQ(ImageCoreError(ImageCoreError::unknownError).code(), 0);
-    EXPECT_EQ(ImageCoreError(ImageCoreError::memoryError).code(), 3);
-    EXPECT_EQ(ImageCoreError(ImageCoreError::fileReadCorruptedDataError).code(), 8);
-    EXPECT_STREQ(ImageCoreError(ImageCoreError::parameterError).what(), "parameterError");
-    EXPECT_EQ(ImageCoreError(ImageCoreError::colorConversionError),
-              ImageCoreError(ImageCoreError::colorConversionError));
-    EXPECT_FALSE(ImageCoreError(ImageCoreError::unknownError) ==
-                 ImageCoreError(ImageCoreError::parameterError));
-    try {
-        throw ImageCoreError(ImageCoreError::fileReadUnsupportedBitDepthError);
-    } catch (const std::exception& e) {
-        EXPECT_STREQ(e.what(), "fileReadUnsupportedBitDepthError");
-    }
 }

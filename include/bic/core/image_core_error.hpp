@@ -1,7 +1,10 @@
 #pragma once
-// The library's error: one enumeration whose cases every throwing operation reports.
+// The library's error: one enumeration whose cases every throwing operation reports, with the
+// reason in words where the code alone would leave a reader guessing.
 
 #include <exception>
+#include <memory>
+#include <string>
 #include <string_view>
 
 namespace bic {
@@ -23,17 +26,27 @@ public:
 
     static constexpr std::string_view domain = "BrellinImageCore.ImageCoreError";
 
-    ImageCoreError(Code code) : code_(code) {}
+    ImageCoreError(Code code);
+    /// An error of `code` that says why; `detail` is for people, not for matching.
+    ImageCoreError(Code code, std::string_view detail);
+
     Code code() const { return code_; }
     /// The case name ("parameterError", …).
+    std::string_view codeName() const;
+    /// The reason given when thrown; empty when none was.
+    std::string_view detail() const;
+    /// The case name, then ": " and the detail when there is one.
     const char* what() const noexcept override;
 
+    /// Errors are equal when their codes are: the detail does not take part.
     friend bool operator==(const ImageCoreError& a, const ImageCoreError& b) {
         return a.code_ == b.code_;
     }
 
 private:
     Code code_;
+    std::size_t detailOffset_ = 0;               ///< where the detail starts in message_
+    std::shared_ptr<const std::string> message_; ///< shared, so copies cannot throw
 };
 
 } // namespace bic
