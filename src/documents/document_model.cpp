@@ -342,7 +342,11 @@ std::size_t LayeredDocument::layerCount() const {
 }
 
 bool LayeredDocument::compositeHasTransparency() const {
-    return mergedAlphaIsTransparency && int(composite.size()) > colorChannels();
+    // Documents with a positive layer count say it with a marker block instead.
+    const bool marked = std::any_of(globalBlocks.begin(), globalBlocks.end(), [](const auto& b) {
+        return b.key == "Mtrn" || b.key == "Mt16" || b.key == "Mt32";
+    });
+    return (mergedAlphaIsTransparency || marked) && int(composite.size()) > colorChannels();
 }
 
 namespace {

@@ -200,7 +200,8 @@ std::vector<TaggedBlock> layerBlocks(const DocumentLayer& layer) {
     return blocks;
 }
 
-void flatten(const std::vector<DocumentLayer>& layers, std::vector<RecordSource>& out) {
+void flatten(const std::vector<DocumentLayer>& layers, int colorChannels,
+             std::vector<RecordSource>& out) {
     for (const DocumentLayer& layer : layers) {
         if (layer.isGroup()) {
             const SectionEnd end = layer.sectionEnd.value_or(SectionEnd{});
@@ -209,6 +210,11 @@ void flatten(const std::vector<DocumentLayer>& layers, std::vector<RecordSource>
             divider.opacity = end.opacity, divider.clipping = end.clipping;
             divider.flags = end.flags;
             divider.emptyChannelIds = end.channelIds;
+            if (divider.emptyChannelIds.empty()) {
+                divider.emptyChannelIds.push_back(transparencyChannel);
+                for (int c = 0; c < colorChannels; ++c)
+                    divider.emptyChannelIds.push_back(std::int16_t(c));
+            }
             divider.name = end.name;
             bool hasName = false, hasSection = false;
             for (const TaggedBlock& b : end.blocks) {
@@ -221,12 +227,19 @@ void flatten(const std::vector<DocumentLayer>& layers, std::vector<RecordSource>
             if (!hasName) divider.blocks.push_back({"8BIM", "luni", unicodeNameBytes(end.name)});
             if (!hasSection) divider.blocks.push_back({"8BIM", "lsct", sectionBytes(nullptr, 3, nullptr)});
             out.push_back(std::move(divider));
-            flatten(layer.children, out);
+            flatten(layer.children, colorChannels, out);
         }
         RecordSource rec;
         rec.bounds = layer.bounds;
         for (const auto& c : layer.channels)
             rec.channels.push_back(&c);
+        // Readers refuse records without channels; a group or empty layer made without any
+        // gets the empty ones the format's own writer gives it.
+        if (rec.channels.empty()) {
+            rec.emptyChannelIds.push_back(transparencyChannel);
+            for (int c = 0; c < colorChannels; ++c)
+                rec.emptyChannelIds.push_back(std::int16_t(c));
+        }
         // A pass-through group's own record says normal; its divider block carries "pass".
         rec.blendKey = layer.isGroup() && layer.blendKey == "pass" ? "norm" : layer.blendKey;
         rec.opacity = layer.opacity, rec.clipping = layer.clipping, rec.flags = layer.flags;
@@ -243,7 +256,7 @@ std::string where(const RecordSource& rec, std::size_t index) {
 
 std::vector<std::uint8_t> layerInfo(const LayeredDocument& doc, const Settings& s) {
     std::vector<RecordSource> records;
-    flatten(doc.layers, records);
+    flatten(doc.layers, doc.colorChannels(), records);
     if (records.size() > 32767)
         throw DocumentError(Kind::tooLarge, "a document holds at most 32,767 layer records");
     ByteWriter w;
@@ -460,18 +473,27 @@ std::vector<std::uint8_t> writeDocument(const LayeredDocument& doc,
     const std::vector<std::uint8_t> info = layerInfo(doc, s);
     // 8-bit layers go in the layer info; 16 and 32-bit ones in a tagged block of their own
     // after an empty layer info, where readers of those depths look for them.
-    const bool inBlock = doc.bitDepth != 8;
+    // A document without layers has neither (an empty block puzzles some readers).
+    const bool hasLayers = info.size() > 2;
+    const bool inBlock = doc.bitDepth != 8 && hasLayers;
     const std::size_t infoAt = w.placeholder(s.large);
-    if (!inBlock) {
+    if (!inBlock && hasLayers) {
         w.append(info);
         w.padFrom(infoAt + (s.large ? 8 : 4), 4);
     }
     w.patchLength(infoAt, s.large);
     w.u32(std::uint32_t(doc.globalLayerMask.size()));
     w.append(doc.globalLayerMask);
+    // The merged-transparency markers go before the layers, where readers look for them before
+    // they read on.
+    const auto isMarker = [](const TaggedBlock& b) {
+        return b.key == "Mtrn" || b.key == "Mt16" || b.key == "Mt32";
+    };
+    for (const TaggedBlock& b : doc.globalBlocks)
+        if (isMarker(b)) writeBlock(w, b, s.large);
     if (inBlock) writeBlock(w, {"8BIM", doc.bitDepth == 16 ? "Lr16" : "Lr32", info}, s.large);
     for (const TaggedBlock& b : doc.globalBlocks)
-        writeBlock(w, b, s.large);
+        if (!isMarker(b)) writeBlock(w, b, s.large);
     w.patchLength(section, s.large);
 
     writeComposite(w, planes, s);

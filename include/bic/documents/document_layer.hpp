@@ -67,7 +67,8 @@ struct SectionEnd {
     std::string name = "</Layer group>";
     std::string blendKey = "norm";
     std::uint8_t opacity = 255, clipping = 0, flags = 0x18;
-    std::vector<std::int16_t> channelIds{-1, 0, 1, 2};
+    /// The ids of its (empty) channels; none given means transparency and the mode's colours.
+    std::vector<std::int16_t> channelIds;
     /// Every tagged block of the divider; its "lsct"/"lsdk" and "luni" are rewritten.
     std::vector<TaggedBlock> blocks;
 
@@ -87,7 +88,9 @@ struct DocumentLayer {
     std::string name;
     LayerKind kind = LayerKind::pixel;
     DocumentRect bounds;
-    /// In stored order. A layer without a transparency channel is opaque over its bounds.
+    /// In stored order. A layer without a transparency channel is opaque over its bounds. A
+    /// record without any channels is written with empty transparency and colour channels, as
+    /// readers expect every record to have some.
     std::vector<LayerChannel> channels;
 
     /// The four characters as stored. `blendMode` is the library's mode for it, and empty for a

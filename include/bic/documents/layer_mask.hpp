@@ -33,6 +33,7 @@ struct LayerMask {
     DocumentRect rect;
     /// 0 or 255: the mask's value everywhere outside `rect`.
     std::uint8_t defaultColor = 0;
+    /// As stored; the writer sets `hasParameters` exactly when `parameters` are given.
     std::uint8_t flags = 0;
     std::optional<MaskParameters> parameters;
 

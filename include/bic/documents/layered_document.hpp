@@ -131,8 +131,8 @@ public:
     /// document was made without one.
     std::vector<SamplePlane> composite;
     ChannelCompression compositeCompression = ChannelCompression::rle;
-    /// Whether the composite has a transparency channel: the first alpha channel when
-    /// `mergedAlphaIsTransparency`.
+    /// Whether the composite has a transparency channel: its first alpha channel is one when
+    /// `mergedAlphaIsTransparency` or a merged-transparency block ("Mtrn", "Mt16", "Mt32") says so.
     bool compositeHasTransparency() const;
     /// The composite with straight colour: colour channels then, when it has transparency, an
     /// alpha channel. The stored colour of a transparent document is matted on white
