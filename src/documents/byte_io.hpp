@@ -101,7 +101,9 @@ public:
     void u64(std::uint64_t v) { big(v, 8); }
     void length(bool wide, std::uint64_t v) { wide ? u64(v) : u32(std::uint32_t(v)); }
     void chars(std::string_view s) { bytes_.insert(bytes_.end(), s.begin(), s.end()); }
-    void append(std::span<const std::uint8_t> b) { bytes_.insert(bytes_.end(), b.begin(), b.end()); }
+    void append(std::span<const std::uint8_t> b) {
+        bytes_.insert(bytes_.end(), b.begin(), b.end());
+    }
     void zeros(std::size_t n) { bytes_.insert(bytes_.end(), n, 0); }
     /// Zeros up to a multiple of `alignment` counted from `from`.
     void padFrom(std::size_t from, std::size_t alignment) {

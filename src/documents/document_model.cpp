@@ -3,7 +3,6 @@
 
 #include "bic/documents/layered_document.hpp"
 #include "bic/platform/core/fatal.hpp"
-
 #include "byte_io.hpp"
 
 #include <algorithm>
@@ -81,8 +80,8 @@ std::string_view layerKindName(LayerKind kind) {
 
 std::string colorModeName(std::uint16_t mode) {
     static constexpr std::array<const char*, 10> names = {
-        "Bitmap", "Grayscale", "Indexed", "RGB", "CMYK", nullptr, nullptr, "Multichannel",
-        "Duotone", "Lab"};
+        "Bitmap", "Grayscale", "Indexed",      "RGB",     "CMYK",
+        nullptr,  nullptr,     "Multichannel", "Duotone", "Lab"};
     if (mode < names.size() && names[mode]) return names[mode];
     return "mode " + std::to_string(mode);
 }
@@ -164,7 +163,11 @@ std::vector<std::uint16_t> utf16FromUTF8(std::string_view s) {
     std::vector<std::uint16_t> out;
     for (std::size_t i = 0; i < s.size();) {
         const auto b = std::uint8_t(s[i]);
-        const int n = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
+        const int n = b < 0x80         ? 1
+                      : (b >> 5) == 6  ? 2
+                      : (b >> 4) == 14 ? 3
+                      : (b >> 3) == 30 ? 4
+                                       : 0;
         std::uint32_t c = n == 1 ? b : n == 2 ? b & 0x1F : n == 3 ? b & 0x0F : b & 0x07;
         bool ok = n > 0 && i + std::size_t(n) <= s.size();
         for (int k = 1; ok && k < n; ++k) {
@@ -247,8 +250,7 @@ PixelBufferType bufferFromPlanes(std::int64_t width, std::int64_t height,
 }
 
 PixelBufferType bufferFromPlanes(int bitDepth, bool colorFormat, std::int64_t width,
-                                 std::int64_t height,
-                                 const std::vector<const SamplePlane*>& colors,
+                                 std::int64_t height, const std::vector<const SamplePlane*>& colors,
                                  const SamplePlane* alpha) {
     switch (bitDepth) {
     case 8:
@@ -373,6 +375,8 @@ void unmatte(std::vector<SamplePlane>& planes, std::size_t colorCount) {
 std::vector<SamplePlane> LayeredDocument::straightComposite() const {
     const std::size_t colorCount = std::size_t(colorChannels());
     if (composite.size() < colorCount) return {};
+    for (const SamplePlane& p : composite)
+        if (p.width() != width || p.height() != height || p.bitDepth() != bitDepth) return {};
     std::vector<SamplePlane> planes(composite.begin(),
                                     composite.begin() + std::ptrdiff_t(colorCount));
     if (!compositeHasTransparency()) return planes;

@@ -6,7 +6,6 @@
 #include "bic/buffers/compression.hpp"
 #include "bic/documents/layered_document.hpp"
 #include "bic/geometry/image_core_error.hpp"
-
 #include "byte_io.hpp"
 #include "document_io.hpp"
 
@@ -68,9 +67,9 @@ SamplePlane decodeTyped(std::span<const std::uint8_t> data, std::vector<std::int
         if (!text.empty() && text.back() == '.') text.pop_back();
         corrupt(text);
     } catch (const ImageCoreError&) {
-        corrupt(std::string(channelCompressionName(compression)) +
-                " data does not decode to " + std::to_string(width) + " × " +
-                std::to_string(height) + " samples of " + std::to_string(bitDepth) + " bits");
+        corrupt(std::string(channelCompressionName(compression)) + " data does not decode to " +
+                std::to_string(width) + " × " + std::to_string(height) + " samples of " +
+                std::to_string(bitDepth) + " bits");
     }
     return SamplePlane(width, height, bitDepth, std::move(plane.data));
 }
@@ -85,8 +84,7 @@ SamplePlane decodePlane(std::span<const std::uint8_t> data, std::vector<std::int
     case 8:
         return decodeTyped<std::uint8_t>(data, std::move(counts), compression, width, height, 8);
     case 16:
-        return decodeTyped<std::uint16_t>(data, std::move(counts), compression, width, height,
-                                          16);
+        return decodeTyped<std::uint16_t>(data, std::move(counts), compression, width, height, 16);
     default:
         return decodeTyped<float>(data, std::move(counts), compression, width, height, 32);
     }
@@ -159,9 +157,10 @@ void readMask(ByteReader m, Record& rec, bool hasRealMaskChannel, const std::str
         real.rect.right = m.i32("a real user mask");
         rec.layer.realMask = real;
     }
-    if (parameters && m.remaining() > 0) {
+    if (parameters) {
+        // The flag without the parameters' byte reads as parameters that set nothing.
         MaskParameters p;
-        const std::uint8_t which = m.u8("mask parameters");
+        const std::uint8_t which = m.remaining() > 0 ? m.u8("mask parameters") : 0;
         if (which & 1) p.userMaskDensity = m.u8("mask parameters");
         if (which & 2) p.userMaskFeather = m.f64("mask parameters");
         if (which & 4) p.vectorMaskDensity = m.u8("mask parameters");
@@ -208,10 +207,10 @@ std::vector<TaggedBlock> readBlocks(ByteReader& r, bool large, const std::string
         const bool wide = large && hasLongLengthInLargeDocuments(block.key);
         const std::uint64_t length = r.length(wide, "a tagged block");
         if (length > r.remaining())
-            throw DocumentError(Kind::truncated,
-                                where + ": tagged block " + keyText(block.key) + " says " +
-                                    std::to_string(length) + " bytes, only " +
-                                    std::to_string(r.remaining()) + " remain");
+            throw DocumentError(Kind::truncated, where + ": tagged block " + keyText(block.key) +
+                                                     " says " + std::to_string(length) +
+                                                     " bytes, only " +
+                                                     std::to_string(r.remaining()) + " remain");
         const auto data = r.take(length, "a tagged block");
         block.bytes.assign(data.begin(), data.end());
         blocks.push_back(std::move(block));
@@ -243,8 +242,8 @@ void interpretBlocks(Record& rec) {
             }
         } else if ((k == "lsct" || k == "lsdk") && b.remaining() >= 4) {
             // "lsdk" stands for "lsct" in nested groups of some versions; the first one rules.
-            if (rec.sectionType == 0) rec.sectionType = int(std::min<std::uint32_t>(
-                                          b.u32("a section divider"), 4));
+            if (rec.sectionType == 0)
+                rec.sectionType = int(std::min<std::uint32_t>(b.u32("a section divider"), 4));
             if (rec.sectionType == 4) rec.sectionType = 0;
             if (b.remaining() >= 8 && (rec.sectionType == 1 || rec.sectionType == 2)) {
                 b.skip(4, "a section divider");
@@ -294,10 +293,9 @@ Record readRecord(ByteReader& r, std::size_t index, const Context& ctx) {
                 std::to_string(b.left) + ", " + std::to_string(b.bottom) + ", " +
                 std::to_string(b.right) + ")");
     if (b.width() > LayeredDocument::maximumPSBSide || b.height() > LayeredDocument::maximumPSBSide)
-        throw DocumentError(Kind::tooLarge, where + ": its bounds are " +
-                                                std::to_string(b.width()) + " × " +
-                                                std::to_string(b.height()) +
-                                                ", beyond the format's maxima");
+        throw DocumentError(Kind::tooLarge,
+                            where + ": its bounds are " + std::to_string(b.width()) + " × " +
+                                std::to_string(b.height()) + ", beyond the format's maxima");
     const std::uint16_t channelCount = r.u16("a layer record");
     if (channelCount > 56)
         corrupt(where + ": it has " + std::to_string(channelCount) + " channels (at most 56)");
@@ -321,13 +319,11 @@ Record readRecord(ByteReader& r, std::size_t index, const Context& ctx) {
     const std::uint32_t extraLength = r.u32("a layer record");
     if (extraLength > r.remaining())
         throw DocumentError(Kind::truncated, where + ": its extra data says " +
-                                                 std::to_string(extraLength) +
-                                                 " bytes, only " +
+                                                 std::to_string(extraLength) + " bytes, only " +
                                                  std::to_string(r.remaining()) + " remain");
     ByteReader extra = r.sub(extraLength, "a layer's extra data");
     const std::uint32_t maskLength = extra.u32("a layer's mask data");
-    if (maskLength > extra.remaining())
-        corrupt(where + ": its mask data runs past its extra data");
+    if (maskLength > extra.remaining()) corrupt(where + ": its mask data runs past its extra data");
     const bool hasRealMaskChannel = layer.channel(realUserMaskChannel) != nullptr;
     readMask(extra.sub(maskLength, "a layer's mask data"), rec, hasRealMaskChannel, where);
     const std::uint32_t rangesLength = extra.u32("a layer's blending ranges");
@@ -439,8 +435,8 @@ std::vector<DocumentLayer> buildTree(std::vector<Record>& records,
             stack.push_back(std::move(frame));
         } else if (rec.sectionType == 1 || rec.sectionType == 2) {
             if (stack.empty()) {
-                issues.push_back({std::nullopt, "group \"" + layer.name +
-                                                    "\" has no end-of-group record"});
+                issues.push_back(
+                    {std::nullopt, "group \"" + layer.name + "\" has no end-of-group record"});
             } else {
                 layer.children = std::move(stack.back().children);
                 layer.sectionEnd = std::move(stack.back().end);
@@ -492,10 +488,10 @@ void readResources(ByteReader r, LayeredDocument& doc) {
         r.skipPadding((1 + nameLength) % 2);
         const std::uint32_t size = r.u32("an image resource");
         if (size > r.remaining())
-            throw DocumentError(Kind::truncated,
-                                "image resource " + std::to_string(res.id) + " says " +
-                                    std::to_string(size) + " bytes, only " +
-                                    std::to_string(r.remaining()) + " remain");
+            throw DocumentError(Kind::truncated, "image resource " + std::to_string(res.id) +
+                                                     " says " + std::to_string(size) +
+                                                     " bytes, only " +
+                                                     std::to_string(r.remaining()) + " remain");
         const auto data = r.take(size, "an image resource");
         res.bytes.assign(data.begin(), data.end());
         r.skipPadding(size % 2);
@@ -532,8 +528,8 @@ void readComposite(ByteReader& r, LayeredDocument& doc) {
                     total += std::uint64_t(n);
                 if (total > r.remaining())
                     throw DocumentError(Kind::truncated,
-                                        "the composite's channel " + std::to_string(c) +
-                                            " says " + std::to_string(total) + " bytes, only " +
+                                        "the composite's channel " + std::to_string(c) + " says " +
+                                            std::to_string(total) + " bytes, only " +
                                             std::to_string(r.remaining()) + " remain");
                 doc.composite.push_back(decodePlane(r.take(total, where), std::move(counts),
                                                     compression, w, h, doc.bitDepth));
@@ -543,8 +539,8 @@ void readComposite(ByteReader& r, LayeredDocument& doc) {
         default: {
             // One zip stream holds every plane, one after another; prediction runs per row, so
             // the planes decode as one plane of all their rows.
-            SamplePlane all = decodePlane(r.rest(), {}, compression, w,
-                                          h * std::int64_t(planes), doc.bitDepth);
+            SamplePlane all =
+                decodePlane(r.rest(), {}, compression, w, h * std::int64_t(planes), doc.bitDepth);
             const std::size_t planeBytes = std::size_t(w * h) * std::size_t(sampleBytes);
             for (std::uint64_t c = 0; c < planes; ++c) {
                 const auto begin = all.bytes().begin() + std::ptrdiff_t(c * planeBytes);
@@ -574,9 +570,9 @@ LayeredDocument readDocument(std::span<const std::uint8_t> bytes) {
     LayeredDocument doc;
     const std::uint16_t version = r.u16("the header");
     if (version != 1 && version != 2)
-        throw DocumentError(Kind::unsupportedVersion,
-                            "unsupported file version " + std::to_string(version) +
-                                " (1 is PSD, 2 is PSB)");
+        throw DocumentError(Kind::unsupportedVersion, "unsupported file version " +
+                                                          std::to_string(version) +
+                                                          " (1 is PSD, 2 is PSB)");
     doc.isLargeDocument = version == 2;
     r.skip(6, "the header");
     const std::uint16_t channels = r.u16("the header");
@@ -608,14 +604,13 @@ LayeredDocument readDocument(std::span<const std::uint8_t> bytes) {
     // However it is compressed, the composite needs bytes in proportion to its size (deflate
     // expands at most about 1032 times): a header promising more than the file can hold is
     // refused before anything is read or allocated.
-    const std::uint64_t compositeBytes =
-        std::uint64_t(width) * height * channels * (depth / 8u);
+    const std::uint64_t compositeBytes = std::uint64_t(width) * height * channels * (depth / 8u);
     if (compositeBytes / 1033 > bytes.size())
         throw DocumentError(Kind::truncated,
                             "a " + std::to_string(width) + " × " + std::to_string(height) +
                                 " document needs more than " +
-                                std::to_string(compositeBytes / 1033) +
-                                " bytes; the file has " + std::to_string(bytes.size()));
+                                std::to_string(compositeBytes / 1033) + " bytes; the file has " +
+                                std::to_string(bytes.size()));
 
     const std::uint32_t modeDataLength = r.u32("the colour mode data");
     const auto modeData = r.take(modeDataLength, "the colour mode data");
@@ -641,13 +636,13 @@ LayeredDocument readDocument(std::span<const std::uint8_t> bytes) {
                 const int blockDepth = block.key == "Lr16" ? 16 : block.key == "Lr32" ? 32 : 8;
                 if (blockDepth != 8 && blockDepth != doc.bitDepth)
                     corrupt("'" + block.key + "' holds " + std::to_string(blockDepth) +
-                            "-bit layers, but the document has " +
-                            std::to_string(doc.bitDepth) + " bits per channel");
+                            "-bit layers, but the document has " + std::to_string(doc.bitDepth) +
+                            " bits per channel");
                 if (!records.empty())
                     corrupt("the document has layer info twice (in the section and in '" +
                             block.key + "')");
-                records = readLayerInfo(ByteReader(block.bytes), ctx,
-                                        doc.mergedAlphaIsTransparency);
+                records =
+                    readLayerInfo(ByteReader(block.bytes), ctx, doc.mergedAlphaIsTransparency);
                 continue;
             }
             doc.globalBlocks.push_back(std::move(block));

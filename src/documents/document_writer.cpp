@@ -3,7 +3,6 @@
 
 #include "bic/buffers/channel_data.hpp"
 #include "bic/documents/layered_document.hpp"
-
 #include "byte_io.hpp"
 #include "document_io.hpp"
 
@@ -98,8 +97,10 @@ void writeMaskData(ByteWriter& w, const DocumentLayer& layer) {
     writeRect(w, m.rect);
     w.u8(m.defaultColor);
     std::uint8_t flags = m.flags;
-    if (m.parameters) flags |= LayerMask::hasParameters;
-    else flags &= std::uint8_t(~LayerMask::hasParameters);
+    if (m.parameters)
+        flags |= LayerMask::hasParameters;
+    else
+        flags &= std::uint8_t(~LayerMask::hasParameters);
     w.u8(flags);
     if (layer.realMask) {
         w.u8(layer.realMask->flags);
@@ -225,7 +226,8 @@ void flatten(const std::vector<DocumentLayer>& layers, int colorChannels,
                 divider.blocks.push_back(std::move(copy));
             }
             if (!hasName) divider.blocks.push_back({"8BIM", "luni", unicodeNameBytes(end.name)});
-            if (!hasSection) divider.blocks.push_back({"8BIM", "lsct", sectionBytes(nullptr, 3, nullptr)});
+            if (!hasSection)
+                divider.blocks.push_back({"8BIM", "lsct", sectionBytes(nullptr, 3, nullptr)});
             out.push_back(std::move(divider));
             flatten(layer.children, colorChannels, out);
         }
@@ -378,15 +380,18 @@ std::vector<SamplePlane> compositePlanes(const LayeredDocument& doc,
         return given;
     }
     std::vector<SamplePlane> planes;
-    const int count = std::max(doc.colorChannels(),
-                               doc.mergedAlphaIsTransparency ? doc.colorChannels() + 1 : 0);
+    const int count =
+        std::max(doc.colorChannels(), doc.mergedAlphaIsTransparency ? doc.colorChannels() + 1 : 0);
     for (int c = 0; c < count; ++c) {
         SamplePlane p(doc.width, doc.height, doc.bitDepth);
         if (c < doc.colorChannels()) {
             for (std::size_t i = 0; i < p.sampleCount(); ++i) {
-                if (doc.bitDepth == 8) p.setSample<std::uint8_t>(i, 255);
-                else if (doc.bitDepth == 16) p.setSample<std::uint16_t>(i, 65535);
-                else p.setSample<float>(i, 1.0f);
+                if (doc.bitDepth == 8)
+                    p.setSample<std::uint8_t>(i, 255);
+                else if (doc.bitDepth == 16)
+                    p.setSample<std::uint16_t>(i, 65535);
+                else
+                    p.setSample<float>(i, 1.0f);
             }
         }
         planes.push_back(std::move(p));
@@ -423,8 +428,8 @@ std::vector<std::uint8_t> writeDocument(const LayeredDocument& doc,
                                         const DocumentWriteOptions& options) {
     if (doc.width < 1 || doc.height < 1 || doc.width > LayeredDocument::maximumPSBSide ||
         doc.height > LayeredDocument::maximumPSBSide)
-        throw DocumentError(Kind::tooLarge, "a document of " + std::to_string(doc.width) +
-                                                " × " + std::to_string(doc.height) +
+        throw DocumentError(Kind::tooLarge, "a document of " + std::to_string(doc.width) + " × " +
+                                                std::to_string(doc.height) +
                                                 " pixels cannot be written");
     if (doc.colorMode != DocumentColorMode::rgb && doc.colorMode != DocumentColorMode::grayscale)
         throw DocumentError(Kind::unsupportedColorMode,

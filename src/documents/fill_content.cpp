@@ -17,12 +17,24 @@ PixelRGBA32 fromHSB(double h, double s, double b) {
     const double c = b * s, x = c * (1 - std::abs(std::fmod(h / 60, 2.0) - 1)), m = b - c;
     double r = 0, g = 0, bl = 0;
     switch (int(h / 60) % 6) {
-    case 0: r = c, g = x; break;
-    case 1: r = x, g = c; break;
-    case 2: g = c, bl = x; break;
-    case 3: g = x, bl = c; break;
-    case 4: r = x, bl = c; break;
-    default: r = c, bl = x; break;
+    case 0:
+        r = c, g = x;
+        break;
+    case 1:
+        r = x, g = c;
+        break;
+    case 2:
+        g = c, bl = x;
+        break;
+    case 3:
+        g = x, bl = c;
+        break;
+    case 4:
+        r = x, bl = c;
+        break;
+    default:
+        r = c, bl = x;
+        break;
     }
     return PixelRGBA32(float(r + m), float(g + m), float(bl + m), 1);
 }

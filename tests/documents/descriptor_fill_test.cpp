@@ -32,7 +32,8 @@ TEST(Descriptor, ReadsEveryValueKindFillsUse) {
         b.id("Type").chars("enum").id("GrdT").id("Rdl ");
         b.id("Nm  ").chars("TEXT").unicode("Sun");
         b.id("Lctn").chars("long").u32(std::uint32_t(-7));
-        b.id("Ref ").chars("obj ").u32(2).chars("Enmr").unicode("").id("Lyr ").id("Ordn").id("Trgt");
+        b.id("Ref ").chars("obj ").u32(2).chars("Enmr").unicode("").id("Lyr ").id("Ordn").id(
+            "Trgt");
         b.chars("indx").u32(3);
         b.id("Clrs").chars("VlLs").u32(2).chars("doub").f64(0.5).chars("Objc");
         rgb(b, 1, 2, 3);
@@ -72,9 +73,8 @@ TEST(Descriptor, RefusesDamagedBytesWithoutAllocatingForThem) {
               Kind::corrupt);
     // Four billion items announced in a few bytes.
     EXPECT_EQ(kindOf(descriptor("null", 0xFFFFFFFF, [](BigEndian&) {})), Kind::truncated);
-    EXPECT_EQ(kindOf(descriptor("null", 1, [](BigEndian& b) {
-                  b.id("List").chars("VlLs").u32(0x7FFFFFFF);
-              })),
+    EXPECT_EQ(kindOf(descriptor("null", 1,
+                                [](BigEndian& b) { b.id("List").chars("VlLs").u32(0x7FFFFFFF); })),
               Kind::truncated);
     // Objects nested beyond any real file's depth.
     BigEndian deep;
@@ -94,15 +94,17 @@ TEST(FillContent, SolidColoursInEveryModelTheFormatUses) {
     EXPECT_EQ(fill->color, PixelRGBA32(1, 0.2f, 0, 1));
     BigEndian grey;
     grey.unicode("").id("Grsc").u32(1).id("Gry ").chars("doub").f64(25);
-    EXPECT_EQ(colorFromDescriptor(parseVersionedDescriptor(
-                  [&] { BigEndian b; b.u32(16).append(grey.bytes); return b.bytes; }())),
+    EXPECT_EQ(colorFromDescriptor(parseVersionedDescriptor([&] {
+                  BigEndian b;
+                  b.u32(16).append(grey.bytes);
+                  return b.bytes;
+              }())),
               PixelRGBA32(0.75f, 0.75f, 0.75f, 1));
     BigEndian hsb;
     hsb.u32(16).unicode("").id("HSBC").u32(3);
     hsb.id("H   ").chars("UntF").chars("#Ang").f64(120).id("Strt").chars("doub").f64(100);
     hsb.id("Brgh").chars("doub").f64(50);
-    EXPECT_EQ(colorFromDescriptor(parseVersionedDescriptor(hsb.bytes)),
-              PixelRGBA32(0, 0.5f, 0, 1));
+    EXPECT_EQ(colorFromDescriptor(parseVersionedDescriptor(hsb.bytes)), PixelRGBA32(0, 0.5f, 0, 1));
     BigEndian lab;
     lab.u32(16).unicode("").id("LbCl").u32(0);
     EXPECT_FALSE(colorFromDescriptor(parseVersionedDescriptor(lab.bytes)));
@@ -130,7 +132,8 @@ TEST(FillContent, GradientStopsMapOntoTheGradientModelExactly) {
         b.id("Algn").chars("bool").u8(0);
         b.id("Scl ").chars("UntF").chars("#Prc").f64(150);
         b.id("Ofst").chars("Objc").unicode("").id("Pnt ").u32(2);
-        b.id("Hrzn").chars("UntF").chars("#Prc").f64(10).id("Vrtc").chars("UntF").chars("#Prc").f64(-20);
+        b.id("Hrzn").chars("UntF").chars("#Prc").f64(10).id("Vrtc").chars("UntF").chars("#Prc").f64(
+            -20);
         b.id("Grad").chars("Objc").unicode("Gradient").id("Grdn").u32(5);
         b.id("Nm  ").chars("TEXT").unicode("Custom");
         b.id("GrdF").chars("enum").id("GrdF").id("CstS");
@@ -176,9 +179,8 @@ TEST(FillContent, NoiseGradientsAndUnknownGeometriesHaveNoStops) {
     }));
     ASSERT_TRUE(noise);
     EXPECT_FALSE(noise->gradient);
-    EXPECT_FALSE(readGradientFill(descriptor("null", 1, [](BigEndian& b) {
-        b.id("Type").chars("enum").id("GrdT").id("Spir");
-    })));
+    EXPECT_FALSE(readGradientFill(descriptor(
+        "null", 1, [](BigEndian& b) { b.id("Type").chars("enum").id("GrdT").id("Spir"); })));
 }
 
 } // namespace

@@ -47,8 +47,8 @@ TEST(DocumentHeader, RefusesWhatIsNoReadableDocument) {
 
 TEST(DocumentHeader, NamesEveryUnsupportedColourMode) {
     const std::pair<std::uint16_t, const char*> modes[] = {
-        {0, "Bitmap"}, {2, "Indexed"}, {4, "CMYK"}, {7, "Multichannel"},
-        {8, "Duotone"}, {9, "Lab"},    {5, "mode 5"}};
+        {0, "Bitmap"},  {2, "Indexed"}, {4, "CMYK"},  {7, "Multichannel"},
+        {8, "Duotone"}, {9, "Lab"},     {5, "mode 5"}};
     for (const auto& [mode, name] : modes)
         expectError(rawDocument(1, 4, 1, 1, mode).bytes, Kind::unsupportedColorMode,
                     std::string("unsupported colour mode ") + name);
@@ -113,7 +113,8 @@ TEST(DocumentComposite, RunLengthRowsCountTwoBytesInPSDAndFourInPSB) {
 TEST(DocumentComposite, DamagedCompositesAreOneError) {
     BigEndian unknown = header(1, 3, 1, 1, 8, 3);
     unknown.u32(0).u32(0).u32(0).u16(0xBEEF).u8(1).u8(2).u8(3);
-    expectError(unknown.bytes, Kind::unsupportedCompression, "the composite: unknown compression 48879");
+    expectError(unknown.bytes, Kind::unsupportedCompression,
+                "the composite: unknown compression 48879");
     BigEndian shortRaw = rawDocument(1, 3, 2, 2);
     shortRaw.bytes.pop_back();
     expectError(shortRaw.bytes, Kind::truncated, "the composite image data");
@@ -185,8 +186,8 @@ TEST(DocumentLayers, AnUnknownBlendKeyIsKeptAndReported) {
     BigEndian channels;
     for (int c = 0; c < 3; ++c)
         channels.u16(0).u8(std::uint8_t(10 * c));
-    const LayeredDocument doc =
-        LayeredDocument::read(oneLayerDocument(record("BoEF", extraData("odd", {}), 3), channels).bytes);
+    const LayeredDocument doc = LayeredDocument::read(
+        oneLayerDocument(record("BoEF", extraData("odd", {}), 3), channels).bytes);
     ASSERT_EQ(doc.layers.size(), 1u);
     EXPECT_EQ(doc.layers[0].name, "odd");
     EXPECT_EQ(doc.layers[0].blendKey, "BoEF");
@@ -226,8 +227,8 @@ TEST(DocumentLayers, CountsAndLengthsAreCheckedBeforeUse) {
     // A tagged block longer than the extra data.
     BigEndian blocks;
     blocks.chars("8BIM").chars("abcd").u32(1000);
-    expectError(oneLayerDocument(record("norm", extraData("a", blocks)), {}).bytes,
-                Kind::truncated, "tagged block 'abcd' says 1000 bytes");
+    expectError(oneLayerDocument(record("norm", extraData("a", blocks)), {}).bytes, Kind::truncated,
+                "tagged block 'abcd' says 1000 bytes");
 }
 
 TEST(DocumentLayers, TruncationAnywhereIsOneCleanError) {
@@ -238,6 +239,46 @@ TEST(DocumentLayers, TruncationAnywhereIsOneCleanError) {
         const std::vector<std::uint8_t> part(whole.begin(), whole.begin() + std::ptrdiff_t(n));
         EXPECT_THROW(LayeredDocument::read(part), DocumentError) << "prefix of " << n;
     }
+}
+
+TEST(DocumentBitmaps, ImageRectsCountFromTheBottomLeft) {
+    EXPECT_EQ(imageRect({10, 20, 30, 60}, 100), IntegralRect(20, 70, 40, 20));
+    EXPECT_EQ(imageRect({-5, -3, 0, 0}, 8), IntegralRect(-3, 8, 3, 5));
+    EXPECT_TRUE((DocumentRect{3, 3, 3, 9}).isEmpty());
+}
+
+TEST(DocumentBitmaps, LayersBecomePremultipliedBuffersOfTheirBounds) {
+    const LayeredDocument grey = test_support::sampleDocument(8, DocumentColorMode::grayscale);
+    // Without transparency a grey layer stays grey; with it, only a colour format can hold it.
+    const auto background = grey.layers[0].pixelBuffer(1, 8);
+    ASSERT_TRUE(background);
+    const auto& g = std::get<PixelBuffer<PixelGray8>>(*background);
+    EXPECT_EQ(g.size(), IntegralSize(7, 5));
+    // Pixel (0, 0) is the bottom-left one: the last stored row's first sample.
+    EXPECT_EQ(g(0, 0)->grayComponent, grey.layers[0].channels[0].plane.sample<std::uint8_t>(28));
+    const DocumentLayer& masked = grey.layers[1];
+    const auto colour = masked.pixelBuffer(1, 8);
+    ASSERT_TRUE(colour);
+    const auto& c = std::get<PixelBuffer<PixelARGB8>>(*colour);
+    const std::uint8_t a = masked.channel(transparencyChannel)->plane.sample<std::uint8_t>(0);
+    const std::uint8_t v = masked.channel(0)->plane.sample<std::uint8_t>(0);
+    const auto top = c(0, 5);
+    ASSERT_TRUE(top);
+    EXPECT_EQ(top->alphaComponent, a);
+    EXPECT_EQ(top->redComponent, std::uint8_t((v * a + 127) / 255));
+    EXPECT_EQ(top->blueComponent, top->redComponent);
+    const auto mask = masked.maskBuffer();
+    ASSERT_TRUE(mask);
+    EXPECT_EQ(std::get<PixelBuffer<PixelGray8>>(*mask).size(), IntegralSize(3, 3));
+    EXPECT_FALSE(masked.maskBuffer(true));
+    EXPECT_FALSE(grey.layers[2].children[1].pixelBuffer(1, 8)); // empty bounds
+    const LayeredDocument deep = test_support::sampleDocument(32);
+    const auto floats = deep.layers[1].pixelBuffer(3, 32);
+    ASSERT_TRUE(floats);
+    const auto p = std::get<PixelBuffer<PixelRGBA32>>(*floats)(1, 5);
+    const float fa = deep.layers[1].channel(transparencyChannel)->plane.sample<float>(1);
+    EXPECT_EQ(p->alphaComponent, fa);
+    EXPECT_EQ(p->greenComponent, deep.layers[1].channel(1)->plane.sample<float>(1) * fa);
 }
 
 } // namespace

@@ -15,8 +15,7 @@ std::vector<std::filesystem::path> validDocuments() {
     if (!std::filesystem::is_directory(psdFolder())) return out;
     for (const auto& e : std::filesystem::recursive_directory_iterator(psdFolder())) {
         const auto ext = e.path().extension();
-        if ((ext == ".psd" || ext == ".psb") &&
-            e.path().parent_path().filename() != "malformed")
+        if ((ext == ".psd" || ext == ".psb") && e.path().parent_path().filename() != "malformed")
             out.push_back(e.path());
     }
     std::sort(out.begin(), out.end());
@@ -48,9 +47,12 @@ SamplePlane randomPlane(std::int64_t width, std::int64_t height, int bitDepth, u
     for (std::size_t i = 0; i < p.sampleCount(); ++i) {
         // Runs of equal samples, so that PackBits has something to do.
         const std::uint32_t v = (i % 7 < 3) ? 77u * (seed + 1) : random();
-        if (bitDepth == 8) p.setSample<std::uint8_t>(i, std::uint8_t(v));
-        else if (bitDepth == 16) p.setSample<std::uint16_t>(i, std::uint16_t(v));
-        else p.setSample<float>(i, float(v % 100001) / 100000.0f);
+        if (bitDepth == 8)
+            p.setSample<std::uint8_t>(i, std::uint8_t(v));
+        else if (bitDepth == 16)
+            p.setSample<std::uint16_t>(i, std::uint16_t(v));
+        else
+            p.setSample<float>(i, float(v % 100001) / 100000.0f);
     }
     return p;
 }
@@ -63,13 +65,12 @@ DocumentLayer pixelLayer(std::string name, DocumentRect bounds, int colors, int 
     layer.name = std::move(name);
     layer.bounds = bounds;
     if (alpha)
-        layer.channels.push_back(
-            {transparencyChannel, ChannelCompression::raw,
-             randomPlane(bounds.width(), bounds.height(), depth, seed + 100)});
+        layer.channels.push_back({transparencyChannel, ChannelCompression::raw,
+                                  randomPlane(bounds.width(), bounds.height(), depth, seed + 100)});
     for (int c = 0; c < colors; ++c)
-        layer.channels.push_back({std::int16_t(c), ChannelCompression::raw,
-                                  randomPlane(bounds.width(), bounds.height(), depth,
-                                              seed + unsigned(c))});
+        layer.channels.push_back(
+            {std::int16_t(c), ChannelCompression::raw,
+             randomPlane(bounds.width(), bounds.height(), depth, seed + unsigned(c))});
     return layer;
 }
 
@@ -87,7 +88,8 @@ LayeredDocument sampleDocument(int bitDepth, DocumentColorMode mode) {
     doc.layers.push_back(pixelLayer("Background", {0, 0, 5, 7}, colors, bitDepth, 1, false));
     DocumentLayer masked = pixelLayer("Masked", {-2, 3, 4, 9}, colors, bitDepth, 10, true);
     masked.opacity = 128;
-    masked.mask = LayerMask{{1, -1, 4, 2}, 255,
+    masked.mask = LayerMask{{1, -1, 4, 2},
+                            255,
                             LayerMask::positionRelativeToLayer | LayerMask::hasParameters,
                             std::nullopt};
     masked.mask->parameters = MaskParameters{200, 1.5, std::nullopt, std::nullopt};
@@ -103,8 +105,10 @@ LayeredDocument sampleDocument(int bitDepth, DocumentColorMode mode) {
     group.blendKey = "pass";
     group.blendMode = BlendMode::passThrough;
     group.groupIsOpen = false;
-    for (const std::int16_t id : {std::int16_t(-1), std::int16_t(0), std::int16_t(1), std::int16_t(2)})
-        if (id < colors) group.channels.push_back({id, ChannelCompression::raw, SamplePlane(0, 0, bitDepth)});
+    for (const std::int16_t id :
+         {std::int16_t(-1), std::int16_t(0), std::int16_t(1), std::int16_t(2)})
+        if (id < colors)
+            group.channels.push_back({id, ChannelCompression::raw, SamplePlane(0, 0, bitDepth)});
     group.sectionEnd = SectionEnd{};
     group.sectionEnd->channelIds = {transparencyChannel};
     for (int c = 0; c < colors; ++c)
@@ -155,8 +159,9 @@ std::string blocksDiffer(const std::vector<TaggedBlock>& a, const std::vector<Ta
 
 std::string layersDiffer(const std::vector<DocumentLayer>& a, const std::vector<DocumentLayer>& b,
                          const std::string& path, bool all) {
-    if (a.size() != b.size()) return path + ": " + std::to_string(a.size()) + " vs " +
-                                      std::to_string(b.size()) + " layers";
+    if (a.size() != b.size())
+        return path + ": " + std::to_string(a.size()) + " vs " + std::to_string(b.size()) +
+               " layers";
     for (std::size_t i = 0; i < a.size(); ++i) {
         const DocumentLayer &x = a[i], &y = b[i];
         const std::string at = path + "/" + std::to_string(i) + " \"" + x.name + "\"";
@@ -165,7 +170,8 @@ std::string layersDiffer(const std::vector<DocumentLayer>& a, const std::vector<
         if (x.bounds != y.bounds) return at + ": bounds";
         if (x.channels.size() != y.channels.size()) return at + ": channel count";
         for (std::size_t c = 0; c < x.channels.size(); ++c)
-            if (x.channels[c].id != y.channels[c].id || !(x.channels[c].plane == y.channels[c].plane))
+            if (x.channels[c].id != y.channels[c].id ||
+                !(x.channels[c].plane == y.channels[c].plane))
                 return at + ": channel " + std::to_string(x.channels[c].id);
         if (x.blendKey != y.blendKey || x.blendMode != y.blendMode) return at + ": blend mode";
         if (x.opacity != y.opacity) return at + ": opacity";
@@ -207,7 +213,8 @@ std::string differences(const LayeredDocument& a, const LayeredDocument& b, Comp
         std::vector<ImageResource> x = a.resources, y = b.resources;
         // The version resource is rewritten with the caller's merged-data flag.
         for (auto* list : {&x, &y})
-            std::erase_if(*list, [](const ImageResource& r) { return r.id == versionInfoResource; });
+            std::erase_if(*list,
+                          [](const ImageResource& r) { return r.id == versionInfoResource; });
         if (x != y) return "resources";
         if (!samePadded(a.globalLayerMask, b.globalLayerMask)) return "global layer mask";
         if (auto d = blocksDiffer(a.globalBlocks, b.globalBlocks); !d.empty()) return "global " + d;

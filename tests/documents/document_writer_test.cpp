@@ -181,14 +181,17 @@ std::string run(const std::string& command) {
 }
 
 bool haveImageMagick() {
-    return std::filesystem::exists("/usr/bin/identify") && std::filesystem::exists("/usr/bin/convert");
+    return std::filesystem::exists("/usr/bin/identify") &&
+           std::filesystem::exists("/usr/bin/convert");
 }
 
 // Frames (composite and layers) and a digest of the composite's pixels, as ImageMagick sees
 // them; empty when it cannot read the file.
 std::string magickView(const std::filesystem::path& file) {
-    const std::string count = run("identify -format '%n\\n' '" + file.string() + "' 2>/dev/null | head -1");
-    const std::string pixels = run("convert '" + file.string() + "[0]' -depth 16 rgba:- 2>/dev/null | md5sum");
+    const std::string count =
+        run("identify -format '%n\\n' '" + file.string() + "' 2>/dev/null | head -1");
+    const std::string pixels =
+        run("convert '" + file.string() + "[0]' -depth 16 rgba:- 2>/dev/null | md5sum");
     return count + pixels;
 }
 
@@ -211,17 +214,22 @@ TEST(DocumentInterop, ImageMagickSeesTheSameLayersAndComposite) {
     doc.walk([&](std::size_t, int, const DocumentLayer& l) { withPixels += !l.bounds.isEmpty(); });
     EXPECT_EQ(run("identify -format '%n\\n' '" + (dir / "sample.psd").string() + "' | head -1"),
               std::to_string(withPixels + 1) + "\n");
-    const std::string rgb = run("convert '" + (dir / "sample.psd").string() + "[0]' -depth 8 rgb:-");
+    const std::string rgb =
+        run("convert '" + (dir / "sample.psd").string() + "[0]' -depth 8 rgb:-");
     std::string expected;
     for (std::size_t i = 0; i < doc.composite[0].sampleCount(); ++i)
         for (int c = 0; c < 3; ++c)
             expected += char(doc.composite[std::size_t(c)].sample<std::uint8_t>(i));
     EXPECT_EQ(rgb, expected);
     // Real documents: the rewrite looks to ImageMagick exactly like the original.
-    const char* files[] = {"composite/passthrough_blendmodes1.psd", "masks/oov-psd_mask.psd",
-                           "depth/16bit5x5.psd", "depth/grayscale16bit_transparent.psd",
-                           "blend/gray-blend-modes.psd", "compression/1layer.psb",
-                           "depth/psd_rgb_16.psd", "compression/ag-psd_simple-compress.psd"};
+    const char* files[] = {"composite/passthrough_blendmodes1.psd",
+                           "masks/oov-psd_mask.psd",
+                           "depth/16bit5x5.psd",
+                           "depth/grayscale16bit_transparent.psd",
+                           "blend/gray-blend-modes.psd",
+                           "compression/1layer.psb",
+                           "depth/psd_rgb_16.psd",
+                           "compression/ag-psd_simple-compress.psd"};
     for (const char* name : files) {
         const auto original = test_support::psdFolder() / name;
         if (!std::filesystem::exists(original)) continue;

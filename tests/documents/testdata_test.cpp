@@ -15,7 +15,7 @@ using test_support::psdFolder;
 using test_support::validDocuments;
 using Kind = DocumentError::Kind;
 
-#define REQUIRE_TEST_DOCUMENTS()                                                                \
+#define REQUIRE_TEST_DOCUMENTS()                                                                   \
     if (validDocuments().empty()) GTEST_SKIP() << "no documents in " << psdFolder()
 
 std::string shortName(const fs::path& p) { return fs::relative(p, psdFolder()).string(); }
@@ -55,9 +55,12 @@ TEST(TestDocuments, LayerTreesAreTheOnesTheIndexDescribes) {
     REQUIRE_TEST_DOCUMENTS();
     // File → layers and groups, groups.
     const std::map<std::string, std::pair<std::size_t, std::size_t>> expected = {
-        {"blend/rgb-blend-modes.psd", {164, 56}}, {"blend/gray-blend-modes.psd", {164, 56}},
-        {"composite/clipping-mask.psd", {7, 2}},  {"blend/pass-through.psd", {6, 3}},
-        {"depth/psd_rgb_16_rle.psd", {0, 0}},    {"compression/rle-compressed-empty-channel.psd", {1, 1}},
+        {"blend/rgb-blend-modes.psd", {164, 56}},
+        {"blend/gray-blend-modes.psd", {164, 56}},
+        {"composite/clipping-mask.psd", {7, 2}},
+        {"blend/pass-through.psd", {6, 3}},
+        {"depth/psd_rgb_16_rle.psd", {0, 0}},
+        {"compression/rle-compressed-empty-channel.psd", {1, 1}},
         {"blend/ag-psd_2026-blend-modes.psd", {29, 0}}};
     for (const auto& [name, counts] : expected) {
         SCOPED_TRACE(name);
@@ -67,7 +70,8 @@ TEST(TestDocuments, LayerTreesAreTheOnesTheIndexDescribes) {
         EXPECT_EQ(doc.layerCount(), counts.first);
         EXPECT_EQ(groups, counts.second);
     }
-    const LayeredDocument pass = LayeredDocument::read(psdFolder() / "composite/passthrough_blendmodes1.psd");
+    const LayeredDocument pass =
+        LayeredDocument::read(psdFolder() / "composite/passthrough_blendmodes1.psd");
     ASSERT_EQ(pass.layers.size(), 5u);
     EXPECT_EQ(pass.layers[0].kind, LayerKind::solidColorFill);
     EXPECT_EQ(pass.layers[2].blendKey, "pass");
@@ -79,17 +83,21 @@ TEST(TestDocuments, LayerTreesAreTheOnesTheIndexDescribes) {
 
 TEST(TestDocuments, PSDAndPSBCopiesOfOneDocumentReadEqual) {
     REQUIRE_TEST_DOCUMENTS();
-    for (const char* name : {"compression/1layer", "compression/2layers", "depth/16bit5x5",
-                             "depth/32bit5x5"}) {
+    for (const char* name :
+         {"compression/1layer", "compression/2layers", "depth/16bit5x5", "depth/32bit5x5"}) {
         SCOPED_TRACE(name);
-        const LayeredDocument psd = LayeredDocument::read(psdFolder() / (std::string(name) + ".psd"));
-        const LayeredDocument psb = LayeredDocument::read(psdFolder() / (std::string(name) + ".psb"));
+        const LayeredDocument psd =
+            LayeredDocument::read(psdFolder() / (std::string(name) + ".psd"));
+        const LayeredDocument psb =
+            LayeredDocument::read(psdFolder() / (std::string(name) + ".psb"));
         EXPECT_FALSE(psd.isLargeDocument);
         EXPECT_TRUE(psb.isLargeDocument);
         EXPECT_EQ(differences(psd, psb, test_support::Compare::picture), "");
         // The application composited each save anew: the composites agree to a level.
         ASSERT_EQ(psd.composite.size(), psb.composite.size());
-        const double level = psd.bitDepth == 32 ? 1e-4 : psd.bitDepth == 16 ? 1 / 65535.0 : 1 / 255.0;
+        const double level = psd.bitDepth == 32   ? 1e-4
+                             : psd.bitDepth == 16 ? 1 / 65535.0
+                                                  : 1 / 255.0;
         for (std::size_t c = 0; c < psd.composite.size(); ++c)
             for (std::size_t i = 0; i < psd.composite[c].sampleCount(); ++i)
                 ASSERT_NEAR(psd.composite[c].normalized(i), psb.composite[c].normalized(i),
@@ -148,7 +156,8 @@ TEST(TestDocuments, MalformedFilesGiveOneCleanError) {
 
 TEST(TestDocuments, TruncatedRealFilesFailCleanlyAtEveryLength) {
     REQUIRE_TEST_DOCUMENTS();
-    for (const char* name : {"masks/layer_mask_data.psd", "depth/16bit5x5.psb", "composite/group.psd"}) {
+    for (const char* name :
+         {"masks/layer_mask_data.psd", "depth/16bit5x5.psb", "composite/group.psd"}) {
         const std::vector<std::uint8_t> whole = test_support::fileBytes(psdFolder() / name);
         for (std::size_t n = 0; n < whole.size(); n += n < 4096 ? 1 : 97) {
             std::vector<std::uint8_t> part(whole.begin(), whole.begin() + std::ptrdiff_t(n));
@@ -215,7 +224,8 @@ TEST(TestDocuments, FillLayersBecomeTheLibrarysModel) {
     ASSERT_EQ(reflected.gradient->colorStops().size(), 3u);
     EXPECT_EQ(reflected.gradient->colorStops()[1].location, 0.5);
 
-    const LayeredDocument grey = LayeredDocument::read(psdFolder() / "depth/4x4_8bit_grayscale.psd");
+    const LayeredDocument grey =
+        LayeredDocument::read(psdFolder() / "depth/4x4_8bit_grayscale.psd");
     EXPECT_FLOAT_EQ(grey.layers.at(1).gradientFill->gradient->colorStops()[0].color.redComponent,
                     float(1 - 90.64667969942093 / 100));
 
@@ -255,7 +265,8 @@ TEST(TestDocuments, MaskRecordsInAllTheirLayouts) {
     EXPECT_TRUE(std::holds_alternative<PixelBuffer<PixelGray8>>(*mask));
     EXPECT_TRUE(oov.layers.at(2).maskBuffer(true));
 
-    const LayeredDocument density = LayeredDocument::read(psdFolder() / "masks/mask-density-layermask.psd");
+    const LayeredDocument density =
+        LayeredDocument::read(psdFolder() / "masks/mask-density-layermask.psd");
     EXPECT_EQ(density.layers.at(1).mask->parameters->userMaskDensity, 0x40);
     EXPECT_FALSE(density.layers.at(1).realMask);
 }

@@ -48,9 +48,8 @@ std::string treeLine(std::size_t index, int depth, const DocumentLayer& layer) {
                                               : "unknown '" + keyText(layer.blendKey) + "'";
     return fmt::format("{}{:>3} \"{}\"  {}  {}  opacity {}%  fill {}%  bounds {}  mask {}  {}  {}",
                        std::string(std::size_t(depth) * 2, ' '), index, layer.name, kind, blend,
-                       percent(layer.opacity), percent(layer.fillOpacity),
-                       rectText(layer.bounds), maskText(layer),
-                       layer.isClipped() ? "clipped" : "base",
+                       percent(layer.opacity), percent(layer.fillOpacity), rectText(layer.bounds),
+                       maskText(layer), layer.isClipped() ? "clipped" : "base",
                        layer.isVisible() ? "visible" : "hidden");
 }
 
@@ -63,8 +62,8 @@ std::uint16_t pngSample(const SamplePlane& p, std::size_t i) {
         return p.sample<std::uint16_t>(i);
     default: {
         const float f = p.sample<float>(i);
-        return std::uint16_t(std::lround(std::clamp(std::isfinite(f) ? double(f) : 0.0, 0.0, 1.0) *
-                                         65535));
+        return std::uint16_t(
+            std::lround(std::clamp(std::isfinite(f) ? double(f) : 0.0, 0.0, 1.0) * 65535));
     }
     }
 }
@@ -94,8 +93,8 @@ std::string fileName(const std::string& name) {
     std::string out;
     for (const char ch : name) {
         const auto c = static_cast<unsigned char>(ch);
-        const bool bad = c < 0x20 || c == 0x7F || std::string_view("/\\:*?\"<>|").find(ch) !=
-                                                       std::string_view::npos;
+        const bool bad = c < 0x20 || c == 0x7F ||
+                         std::string_view("/\\:*?\"<>|").find(ch) != std::string_view::npos;
         out += bad ? '_' : ch;
     }
     if (out.empty() || out[0] == '.') out.insert(out.begin(), '_');
@@ -110,13 +109,12 @@ std::string fileName(const std::string& name) {
 
 std::string describe(const LayeredDocument& doc) {
     const auto real = doc.hasRealMergedData();
-    return fmt::format("{}, {}, {} bits, {} × {}, {} channels, composite {}{}, {} layers and groups",
-                       doc.isLargeDocument ? "PSB" : "PSD",
-                       colorModeName(std::uint16_t(doc.colorMode)), doc.bitDepth, doc.width,
-                       doc.height, doc.channelCount,
-                       channelCompressionName(doc.compositeCompression),
-                       real ? (*real ? " (real merged data)" : " (not real merged data)") : "",
-                       doc.layerCount());
+    return fmt::format(
+        "{}, {}, {} bits, {} × {}, {} channels, composite {}{}, {} layers and groups",
+        doc.isLargeDocument ? "PSB" : "PSD", colorModeName(std::uint16_t(doc.colorMode)),
+        doc.bitDepth, doc.width, doc.height, doc.channelCount,
+        channelCompressionName(doc.compositeCompression),
+        real ? (*real ? " (real merged data)" : " (not real merged data)") : "", doc.layerCount());
 }
 
 } // namespace
@@ -164,7 +162,8 @@ Run addPsdCommand(CLI::App& app) {
             std::size_t number = 0;
             doc.walk([&](std::size_t, int, const DocumentLayer& layer) {
                 if (layer.isGroup()) return;
-                const std::string name = fmt::format("{:03}-{}.png", number++, fileName(layer.name));
+                const std::string name =
+                    fmt::format("{:03}-{}.png", number++, fileName(layer.name));
                 if (layer.bounds.isEmpty()) {
                     fmt::print("{}: no pixels\n", name);
                     return;

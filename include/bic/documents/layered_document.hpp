@@ -121,8 +121,8 @@ public:
     int colorChannels() const { return colorMode == DocumentColorMode::grayscale ? 1 : 3; }
     /// Every layer and group in pre-order, bottom first: a group, then its children. `depth`
     /// is 0 at the top level. The index passed is the layer's position in this order.
-    void walk(const std::function<void(std::size_t index, int depth, const DocumentLayer&)>&
-                  visit) const;
+    void walk(
+        const std::function<void(std::size_t index, int depth, const DocumentLayer&)>& visit) const;
     /// The number of layers and groups.
     std::size_t layerCount() const;
 
@@ -136,7 +136,8 @@ public:
     bool compositeHasTransparency() const;
     /// The composite with straight colour: colour channels then, when it has transparency, an
     /// alpha channel. The stored colour of a transparent document is matted on white
-    /// (c·α + max·(1 − α)); this removes the matte where α > 0 and gives 0 where α = 0.
+    /// (c·α + max·(1 − α)); this removes the matte where α > 0 and gives 0 where α = 0. Empty
+    /// when there is no composite or its planes are not of the document's size and depth.
     std::vector<SamplePlane> straightComposite() const;
     /// The composite as a premultiplied buffer of the document's size (colour formats when it
     /// has transparency or colour, grey ones for grey without). Nothing when there is none.
