@@ -333,6 +333,9 @@ Record readRecord(ByteReader& r, std::size_t index, const Context& ctx) {
     layer.blendingRanges.assign(ranges.begin(), ranges.end());
     const std::uint8_t nameLength = extra.u8("a layer name");
     layer.name = latin1ToUTF8(extra.take(nameLength, "a layer name"));
+    // Trailing NULs are padding in either form of the name.
+    while (!layer.name.empty() && layer.name.back() == '\0')
+        layer.name.pop_back();
     // The name is padded to a multiple of four bytes with its length byte.
     extra.skipPadding((4 - (1 + nameLength) % 4) % 4);
     layer.blocks = readBlocks(extra, ctx.large, where);
