@@ -237,7 +237,7 @@ void flatten(const std::vector<DocumentLayer>& layers, int colorChannels,
             rec.channels.push_back(&c);
         // Readers refuse records without channels; a group or empty layer made without any
         // gets the empty ones the format's own writer gives it.
-        if (rec.channels.empty()) {
+        if (rec.channels.empty() && layer.bounds.isEmpty()) {
             rec.emptyChannelIds.push_back(transparencyChannel);
             for (int c = 0; c < colorChannels; ++c)
                 rec.emptyChannelIds.push_back(std::int16_t(c));

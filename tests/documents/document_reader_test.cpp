@@ -213,6 +213,15 @@ TEST(DocumentLayers, UnicodeNameFillOpacityAndPaddingOfTaggedBlocks) {
     EXPECT_EQ(doc.layers[0].blocks[1].key, "iOpa");
 }
 
+TEST(DocumentLayers, NamesLoseTheirPaddingNULsInBothForms) {
+    // A one-byte name padded with NULs and no Unicode name: the name a write and read keep.
+    const LayeredDocument doc = LayeredDocument::read(
+        oneLayerDocument(record("norm", extraData(std::string("ab\0\0", 4), {})), {}).bytes);
+    ASSERT_EQ(doc.layers.size(), 1u);
+    EXPECT_EQ(doc.layers[0].name, "ab");
+    EXPECT_EQ(LayeredDocument::read(doc.write()).layers[0].name, "ab");
+}
+
 TEST(DocumentLayers, CountsAndLengthsAreCheckedBeforeUse) {
     // 30,000 records announced in a few bytes.
     expectError(oneLayerDocument(record("norm", extraData("a", {})), {}, 30000).bytes,

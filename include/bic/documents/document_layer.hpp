@@ -89,8 +89,8 @@ struct DocumentLayer {
     LayerKind kind = LayerKind::pixel;
     DocumentRect bounds;
     /// In stored order. A layer without a transparency channel is opaque over its bounds. A
-    /// record without any channels is written with empty transparency and colour channels, as
-    /// readers expect every record to have some.
+    /// record with empty bounds and no channels is written with empty transparency and colour
+    /// channels, as readers expect every record to have some.
     std::vector<LayerChannel> channels;
 
     /// The four characters as stored. `blendMode` is the library's mode for it, and empty for a
