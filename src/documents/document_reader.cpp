@@ -227,6 +227,7 @@ const TaggedBlock* findBlock(const DocumentLayer& layer, std::string_view key) {
 // What the record's tagged blocks say: name, divider, fill opacity, kind.
 void interpretBlocks(Record& rec) {
     DocumentLayer& layer = rec.layer;
+    bool sectionSeen = false;
     for (const auto& block : layer.blocks) {
         const std::string& k = block.key;
         ByteReader b(block.bytes);
@@ -240,9 +241,11 @@ void interpretBlocks(Record& rec) {
                     units.pop_back();
                 layer.name = utf8FromUTF16(units);
             }
-        } else if ((k == "lsct" || k == "lsdk") && b.remaining() >= 4) {
-            // "lsdk" stands for "lsct" in nested groups of some versions; the first one rules.
-            if (rec.sectionType == 0)
+        } else if ((k == "lsct" || k == "lsdk") && !sectionSeen) {
+            // "lsdk" stands for "lsct" in nested groups of some versions; only the first one
+            // counts (and only it is rewritten by the writer).
+            sectionSeen = true;
+            if (b.remaining() >= 4)
                 rec.sectionType = int(std::min<std::uint32_t>(b.u32("a section divider"), 4));
             if (rec.sectionType == 4) rec.sectionType = 0;
             if (b.remaining() >= 8 && (rec.sectionType == 1 || rec.sectionType == 2)) {

@@ -184,7 +184,7 @@ std::vector<TaggedBlock> layerBlocks(const DocumentLayer& layer) {
         if (b.key == "luni") {
             out.bytes = unicodeNameBytes(layer.name);
             hasName = true;
-        } else if (b.key == "lsct" || b.key == "lsdk") {
+        } else if ((b.key == "lsct" || b.key == "lsdk") && !hasSection) {
             out.bytes = sectionBytes(&b, sectionType, groupKey);
             hasSection = true;
         } else if (b.key == "iOpa") {
@@ -221,7 +221,7 @@ void flatten(const std::vector<DocumentLayer>& layers, int colorChannels,
             for (const TaggedBlock& b : end.blocks) {
                 TaggedBlock copy = b;
                 if (b.key == "luni") copy.bytes = unicodeNameBytes(end.name), hasName = true;
-                if (b.key == "lsct" || b.key == "lsdk")
+                if ((b.key == "lsct" || b.key == "lsdk") && !hasSection)
                     copy.bytes = sectionBytes(&b, 3, nullptr), hasSection = true;
                 divider.blocks.push_back(std::move(copy));
             }

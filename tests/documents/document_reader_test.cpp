@@ -222,6 +222,23 @@ TEST(DocumentLayers, NamesLoseTheirPaddingNULsInBothForms) {
     EXPECT_EQ(LayeredDocument::read(doc.write()).layers[0].name, "ab");
 }
 
+TEST(DocumentLayers, OnlyTheFirstSectionDividerBlockCounts) {
+    // A plain layer (type 0) with a second divider block claiming an open group: the first
+    // rules, and a write keeps the second as it was.
+    BigEndian blocks;
+    blocks.chars("8BIM").chars("lsct").u32(4).u32(0);
+    blocks.chars("8BIM").chars("lsct").u32(12).u32(1).chars("8BIM").chars("pass");
+    const LayeredDocument doc =
+        LayeredDocument::read(oneLayerDocument(record("norm", extraData("a", blocks)), {}).bytes);
+    ASSERT_EQ(doc.layers.size(), 1u);
+    EXPECT_FALSE(doc.layers[0].isGroup());
+    EXPECT_EQ(doc.layers[0].blendKey, "norm");
+    const LayeredDocument back = LayeredDocument::read(doc.write());
+    ASSERT_EQ(back.layers.size(), 1u);
+    EXPECT_FALSE(back.layers[0].isGroup());
+    EXPECT_EQ(back.layers[0].blocks[1].bytes, doc.layers[0].blocks[1].bytes);
+}
+
 TEST(DocumentLayers, CountsAndLengthsAreCheckedBeforeUse) {
     // 30,000 records announced in a few bytes.
     expectError(oneLayerDocument(record("norm", extraData("a", {})), {}, 30000).bytes,

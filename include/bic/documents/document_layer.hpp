@@ -109,8 +109,9 @@ struct DocumentLayer {
     std::optional<RealUserMask> realMask;
     /// The blending ranges record, kept as bytes.
     std::vector<std::uint8_t> blendingRanges;
-    /// Every tagged block in stored order, with its bytes. The writer rewrites "luni",
-    /// "lsct"/"lsdk" and "iOpa" from the fields above and writes all others as they are.
+    /// Every tagged block in stored order, with its bytes. The writer rewrites "luni", the first
+    /// "lsct"/"lsdk" (the one the reader goes by) and "iOpa" from the fields above and writes all
+    /// others as they are.
     std::vector<TaggedBlock> blocks;
 
     /// Readings of the fill blocks (not written back: the blocks are).
