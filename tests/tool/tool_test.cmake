@@ -236,3 +236,67 @@ if(PHOTOS AND IS_DIRECTORY "${PHOTOS}")
 else()
   message(STATUS "no test photos at ${PHOTOS}; skipped")
 endif()
+
+# Layered documents: the layer tree, the stored composite, the layers as images, a round trip,
+# and one line for every malformed file.
+if(PSD AND IS_DIRECTORY "${PSD}")
+  run(TRUE psd "${PSD}/masks/oov-psd_mask.psd")
+  expect_in("${out}" "PSD, RGB, 8 bits, 64 × 64, 4 channels, composite rle (real merged data), 8 layers and groups")
+  expect_in("${out}" "  3 \"layerMask disabled\"  pixel  Normal  opacity 100%  fill 100%  bounds 0,0 64×64  mask 0,0 64×64 default 255 disabled  base  visible")
+  expect_in("${out}" "\"both\"  pixel+vector mask")
+  run(TRUE psd "${PSD}/composite/passthrough_blendmodes1.psd")
+  expect_in("${out}" "  2 \"Group 1\"  group  Pass Through")
+  expect_in("${out}" "\n    3 \"Layer 1 copy\"  pixel  Darken  opacity 100%")
+  set(tree "${out}")
+  run(TRUE psd "${PSD}/composite/clipping-mask.psd")
+  expect_in("${out}" "clipped")
+  run(TRUE psd "${PSD}/composite/hidden-layer.psd")
+  expect_in("${out}" "hidden")
+
+  run(TRUE psd "${PSD}/composite/passthrough_blendmodes1.psd" --write ${WORK}/again.psd)
+  run(TRUE psd ${WORK}/again.psd)
+  string(REGEX REPLACE "^[^\n]*\n" "" a "${tree}")
+  string(REGEX REPLACE "^[^\n]*\n" "" b "${out}")
+  if(NOT a STREQUAL b)
+    message(FATAL_ERROR "the round trip changed the layer tree:\n${a}\n---\n${b}")
+  endif()
+
+  run(TRUE psd "${PSD}/blend/1x1/blue-red-1x1-multiply.psd" --stored ${WORK}/stored.png)
+  expect_in("${out}" "(1 × 1, 8 bits)")
+  run(TRUE psd "${PSD}/depth/32bit.psd" --stored ${WORK}/stored-32.png)
+  expect_in("${out}" "(100 × 150, 16 bits)")
+  run(TRUE encode ${WORK}/stored-32.png ${WORK}/stored-32.json --form json)
+  expect_in("${out}" "100 × 150, RGB, 16 bits")
+
+  file(REMOVE_RECURSE ${WORK}/layers)
+  run(TRUE psd "${PSD}/composite/passthrough_blendmodes1.psd" --layers ${WORK}/layers)
+  foreach(f "000-Color Fill 1.png" "001-Layer 1.png" "002-Layer 1 copy.png" "004-Layer 1 copy.png")
+    if(NOT EXISTS "${WORK}/layers/${f}")
+      message(FATAL_ERROR "--layers did not write ${f}:\n${out}")
+    endif()
+  endforeach()
+  run(TRUE psd "${PSD}/depth/4x4_32bit_rgb.psd" --layers ${WORK}/layers32)
+  expect_in("${out}" "000-Layer 1.png: no pixels")
+
+  foreach(case
+      "file-empty.psd|the file is empty"
+      "file-image-depth-17.psd|unsupported bit depth 17"
+      "image-compression-invalid.psd|the composite: unknown compression 48879"
+      "layer-channel-compression-invalid.psd|channel 0: unknown compression 4"
+      "layer-blend-mode-key-invalid.psd|layer 0 \"a layer\": unknown blend mode key 'BoEF'"
+      "corrupt_20260312a.psd|'Lr16' holds 16-bit layers, but the document has 8 bits"
+      "luni.psd|the zip data is corrupt")
+    string(REPLACE "|" ";" parts "${case}")
+    list(GET parts 0 name)
+    list(GET parts 1 message)
+    run(FALSE psd "${PSD}/malformed/${name}")
+    expect_one_line_error(".*${name}: ")
+    expect_in("${err}" "${message}")
+  endforeach()
+  run(FALSE psd "${PSD}/malformed/layer-blend-mode-key-invalid.psd")
+  expect_in("${out}" "  0 \"a layer\"  pixel  unknown 'BoEF'")
+  run(FALSE psd ${WORK}/no-such.psd)
+  expect_one_line_error(".*cannot open")
+else()
+  message(STATUS "no test documents at ${PSD}; skipped")
+endif()

@@ -31,6 +31,7 @@ Run addOutlineCommand(CLI::App& app);
 Run addHistogramCommand(CLI::App& app);
 Run addGradientCommand(CLI::App& app);
 Run addMetadataCommand(CLI::App& app);
+Run addPsdCommand(CLI::App& app);
 
 /// The demo's contact sheet of the pixel blend modes, written into `dir`.
 void blendSection(const std::filesystem::path& dir);

@@ -353,4 +353,14 @@ void writeImageFile(const PixelBufferType& buffer, const std::filesystem::path& 
     }
 }
 
+void writeStraightPNG(std::int64_t width, std::int64_t height, int depth,
+                      std::vector<std::uint8_t> samples, const std::filesystem::path& path) {
+    Raster r;
+    r.width = width, r.height = height, r.channels = 4, r.depth = depth;
+    if (samples.size() != r.rowBytes() * std::size_t(height))
+        throw CommandError("internal: " + path.string() + " has the wrong number of samples");
+    r.samples = std::move(samples);
+    writePNG(r, path);
+}
+
 } // namespace bic::tool

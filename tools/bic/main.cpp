@@ -17,7 +17,8 @@ int main(int argc, char** argv) {
         bic::tool::addDitherCommand(app),   bic::tool::addHistogramCommand(app),
         bic::tool::addFillCommand(app),     bic::tool::addDistanceCommand(app),
         bic::tool::addOutlineCommand(app),  bic::tool::addGradientCommand(app),
-        bic::tool::addMetadataCommand(app), bic::tool::addDemoCommand(app)};
+        bic::tool::addMetadataCommand(app), bic::tool::addPsdCommand(app),
+        bic::tool::addDemoCommand(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {

@@ -1,0 +1,57 @@
+#pragma once
+// What a fill layer paints, read from its "SoCo" (solid colour) or "GdFl" (gradient) block.
+//
+// The blocks stay in the layer's tagged blocks and are written back from there; these values are
+// their reading, for rendering. Colours are straight, 0…1, opaque.
+
+#include "bic/gradients/color_gradient.hpp"
+#include "bic/pixels/pixel_formats.hpp"
+
+#include <optional>
+#include <span>
+#include <string>
+
+namespace bic {
+
+struct SolidColorFill {
+    PixelRGBA32 color{0, 0, 0, 1};
+
+    friend bool operator==(const SolidColorFill&, const SolidColorFill&) = default;
+};
+
+struct GradientFill {
+    /// Linear, radial, angle, reflected or diamond.
+    GradientType type = GradientType::linear;
+    /// Degrees, counter-clockwise from the positive x axis.
+    double angle = 90;
+    /// 1 is the layer's (or document's) full size; stored as a percentage.
+    double scale = 1;
+    bool reverse = false, dither = false;
+    /// Align with the layer's bounds rather than the document's.
+    bool alignWithLayer = true;
+    /// Offset of the centre as fractions of the width and height (stored as percentages).
+    double offsetX = 0, offsetY = 0;
+    /// The gradient's own name, as stored.
+    std::string name;
+    /// Smoothness, 0…1 (stored on 0…4096).
+    double smoothness = 1;
+    /// The stops: file locations 0…4096 become 0…1, midpoints (percent) 0…1, opacities (percent)
+    /// 0…1. A stop's midpoint places the even mix between the stop before it and itself, as in
+    /// ColorGradient. Not applied: `reverse` (a rendering choice). Empty for noise gradients and
+    /// for fewer than two stops in a list.
+    std::optional<ColorGradient> gradient;
+
+    friend bool operator==(const GradientFill&, const GradientFill&) = default;
+};
+
+/// The colour a colour descriptor ("RGBC", "Grsc", "HSBC") holds, straight on 0…1; nothing for
+/// other colour models. Exposed for the fills' readers and their tests.
+struct Descriptor;
+std::optional<PixelRGBA32> colorFromDescriptor(const Descriptor& color);
+
+/// The readings of a "SoCo" and a "GdFl" block's bytes. Throw DocumentError for malformed
+/// descriptors; a descriptor of an unknown shape gives nothing.
+std::optional<SolidColorFill> readSolidColorFill(std::span<const std::uint8_t> block);
+std::optional<GradientFill> readGradientFill(std::span<const std::uint8_t> block);
+
+} // namespace bic

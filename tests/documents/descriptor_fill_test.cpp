@@ -1,0 +1,187 @@
+#include "bic/documents/descriptor.hpp"
+#include "bic/documents/fill_content.hpp"
+#include "bic/documents/layered_document.hpp"
+#include "document_test_support.hpp"
+
+#include <gtest/gtest.h>
+
+namespace bic {
+namespace {
+
+using test_support::BigEndian;
+
+// Versioned descriptor bytes of class `classId` with `count` items that `items` appends.
+template <class F>
+std::vector<std::uint8_t> descriptor(const std::string& classId, std::uint32_t count, F items) {
+    BigEndian b;
+    b.u32(16).unicode("").id(classId).u32(count);
+    items(b);
+    return b.bytes;
+}
+
+void rgb(BigEndian& b, double r, double g, double bl) {
+    b.unicode("").id("RGBC").u32(3);
+    b.id("Rd  ").chars("doub").f64(r).id("Grn ").chars("doub").f64(g);
+    b.id("Bl  ").chars("doub").f64(bl);
+}
+
+TEST(Descriptor, ReadsEveryValueKindFillsUse) {
+    const auto bytes = descriptor("null", 8, [](BigEndian& b) {
+        b.id("Dthr").chars("bool").u8(1);
+        b.id("Angl").chars("UntF").chars("#Ang").f64(-45);
+        b.id("Type").chars("enum").id("GrdT").id("Rdl ");
+        b.id("Nm  ").chars("TEXT").unicode("Sun");
+        b.id("Lctn").chars("long").u32(std::uint32_t(-7));
+        b.id("Ref ").chars("obj ").u32(2).chars("Enmr").unicode("").id("Lyr ").id("Ordn").id(
+            "Trgt");
+        b.chars("indx").u32(3);
+        b.id("Clrs").chars("VlLs").u32(2).chars("doub").f64(0.5).chars("Objc");
+        rgb(b, 1, 2, 3);
+        b.id("someLongerKey").chars("tdta").u32(2).u8(7).u8(8);
+    });
+    const Descriptor d = parseVersionedDescriptor(bytes);
+    EXPECT_EQ(d.classId, "null");
+    ASSERT_EQ(d.items.size(), 8u);
+    EXPECT_EQ(d.boolean("Dthr"), true);
+    EXPECT_EQ(d.number("Angl"), -45);
+    EXPECT_EQ(std::get<UnitFloat>(d.find("Angl")->value).unit, "#Ang");
+    EXPECT_EQ(d.enumerated("Type"), "Rdl ");
+    EXPECT_EQ(std::get<std::string>(d.find("Nm  ")->value), "Sun");
+    EXPECT_EQ(d.number("Lctn"), -7);
+    const auto* list = d.list("Clrs");
+    ASSERT_TRUE(list);
+    ASSERT_EQ(list->size(), 2u);
+    EXPECT_EQ(std::get<double>((*list)[0].value), 0.5);
+    EXPECT_EQ(std::get<Descriptor>((*list)[1].value).number("Bl  "), 3);
+    EXPECT_EQ(std::get<std::vector<std::uint8_t>>(d.find("someLongerKey")->value),
+              (std::vector<std::uint8_t>{7, 8}));
+    EXPECT_FALSE(d.find("none"));
+    EXPECT_FALSE(d.number("Type"));
+}
+
+TEST(Descriptor, RefusesDamagedBytesWithoutAllocatingForThem) {
+    using Kind = DocumentError::Kind;
+    const auto kindOf = [](const std::vector<std::uint8_t>& bytes) {
+        try {
+            parseVersionedDescriptor(bytes);
+        } catch (const DocumentError& e) {
+            return e.kind();
+        }
+        return Kind::io; // not thrown
+    };
+    EXPECT_EQ(kindOf(descriptor("null", 1, [](BigEndian& b) { b.id("Key ").chars("what"); })),
+              Kind::corrupt);
+    // Four billion items announced in a few bytes.
+    EXPECT_EQ(kindOf(descriptor("null", 0xFFFFFFFF, [](BigEndian&) {})), Kind::truncated);
+    EXPECT_EQ(kindOf(descriptor("null", 1,
+                                [](BigEndian& b) { b.id("List").chars("VlLs").u32(0x7FFFFFFF); })),
+              Kind::truncated);
+    // Objects nested beyond any real file's depth.
+    BigEndian deep;
+    deep.u32(16);
+    for (int i = 0; i < 100; ++i)
+        deep.unicode("").id("Objc").u32(1).id("Next").chars("Objc");
+    EXPECT_EQ(kindOf(deep.bytes), Kind::corrupt);
+    EXPECT_EQ(kindOf({0, 0, 0, 15}), Kind::corrupt);
+}
+
+TEST(FillContent, SolidColoursInEveryModelTheFormatUses) {
+    const auto fill = readSolidColorFill(descriptor("null", 1, [](BigEndian& b) {
+        b.id("Clr ").chars("Objc");
+        rgb(b, 255, 51, 0);
+    }));
+    ASSERT_TRUE(fill);
+    EXPECT_EQ(fill->color, PixelRGBA32(1, 0.2f, 0, 1));
+    BigEndian grey;
+    grey.unicode("").id("Grsc").u32(1).id("Gry ").chars("doub").f64(25);
+    EXPECT_EQ(colorFromDescriptor(parseVersionedDescriptor([&] {
+                  BigEndian b;
+                  b.u32(16).append(grey.bytes);
+                  return b.bytes;
+              }())),
+              PixelRGBA32(0.75f, 0.75f, 0.75f, 1));
+    BigEndian hsb;
+    hsb.u32(16).unicode("").id("HSBC").u32(3);
+    hsb.id("H   ").chars("UntF").chars("#Ang").f64(120).id("Strt").chars("doub").f64(100);
+    hsb.id("Brgh").chars("doub").f64(50);
+    EXPECT_EQ(colorFromDescriptor(parseVersionedDescriptor(hsb.bytes)), PixelRGBA32(0, 0.5f, 0, 1));
+    BigEndian lab;
+    lab.u32(16).unicode("").id("LbCl").u32(0);
+    EXPECT_FALSE(colorFromDescriptor(parseVersionedDescriptor(lab.bytes)));
+}
+
+void colorStop(BigEndian& b, double red, std::uint32_t location, std::uint32_t midpoint) {
+    b.chars("Objc").unicode("").id("Clrt").u32(4).id("Clr ").chars("Objc");
+    rgb(b, red, 0, 0);
+    b.id("Type").chars("enum").id("Clry").id("UsrS");
+    b.id("Lctn").chars("long").u32(location).id("Mdpn").chars("long").u32(midpoint);
+}
+
+void opacityStop(BigEndian& b, double opacity, std::uint32_t location, std::uint32_t midpoint) {
+    b.chars("Objc").unicode("").id("TrnS").u32(3);
+    b.id("Opct").chars("UntF").chars("#Prc").f64(opacity);
+    b.id("Lctn").chars("long").u32(location).id("Mdpn").chars("long").u32(midpoint);
+}
+
+TEST(FillContent, GradientStopsMapOntoTheGradientModelExactly) {
+    const auto bytes = descriptor("null", 8, [](BigEndian& b) {
+        b.id("Dthr").chars("bool").u8(1);
+        b.id("Rvrs").chars("bool").u8(1);
+        b.id("Angl").chars("UntF").chars("#Ang").f64(45);
+        b.id("Type").chars("enum").id("GrdT").id("Dmnd");
+        b.id("Algn").chars("bool").u8(0);
+        b.id("Scl ").chars("UntF").chars("#Prc").f64(150);
+        b.id("Ofst").chars("Objc").unicode("").id("Pnt ").u32(2);
+        b.id("Hrzn").chars("UntF").chars("#Prc").f64(10).id("Vrtc").chars("UntF").chars("#Prc").f64(
+            -20);
+        b.id("Grad").chars("Objc").unicode("Gradient").id("Grdn").u32(5);
+        b.id("Nm  ").chars("TEXT").unicode("Custom");
+        b.id("GrdF").chars("enum").id("GrdF").id("CstS");
+        b.id("Intr").chars("doub").f64(2048);
+        b.id("Clrs").chars("VlLs").u32(3);
+        colorStop(b, 0, 0, 50);
+        colorStop(b, 255, 4096, 25); // listed out of order: sorted by location
+        colorStop(b, 51, 1024, 75);
+        b.id("Trns").chars("VlLs").u32(2);
+        opacityStop(b, 100, 0, 50);
+        opacityStop(b, 30, 4096, 60);
+    });
+    const auto fill = readGradientFill(bytes);
+    ASSERT_TRUE(fill);
+    EXPECT_EQ(fill->type, GradientType::diamond);
+    EXPECT_EQ(fill->angle, 45);
+    EXPECT_EQ(fill->scale, 1.5);
+    EXPECT_TRUE(fill->reverse);
+    EXPECT_TRUE(fill->dither);
+    EXPECT_FALSE(fill->alignWithLayer);
+    EXPECT_EQ(fill->offsetX, 0.1);
+    EXPECT_EQ(fill->offsetY, -0.2);
+    EXPECT_EQ(fill->name, "Custom");
+    EXPECT_EQ(fill->smoothness, 0.5);
+    ASSERT_TRUE(fill->gradient);
+    const auto& colors = fill->gradient->colorStops();
+    ASSERT_EQ(colors.size(), 3u);
+    EXPECT_EQ(colors[0], ColorStop({0, 0, 0, 1}, 0, 0.5));
+    EXPECT_EQ(colors[1], ColorStop({0.2f, 0, 0, 1}, 0.25, 0.75));
+    EXPECT_EQ(colors[2], ColorStop({1, 0, 0, 1}, 1, 0.25));
+    const auto& opacities = fill->gradient->opacityStops();
+    ASSERT_EQ(opacities.size(), 2u);
+    EXPECT_EQ(opacities[1], OpacityStop(0.3, 1, 0.6));
+    // The midpoint places the even mix: at 0.25 + 0.75 × 0.25 the colour is half-way.
+    EXPECT_FLOAT_EQ(fill->gradient->colorAtLocation(0.25 + 0.75 * 0.25).redComponent, 0.6f);
+}
+
+TEST(FillContent, NoiseGradientsAndUnknownGeometriesHaveNoStops) {
+    const auto noise = readGradientFill(descriptor("null", 2, [](BigEndian& b) {
+        b.id("Type").chars("enum").id("GrdT").id("Lnr ");
+        b.id("Grad").chars("Objc").unicode("").id("Grdn").u32(1);
+        b.id("GrdF").chars("enum").id("GrdF").id("ClNs");
+    }));
+    ASSERT_TRUE(noise);
+    EXPECT_FALSE(noise->gradient);
+    EXPECT_FALSE(readGradientFill(descriptor(
+        "null", 1, [](BigEndian& b) { b.id("Type").chars("enum").id("GrdT").id("Spir"); })));
+}
+
+} // namespace
+} // namespace bic
