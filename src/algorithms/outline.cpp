@@ -4,6 +4,7 @@
 
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/pixels/pixel_format_list.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -188,7 +189,7 @@ private:
 
 // The threshold the engine applies to the mask form, computed here without rendering: the
 // mask form is grey (the pixel's alpha for colour formats, its grey for grey ones), and the
-// threshold compares its luminosity 0.30 v + 0.59 v + 0.11 v with ½ exactly as the kernel does.
+// threshold compares its luminosity with ½ exactly as the kernel does.
 template <Pixel P>
 bool isOpaqueEnough(const P& p) {
     float v;
@@ -196,7 +197,7 @@ bool isOpaqueEnough(const P& p) {
         v = p.alpha();
     else
         v = p.gray();
-    return 0.30f * v + 0.59f * v + 0.11f * v >= 0.5f;
+    return luma(v, v, v) >= 0.5f;
 }
 
 template <Pixel P>

@@ -2,6 +2,7 @@
 
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/memory.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/io/pixel_io.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
@@ -60,7 +61,7 @@ void unpremultiplyRow(const KernelRow& row) {
     const float* s = row.samples[0];
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
         const float a = s[i + 3];
-        const float k = a > 0 ? 1.0f / a : 0.0f;
+        const float k = unpremultiplyScale(a);
         row.out[i] = s[i] * k;
         row.out[i + 1] = s[i + 1] * k;
         row.out[i + 2] = s[i + 2] * k;
