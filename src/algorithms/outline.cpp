@@ -77,13 +77,14 @@ public:
     Mark mark(std::int64_t x, std::int64_t y) const { return marks_.read(x + 1, y + 1); }
     void setMark(std::int64_t x, std::int64_t y, Mark m) { marks_.write(x + 1, y + 1, m); }
     bool foreground(std::int64_t x, std::int64_t y) const {
-        return x >= 0 && y >= 0 && x < w_ && y < h_ && mask_[(h_ - 1 - y) * stride_ + x] >= 128;
+        return x >= 0 && y >= 0 && x < w_ && y < h_ &&
+               mask_[flippedRow(y, h_) * stride_ + x] >= 128;
     }
 
     std::vector<Path> outlines() {
         std::vector<Path> outer, holes;
         for (std::int64_t y = 0; y < h_; ++y) {
-            const std::uint8_t* row = mask_ + (h_ - 1 - y) * stride_;
+            const std::uint8_t* row = mask_ + flippedRow(y, h_) * stride_;
             constexpr std::uint64_t high = 0x8080808080808080u; // every byte's top bit
             auto word = [&](std::int64_t at) {
                 std::uint64_t v;

@@ -390,8 +390,8 @@ struct TileNode final : Node {
             return m < 0 ? m + size : m;
         };
         for (std::int64_t i = 0; i < r.h; ++i) {
-            const std::int64_t sy = wrap(r.maxY() - 1 - i, b.y, b.h);
-            const float* srow = tile.data() + (b.h - 1 - sy) * b.w * 4;
+            const std::int64_t sy = wrap(flippedRow(i, r.maxY()), b.y, b.h);
+            const float* srow = tile.data() + flippedRow(sy, b.h) * b.w * 4;
             float* o = out.row(i);
             for (std::int64_t j = 0; j < r.w; ++j)
                 std::copy_n(srow + wrap(r.x + j, b.x, b.w) * 4, 4, o + j * 4);

@@ -1,8 +1,15 @@
 #pragma once
-// The two small formulas every layer of pixel code needs, written once: the luminosity weights
-// the library measures colour by, and the step from premultiplied back to straight colour.
+// The small formulas every layer of pixel code needs, written once: the luminosity weights the
+// library measures colour by, the step from premultiplied back to straight colour, and the flip
+// between image rows (counted up from the bottom) and memory rows (stored top first).
+
+#include <cstdint>
 
 namespace bic {
+
+/// The memory row of image row `row`, or equally the image row of memory row `row`, among rows
+/// that end below `top` (exclusive: a height, for rows counted from 0, or a region's maxY).
+constexpr std::int64_t flippedRow(std::int64_t row, std::int64_t top) { return top - 1 - row; }
 
 /// The weights of red, green and blue in a colour's luminosity (Rec. 601 rounded), used for
 /// grey conversion, thresholds, masks and the non-separable blend modes alike.
