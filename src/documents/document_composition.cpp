@@ -1,0 +1,548 @@
+#include "bic/documents/document_composition.hpp"
+
+#include "bic/compositing/image_operations.hpp"
+#include "bic/compositing/mask_operations.hpp"
+#include "bic/core/image_core_error.hpp"
+#include "bic/platform/ci/builtin_filters.hpp"
+#include "bic/platform/ci/context.hpp"
+#include "bic/platform/ci/kernel.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace bic {
+
+struct DocumentCompositeSettings {
+    std::int64_t width = 0, height = 0;
+    int bitDepth = 8, colorChannels = 3;
+    bool roundEachLayer = false;
+
+    cg::Rect imageRect(const DocumentRect& r) const { return bic::imageRect(r, height).cgRect(); }
+    cg::Rect extent() const { return cg::Rect(0, 0, double(width), double(height)); }
+    int sampleBytes() const { return bitDepth / 8; }
+    ci::Format colorFormat() const {
+        return bitDepth == 8 ? ci::Format::RGBA8
+                             : (bitDepth == 16 ? ci::Format::RGBA16 : ci::Format::RGBAf);
+    }
+    ci::Format greyFormat() const {
+        return bitDepth == 8 ? ci::Format::L8 : (bitDepth == 16 ? ci::Format::L16 : ci::Format::Lf);
+    }
+    BlendArithmetic arithmetic() const {
+        return bitDepth == 8 ? BlendArithmetic::eightBit : BlendArithmetic::continuous;
+    }
+};
+
+namespace {
+
+// The running result as the writing application keeps it between layers: straight 8-bit colour
+// and alpha.
+void roundToEightBitRow(const ci::KernelRow& row) {
+    const float* in = row.samples[0];
+    float* out = row.out;
+    for (std::int64_t i = 0; i < row.count; ++i) {
+        const float* p = in + 4 * i;
+        float* o = out + 4 * i;
+        const float a = std::floor(std::clamp(p[3], 0.0f, 1.0f) * 255.0f + 0.5f) / 255.0f;
+        if (!(a > 0)) {
+            o[0] = o[1] = o[2] = o[3] = 0;
+            continue;
+        }
+        for (int c = 0; c < 3; ++c) {
+            const float straight = std::clamp(p[c] / p[3], 0.0f, 1.0f);
+            o[c] = std::floor(straight * 255.0f + 0.5f) / 255.0f * a;
+        }
+        o[3] = a;
+    }
+}
+
+ci::Image roundedToEightBit(const ci::Image& image) {
+    static const ci::ColorKernel kernel("documentRoundToEightBit", roundToEightBitRow);
+    if (image.extent().isEmpty() || image.extent().isInfinite()) return image;
+    return kernel.apply(image.extent(), {image}).value_or(image);
+}
+
+// Copies one sample of any depth; the planes and the interleaved pixels share the host order.
+void copySample(std::uint8_t* to, const SamplePlane* plane, std::size_t index, int bytes,
+                const std::uint8_t* otherwise) {
+    if (plane)
+        std::memcpy(to, plane->bytes().data() + index * std::size_t(bytes), std::size_t(bytes));
+    else
+        std::memcpy(to, otherwise, std::size_t(bytes));
+}
+
+// Straight RGBA of the document's depth from a layer's channel planes (grey copied into all
+// three colour channels); a missing colour channel is 0 and a missing transparency opaque.
+std::shared_ptr<std::vector<std::uint8_t>>
+interleaved(const DocumentCompositeSettings& s, std::int64_t width, std::int64_t height,
+            const std::vector<const SamplePlane*>& colors, const SamplePlane* alpha) {
+    const int bytes = s.sampleBytes();
+    std::uint8_t zero[4] = {}, one[4];
+    if (s.bitDepth == 32) {
+        const float f = 1;
+        std::memcpy(one, &f, 4);
+    } else {
+        std::memset(one, 0xff, 4);
+    }
+    const std::size_t count = std::size_t(width * height);
+    auto out = std::make_shared<std::vector<std::uint8_t>>(count * 4 * std::size_t(bytes));
+    std::uint8_t* p = out->data();
+    for (std::size_t i = 0; i < count; ++i, p += 4 * bytes) {
+        for (int c = 0; c < 3; ++c)
+            copySample(p + c * bytes, colors[std::size_t(c) % colors.size()], i, bytes, zero);
+        copySample(p + 3 * bytes, alpha, i, bytes, one);
+    }
+    return out;
+}
+
+const SamplePlane* planeOfSize(const LayerChannel* channel, const DocumentRect& rect, int depth) {
+    if (!channel) return nullptr;
+    const SamplePlane& p = channel->plane;
+    return p.width() == rect.width() && p.height() == rect.height() && p.bitDepth() == depth
+               ? &p
+               : nullptr;
+}
+
+ci::Image sharedBitmap(const std::shared_ptr<std::vector<std::uint8_t>>& bytes, std::int64_t width,
+                       std::int64_t height, ci::Format format) {
+    const std::int64_t rowBytes = width * ci::bytesPerPixel(format);
+    auto image = ci::Image::withSharedBitmap(bytes, bytes->data(), rowBytes, width, height, format);
+    if (!image)
+        throw ImageCoreError(ImageCoreError::unknownError, "a layer's pixels make no image");
+    return *image;
+}
+
+bool blendingRangesAreDefault(const std::vector<std::uint8_t>& ranges) {
+    // Each range is black low, black high, white low, white high; the default passes all.
+    for (std::size_t i = 0; i + 4 <= ranges.size(); i += 4)
+        if (ranges[i] != 0 || ranges[i + 1] != 0 || ranges[i + 2] != 255 || ranges[i + 3] != 255)
+            return false;
+    return true;
+}
+
+// The paint of a gradient fill over `box` (document coordinates).
+std::optional<ci::Image> gradientImage(const GradientFill& fill, const DocumentRect& box,
+                                       const DocumentCompositeSettings& s) {
+    if (!fill.gradient || box.isEmpty()) return std::nullopt;
+    ColorGradient gradient = *fill.gradient;
+    if (fill.reverse) gradient.reverse();
+    const cg::Rect r = s.imageRect(box);
+    const double w = r.size.width, h = r.size.height;
+    // The offset is a fraction of the box, with y down as the file measures it.
+    const cg::Point centre{r.origin.x + w / 2 + fill.offsetX * w,
+                           r.origin.y + h / 2 - fill.offsetY * h};
+    const double radians = fill.angle * M_PI / 180;
+    const cg::Vector direction{std::cos(radians), std::sin(radians)};
+    // The ramp spans the box's extent along the direction, times the scale.
+    const double length =
+        (std::abs(w * direction.dx) + std::abs(h * direction.dy)) * std::max(fill.scale, 1e-6);
+    const auto along = [&](double t) {
+        return cg::Point{centre.x + direction.dx * length * t,
+                         centre.y + direction.dy * length * t};
+    };
+    cg::Point from = centre, to = along(0.5);
+    if (fill.type == GradientType::linear) from = along(-0.5);
+    if (fill.type == GradientType::angle) to = along(0.5);
+    const std::optional<int> dither =
+        fill.dither ? std::optional<int>(s.bitDepth == 8 ? 256 : 65536) : std::nullopt;
+    return gradient.image(fill.type, from, to, true, dither);
+}
+
+} // namespace
+
+// ---- Compositing ----
+
+struct DocumentCompositor {
+    static ci::Image blend(const ci::Image& layer, const ci::Image& backdrop, BlendMode mode,
+                           double opacity, const DocumentCompositeSettings& s) {
+        if (!(opacity > 0) || layer.extent().isEmpty()) return backdrop;
+        ci::Image result = blended(layer, backdrop, mode, std::min(opacity, 1.0), s.arithmetic());
+        return s.roundEachLayer ? roundedToEightBit(result) : result;
+    }
+
+    // `children` blended bottom first onto `backdrop`.
+    static ci::Image compose(ci::Image running,
+                             const std::vector<std::shared_ptr<DocumentLayerNode>>& children,
+                             const DocumentCompositeSettings& s) {
+        for (std::size_t i = 0; i < children.size();) {
+            const DocumentLayerNode& base = *children[i];
+            std::size_t end = i + 1;
+            while (end < children.size() && children[end]->isClipped())
+                ++end;
+            if (base.isVisible()) {
+                running = composeOne(running, base, s);
+                if (end > i + 1) {
+                    // Clipped layers show only where the base has coverage of its own.
+                    const ci::Image coverage = bic_maskFromTransparency(base.content());
+                    for (std::size_t k = i + 1; k < end; ++k) {
+                        const DocumentLayerNode& clipped = *children[k];
+                        if (!clipped.isVisible()) continue;
+                        running = blend(bic_masked(clipped.content(), coverage), running,
+                                        clipped.blendMode(),
+                                        clipped.opacity() * clipped.fillOpacity(), s);
+                    }
+                }
+            }
+            i = end;
+        }
+        return running;
+    }
+
+    static ci::Image composeOne(const ci::Image& running, const DocumentLayerNode& layer,
+                                const DocumentCompositeSettings& s) {
+        if (layer.isGroup() && layer.blendMode() == BlendMode::passThrough) {
+            const ci::Image after = compose(running, layer.children(), s);
+            ci::Image result = after;
+            if (!layer.masks_.empty()) {
+                // Where the group's mask hides, the result before the group shows.
+                ci::Image shown = ci::Image::white();
+                for (const auto& mask : layer.masks_)
+                    shown = bic_masked(shown, maskImage(mask, s));
+                result = bic_mixWithMask(running, after, bic_maskFromTransparency(shown));
+            }
+            const double opacity = layer.opacity() * layer.fillOpacity();
+            if (opacity < 1) result = ci::mix(result, running, opacity);
+            return s.roundEachLayer && result != after ? roundedToEightBit(result) : result;
+        }
+        return blend(layer.content(), running, layer.blendMode(),
+                     layer.opacity() * layer.fillOpacity(), s);
+    }
+
+    static ci::Image maskImage(const DocumentLayerNode::Mask& mask,
+                               const DocumentCompositeSettings& s) {
+        const double d = mask.defaultLevel;
+        const ci::Image outside = ci::Image::constant({d, d, d, 1});
+        ci::Image image = outside;
+        if (!mask.rect.isEmpty() && mask.samples) {
+            const cg::Rect r = s.imageRect(mask.rect);
+            image =
+                sharedBitmap(mask.samples, mask.rect.width(), mask.rect.height(), s.greyFormat())
+                    .translated(r.origin.x, r.origin.y)
+                    .composited(outside);
+            if (mask.feather > 0)
+                image =
+                    ci::gaussianBlur(image.clamped(r.insetBy(-3 * mask.feather, -3 * mask.feather)),
+                                     mask.feather / 2);
+        }
+        if (mask.density < 1) {
+            // Density lifts what the mask hides: m' = 1 − density·(1 − m).
+            const double k = mask.density;
+            image = ci::colorMatrix(
+                image,
+                {{k, 0, 0, 0}, {0, k, 0, 0}, {0, 0, k, 0}, {0, 0, 0, 1}, {1 - k, 1 - k, 1 - k, 0}});
+        }
+        return image;
+    }
+};
+
+// ---- Layer nodes ----
+
+void DocumentLayerNode::rebuildContent() {
+    const DocumentCompositeSettings& s = *settings_;
+    ci::Image image;
+    if (isGroup()) {
+        image = DocumentCompositor::compose(ci::Image(), children_, s);
+    } else if (fill_) {
+        image = *fill_;
+    } else {
+        image = storedPixels();
+    }
+    // A pass-through group's mask is applied by its parent, to the result it mixes.
+    if (!(isGroup() && mode_ == BlendMode::passThrough))
+        for (const auto& mask : masks_)
+            image = bic_masked(image, DocumentCompositor::maskImage(mask, s));
+    content_ = image;
+}
+
+ci::Image DocumentLayerNode::storedPixels() const {
+    if (!pixels_ || bounds_.isEmpty()) return ci::Image();
+    const cg::Rect r = settings_->imageRect(bounds_);
+    return sharedBitmap(pixels_, bounds_.width(), bounds_.height(), settings_->colorFormat())
+        .premultiplyingAlpha()
+        .translated(r.origin.x, r.origin.y);
+}
+
+ci::Image DocumentLayerNode::content() const { return content_; }
+
+cg::Rect DocumentLayerNode::outputImageExtent() const {
+    if (isGroup()) {
+        cg::Rect all = cg::Rect::null();
+        for (const auto& child : children_)
+            all = all.unionWith(child->outputImageExtent());
+        return all;
+    }
+    if (fill_) return settings_->extent();
+    return bounds_.isEmpty() ? cg::Rect::null() : settings_->imageRect(bounds_);
+}
+
+Image DocumentLayerNode::outputImage(const RenderContext&) { return Image(content_); }
+
+void DocumentLayerNode::announce(const cg::Rect& rect) {
+    if (!rect.isEmpty()) broadcastOutputImageChange(rect);
+}
+
+void DocumentLayerNode::invalidateInputImage(ImageProvider&, const cg::Rect& rect) {
+    if (isGroup()) rebuildContent();
+    announce(rect);
+}
+
+void DocumentLayerNode::setVisible(bool visible) {
+    if (visible == visible_) return;
+    visible_ = visible;
+    announce(outputImageExtent());
+}
+
+void DocumentLayerNode::setOpacity(double opacity) {
+    opacity = std::isfinite(opacity) ? std::clamp(opacity, 0.0, 1.0) : 1.0;
+    if (opacity == opacity_) return;
+    opacity_ = opacity;
+    announce(outputImageExtent());
+}
+
+void DocumentLayerNode::setFillOpacity(double fillOpacity) {
+    fillOpacity = std::isfinite(fillOpacity) ? std::clamp(fillOpacity, 0.0, 1.0) : 1.0;
+    if (fillOpacity == fillOpacity_) return;
+    fillOpacity_ = fillOpacity;
+    announce(outputImageExtent());
+}
+
+void DocumentLayerNode::setBlendMode(BlendMode mode) {
+    const bool groupMode = mode == BlendMode::passThrough || mode == BlendMode::replace;
+    if (mode == BlendMode::replace || (groupMode && !isGroup()))
+        throw ImageCoreError(ImageCoreError::parameterError,
+                             std::string(mode.name()) + " is no mode for this layer");
+    if (mode == mode_) return;
+    const bool masksMove =
+        isGroup() && (mode == BlendMode::passThrough) != (mode_ == BlendMode::passThrough);
+    mode_ = mode;
+    if (masksMove) rebuildContent();
+    announce(outputImageExtent());
+}
+
+void DocumentLayerNode::moveBy(std::int64_t dx, std::int64_t dy) {
+    if (dx == 0 && dy == 0) return;
+    const cg::Rect before = outputImageExtent();
+    const auto moved = [&](DocumentRect r) {
+        r.left = std::int32_t(r.left + dx), r.right = std::int32_t(r.right + dx);
+        r.top = std::int32_t(r.top + dy), r.bottom = std::int32_t(r.bottom + dy);
+        return r;
+    };
+    bounds_ = moved(bounds_);
+    for (auto& mask : masks_)
+        mask.rect = moved(mask.rect);
+    rebuildContent();
+    announce(before);
+    announce(outputImageExtent());
+}
+
+void DocumentLayerNode::setPixels(const DocumentRect& bounds,
+                                  const std::vector<SamplePlane>& planes) {
+    const DocumentCompositeSettings& s = *settings_;
+    const int colors = s.colorChannels;
+    const bool sizesFit = std::all_of(planes.begin(), planes.end(), [&](const SamplePlane& p) {
+        return p.width() == bounds.width() && p.height() == bounds.height() &&
+               p.bitDepth() == s.bitDepth;
+    });
+    if (isGroup() || fill_ || !sizesFit ||
+        (planes.size() != std::size_t(colors) && planes.size() != std::size_t(colors + 1)))
+        throw ImageCoreError(ImageCoreError::parameterError,
+                             "pixels must be one plane per colour channel and an optional "
+                             "transparency, of the bounds' size and the document's depth");
+    const cg::Rect before = outputImageExtent();
+    std::vector<const SamplePlane*> colorPlanes;
+    for (int c = 0; c < colors; ++c)
+        colorPlanes.push_back(&planes[std::size_t(c)]);
+    const SamplePlane* alpha =
+        planes.size() > std::size_t(colors) ? &planes[std::size_t(colors)] : nullptr;
+    bounds_ = bounds;
+    pixels_ = bounds.isEmpty()
+                  ? nullptr
+                  : interleaved(s, bounds.width(), bounds.height(), colorPlanes, alpha);
+    rebuildContent();
+    announce(before.unionWith(outputImageExtent()));
+}
+
+// ---- The composition ----
+
+namespace {
+
+std::string describeMode(const DocumentLayer& layer) {
+    return "unknown blend key \"" + layer.blendKey + "\" shown as Normal";
+}
+
+} // namespace
+
+DocumentComposition::DocumentComposition(const LayeredDocument& document,
+                                         DocumentCompositeOptions options) {
+    auto settings = std::make_shared<DocumentCompositeSettings>();
+    settings->width = document.width;
+    settings->height = document.height;
+    settings->bitDepth = document.bitDepth;
+    settings->colorChannels = document.colorChannels();
+    using Rounding = DocumentCompositeOptions::Rounding;
+    settings->roundEachLayer = options.rounding == Rounding::eachLayer ||
+                               (options.rounding == Rounding::automatic && document.bitDepth == 8);
+    settings_ = settings;
+    const DocumentCompositeSettings& s = *settings_;
+
+    const auto approximate = [&](std::size_t index, const DocumentLayer& layer, std::string why) {
+        approximations_.push_back({index, layer.name, std::move(why)});
+    };
+
+    // Pre-order, as `walk` numbers the layers, building each group's children as it goes.
+    std::size_t index = 0;
+    const auto build = [&](auto& self,
+                           const DocumentLayer& layer) -> std::shared_ptr<DocumentLayerNode> {
+        const std::size_t at = index++;
+        auto node = std::shared_ptr<DocumentLayerNode>(new DocumentLayerNode());
+        layers_.push_back(node);
+        node->settings_ = settings_;
+        node->name_ = layer.name;
+        node->kind_ = layer.kind;
+        node->visible_ = layer.isVisible();
+        node->clipped_ = layer.isClipped();
+        node->opacity_ = layer.opacity / 255.0;
+        node->fillOpacity_ = layer.fillOpacity / 255.0;
+        node->mode_ = layer.blendMode.value_or(BlendMode::normal);
+        if (!layer.blendMode) approximate(at, layer, describeMode(layer));
+        if (node->mode_ == BlendMode::replace) node->mode_ = BlendMode::normal;
+        if (node->mode_ == BlendMode::passThrough && !layer.isGroup())
+            node->mode_ = BlendMode::normal;
+        if (node->mode_ == BlendMode::dissolve)
+            approximate(at, layer, "Dissolve's noise pattern is the library's own");
+
+        const auto addMask = [&](const DocumentRect& rect, std::uint8_t defaultColor,
+                                 std::int16_t id) {
+            DocumentLayerNode::Mask mask;
+            mask.rect = rect;
+            mask.defaultLevel = defaultColor / 255.0;
+            if (id == userMaskChannel && layer.mask->parameters) {
+                const MaskParameters& p = *layer.mask->parameters;
+                if (p.userMaskDensity) mask.density = *p.userMaskDensity / 255.0;
+                if (p.userMaskFeather) mask.feather = std::max(0.0, *p.userMaskFeather);
+            }
+            if (const SamplePlane* plane = planeOfSize(layer.channel(id), rect, s.bitDepth))
+                mask.samples = std::make_shared<std::vector<std::uint8_t>>(plane->bytes());
+            node->masks_.push_back(std::move(mask));
+        };
+        if (layer.mask && !layer.mask->isDisabled())
+            addMask(layer.mask->rect, layer.mask->defaultColor, userMaskChannel);
+        if (layer.realMask && !layer.realMask->isDisabled())
+            addMask(layer.realMask->rect, layer.realMask->defaultColor, realUserMaskChannel);
+
+        if (layer.isGroup()) {
+            for (const DocumentLayer& child : layer.children) {
+                node->children_.push_back(self(self, child));
+                node->children_.back()->addImageConsumer(*node);
+            }
+        } else if (layer.kind == LayerKind::solidColorFill && layer.solidFill) {
+            const PixelRGBA32& c = layer.solidFill->color;
+            node->fill_ =
+                ci::Image::constant({c.redComponent, c.greenComponent, c.blueComponent, 1})
+                    .cropped(s.extent());
+        } else if (layer.kind == LayerKind::gradientFill && layer.gradientFill) {
+            const DocumentRect document{0, 0, std::int32_t(s.height), std::int32_t(s.width)};
+            const DocumentRect box = layer.gradientFill->alignWithLayer && !layer.bounds.isEmpty()
+                                         ? layer.bounds
+                                         : document;
+            if (auto paint = gradientImage(*layer.gradientFill, box, s)) {
+                node->fill_ = paint->cropped(s.extent());
+                if (layer.gradientFill->dither)
+                    approximate(at, layer, "the gradient's dither pattern is the library's own");
+            }
+        }
+        if (!layer.isGroup() && !layer.bounds.isEmpty()) {
+            std::vector<const SamplePlane*> colors;
+            for (int c = 0; c < s.colorChannels; ++c)
+                colors.push_back(
+                    planeOfSize(layer.channel(std::int16_t(c)), layer.bounds, s.bitDepth));
+            const bool anyColor =
+                std::any_of(colors.begin(), colors.end(), [](const SamplePlane* p) { return p; });
+            node->bounds_ = layer.bounds;
+            if (anyColor)
+                node->pixels_ = interleaved(
+                    s, layer.bounds.width(), layer.bounds.height(), colors,
+                    planeOfSize(layer.channel(transparencyChannel), layer.bounds, s.bitDepth));
+        }
+
+        // A shape (a fill whose vector mask outlines it) is painted through the outline's
+        // coverage, which its stored pixels carry in their transparency.
+        if (node->fill_ && layer.hasVectorMask) {
+            if (node->pixels_)
+                node->fill_ =
+                    bic_masked(*node->fill_, bic_maskFromTransparency(node->storedPixels()));
+            else
+                approximate(at, layer, "vector mask not applied");
+        }
+        switch (layer.kind) {
+        case LayerKind::adjustment:
+            approximate(at, layer, "adjustment layer not applied");
+            node->visible_ = false;
+            break;
+        case LayerKind::patternFill:
+        case LayerKind::text:
+        case LayerKind::smartObject:
+            if (!node->pixels_)
+                approximate(at, layer, std::string(layerKindName(layer.kind)) + " without pixels");
+            break;
+        case LayerKind::solidColorFill:
+        case LayerKind::gradientFill:
+            if (!node->fill_) approximate(at, layer, "fill not readable; stored pixels shown");
+            break;
+        default:
+            break;
+        }
+        if (layer.hasLayerEffects) approximate(at, layer, "layer effects not rendered");
+        if (!blendingRangesAreDefault(layer.blendingRanges))
+            approximate(at, layer, "blending ranges not applied");
+        node->rebuildContent();
+        return node;
+    };
+
+    root_ = std::shared_ptr<DocumentLayerNode>(new DocumentLayerNode());
+    root_->settings_ = settings_;
+    root_->name_ = "document";
+    root_->kind_ = LayerKind::group;
+    for (const DocumentLayer& layer : document.layers) {
+        root_->children_.push_back(build(build, layer));
+        root_->children_.back()->addImageConsumer(*root_);
+    }
+    root_->rebuildContent();
+}
+
+const std::shared_ptr<DocumentLayerNode>& DocumentComposition::layer(std::size_t index) const {
+    return layers_.at(index);
+}
+
+cg::Rect DocumentComposition::extent() const { return settings_->extent(); }
+
+std::vector<SamplePlane> DocumentComposition::render() const {
+    const DocumentCompositeSettings& s = *settings_;
+    const std::int64_t w = s.width, h = s.height;
+    std::vector<float> rgba(std::size_t(w * h * 4));
+    const ci::Image image = root_->content();
+    if (!image.extent().isEmpty())
+        ci::Context::shared()->render(image, rgba.data(), w * 16, s.extent(), ci::Format::RGBAf);
+    std::vector<SamplePlane> planes;
+    for (int c = 0; c <= s.colorChannels; ++c)
+        planes.emplace_back(w, h, s.bitDepth);
+    const auto put = [&](SamplePlane& plane, std::size_t i, float v) {
+        v = std::clamp(v, 0.0f, 1.0f);
+        if (s.bitDepth == 8)
+            plane.setSample(i, std::uint8_t(std::floor(v * 255.0f + 0.5f)));
+        else if (s.bitDepth == 16)
+            plane.setSample(i, std::uint16_t(std::floor(v * 65535.0f + 0.5f)));
+        else
+            plane.setSample(i, v);
+    };
+    for (std::size_t i = 0; i < std::size_t(w * h); ++i) {
+        const float* p = &rgba[4 * i];
+        const float a = p[3];
+        for (int c = 0; c < s.colorChannels; ++c)
+            put(planes[std::size_t(c)], i, a > 0 ? p[c] / a : 0.0f);
+        put(planes[std::size_t(s.colorChannels)], i, a);
+    }
+    return planes;
+}
+
+} // namespace bic
