@@ -546,3 +546,33 @@ std::vector<SamplePlane> DocumentComposition::render() const {
 }
 
 } // namespace bic
+
+namespace bic {
+
+std::vector<SamplePlane> DocumentComposition::renderForFile() const {
+    std::vector<SamplePlane> planes = render();
+    const int colors = settings_->colorChannels;
+    const SamplePlane& alpha = planes[std::size_t(colors)];
+    for (std::size_t i = 0; i < alpha.sampleCount(); ++i) {
+        for (int c = 0; c < colors; ++c) {
+            SamplePlane& plane = planes[std::size_t(c)];
+            if (settings_->bitDepth == 8) {
+                const int a = alpha.sample<std::uint8_t>(i);
+                plane.setSample(
+                    i, std::uint8_t((plane.sample<std::uint8_t>(i) * a + 255 * (255 - a) + 127) /
+                                    255));
+            } else if (settings_->bitDepth == 16) {
+                const std::int64_t a = alpha.sample<std::uint16_t>(i);
+                plane.setSample(i, std::uint16_t((plane.sample<std::uint16_t>(i) * a +
+                                                  65535 * (65535 - a) + 32767) /
+                                                 65535));
+            } else {
+                const float a = alpha.sample<float>(i);
+                plane.setSample(i, plane.sample<float>(i) * a + (1 - a));
+            }
+        }
+    }
+    return planes;
+}
+
+} // namespace bic

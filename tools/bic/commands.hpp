@@ -40,6 +40,7 @@ void gradientSection(const std::filesystem::path& dir);
 /// The demo's camera metadata: Exif written into the photo of the bitmap section, read back
 /// as a panel, stored and prepared for export.
 void metadataSection(const std::filesystem::path& dir);
+void documentSection(const std::filesystem::path& dir);
 /// The demo's dithering and histogram of the photo the bitmap section wrote into `dir`.
 void algorithmSection(const std::filesystem::path& dir);
 

@@ -178,6 +178,7 @@ Run addDemoCommand(CLI::App& app) {
         algorithmSection(dir);
         gradientSection(dir);
         metadataSection(dir);
+        documentSection(dir);
     };
 }
 

@@ -1,8 +1,10 @@
-// bic psd: a layered document's layer tree, its stored composite, its layers as images, and a
-// round trip through the writer.
+// bic psd: a layered document's layer tree, our composite and the stored one, its layers as
+// images, and a round trip through the writer; and the demo's layered-document section.
 
+#include "bic/documents/document_composition.hpp"
 #include "bic/documents/layered_document.hpp"
 #include "commands.hpp"
+#include "common/synthetic_document.hpp"
 #include "image_files.hpp"
 
 #include <algorithm>
@@ -117,16 +119,47 @@ std::string describe(const LayeredDocument& doc) {
         real ? (*real ? " (real merged data)" : " (not real merged data)") : "", doc.layerCount());
 }
 
+// Straight planes of the document's size (colour, then optionally alpha) as an RGBA PNG.
+void writeComposite(const LayeredDocument& doc, const std::vector<SamplePlane>& planes,
+                    const std::string& path) {
+    std::vector<const SamplePlane*> colors;
+    for (int c = 0; c < doc.colorChannels(); ++c)
+        colors.push_back(&planes[std::size_t(c)]);
+    const SamplePlane* alpha = int(planes.size()) > doc.colorChannels() ? &planes.back() : nullptr;
+    writePlanes(doc.width, doc.height, doc.bitDepth, colors, alpha, path);
+    fmt::print("wrote {} ({} × {}, {} bits)\n", path, doc.width, doc.height,
+               doc.bitDepth == 8 ? 8 : 16);
+}
+
 } // namespace
+
+void documentSection(const std::filesystem::path& dir) {
+    fmt::print("== layered documents ==\n");
+    LayeredDocument doc = synthetic::layeredDocument(240, 160, 8);
+    DocumentComposition composition(doc);
+    DocumentWriteOptions options;
+    options.composite = composition.renderForFile();
+    options.compositeIsRealMergedData = true;
+    const auto psd = dir / "document.psd";
+    doc.write(psd, options);
+    const LayeredDocument back = LayeredDocument::read(psd);
+    fmt::print("{}: {}\n", psd.string(), describe(back));
+    back.walk([](std::size_t index, int depth, const DocumentLayer& layer) {
+        fmt::print("{}\n", treeLine(index, depth, layer));
+    });
+    writeComposite(back, DocumentComposition(back).render(), (dir / "document.png").string());
+}
 
 Run addPsdCommand(CLI::App& app) {
     auto* cmd = app.add_subcommand("psd", "A layered document (PSD or PSB): its layer tree, "
                                           "stored composite and layers");
     struct Options {
-        std::string file, stored, layers, write;
+        std::string file, composite, stored, layers, write;
     };
     auto o = std::make_shared<Options>();
     cmd->add_option("file", o->file, "the document")->required();
+    cmd->add_option("--composite", o->composite,
+                    "write our composite of the visible layers as an RGBA PNG");
     cmd->add_option("--stored", o->stored, "write the file's stored composite as an RGBA PNG");
     cmd->add_option("--layers", o->layers, "write each layer's pixels as DIR/NNN-name.png");
     cmd->add_option("--write", o->write, "write the document again (a round trip)");
@@ -138,24 +171,25 @@ Run addPsdCommand(CLI::App& app) {
         } catch (const DocumentError& e) {
             throw CommandError(o->file + ": " + e.what());
         }
-        const bool listing = o->stored.empty() && o->layers.empty() && o->write.empty();
+        const bool listing =
+            o->composite.empty() && o->stored.empty() && o->layers.empty() && o->write.empty();
         if (listing) {
             fmt::print("{}: {}\n", o->file, describe(doc));
             doc.walk([](std::size_t index, int depth, const DocumentLayer& layer) {
                 fmt::print("{}\n", treeLine(index, depth, layer));
             });
         }
+        if (!o->composite.empty()) {
+            const DocumentComposition composition(doc);
+            for (const CompositeApproximation& a : composition.approximations())
+                fmt::print(stderr, "bic: approximated layer {} \"{}\": {}\n", a.layerIndex,
+                           a.layerName, a.reason);
+            writeComposite(doc, composition.render(), o->composite);
+        }
         if (!o->stored.empty()) {
             const std::vector<SamplePlane> planes = doc.straightComposite();
             if (planes.empty()) throw CommandError(o->file + ": the document has no composite");
-            std::vector<const SamplePlane*> colors;
-            for (int c = 0; c < doc.colorChannels(); ++c)
-                colors.push_back(&planes[std::size_t(c)]);
-            const SamplePlane* alpha =
-                int(planes.size()) > doc.colorChannels() ? &planes.back() : nullptr;
-            writePlanes(doc.width, doc.height, doc.bitDepth, colors, alpha, o->stored);
-            fmt::print("wrote {} ({} × {}, {} bits)\n", o->stored, doc.width, doc.height,
-                       doc.bitDepth == 8 ? 8 : 16);
+            writeComposite(doc, planes, o->stored);
         }
         if (!o->layers.empty()) {
             std::filesystem::create_directories(o->layers);

@@ -143,6 +143,9 @@ public:
     /// The composite as straight planes of the document's size and depth: the colour channels,
     /// then transparency.
     std::vector<SamplePlane> render() const;
+    /// The composite as the file stores it, ready for DocumentWriteOptions::composite: colour
+    /// matted on white where it is transparent, then transparency.
+    std::vector<SamplePlane> renderForFile() const;
 
 private:
     std::shared_ptr<const DocumentCompositeSettings> settings_;
