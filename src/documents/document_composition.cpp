@@ -156,8 +156,28 @@ struct DocumentCompositor {
     static ci::Image blend(const ci::Image& layer, const ci::Image& backdrop, BlendMode mode,
                            double opacity, const DocumentCompositeSettings& s) {
         if (!(opacity > 0) || layer.extent().isEmpty()) return backdrop;
-        ci::Image result = blended(layer, backdrop, mode, std::min(opacity, 1.0), s.arithmetic());
-        return s.roundEachLayer ? roundedToEightBit(result) : result;
+        const cg::Rect inside = layer.extent().integral();
+        const cg::Rect all = backdrop.extent().unionWith(inside);
+        if (inside.isInfinite() || all.isInfinite() || inside.contains(all)) {
+            const ci::Image result =
+                blended(layer, backdrop, mode, std::min(opacity, 1.0), s.arithmetic());
+            return s.roundEachLayer ? roundedToEightBit(result) : result;
+        }
+        // Where the layer is transparent every mode gives the backdrop, which is already
+        // rounded: only the layer's rectangle is blended, and the rest of the backdrop is laid
+        // beside it in four bands, so that rendering outside the layer costs it nothing.
+        ci::Image result =
+            blended(layer, backdrop.cropped(inside), mode, std::min(opacity, 1.0), s.arithmetic());
+        if (s.roundEachLayer) result = roundedToEightBit(result);
+        std::vector<ci::Image> pieces{result.cropped(inside)};
+        const double x0 = all.minX(), x1 = all.maxX(), y0 = all.minY(), y1 = all.maxY();
+        const double ix0 = inside.minX(), ix1 = inside.maxX(), iy0 = inside.minY(),
+                     iy1 = inside.maxY();
+        for (const cg::Rect& band :
+             {cg::Rect(x0, y0, x1 - x0, iy0 - y0), cg::Rect(x0, iy1, x1 - x0, y1 - iy1),
+              cg::Rect(x0, iy0, ix0 - x0, iy1 - iy0), cg::Rect(ix1, iy0, x1 - ix1, iy1 - iy0)})
+            if (!band.isEmpty()) pieces.push_back(backdrop.cropped(band));
+        return ci::Image::mosaic(pieces);
     }
 
     // `children` blended bottom first onto `backdrop`.
@@ -469,8 +489,8 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
         // coverage, which its stored pixels carry in their transparency.
         if (node->fill_ && layer.hasVectorMask) {
             if (node->pixels_)
-                node->fill_ =
-                    bic_masked(*node->fill_, bic_maskFromTransparency(node->storedPixels()));
+                node->fill_ = bic_masked(node->fill_->cropped(s.imageRect(layer.bounds)),
+                                         bic_maskFromTransparency(node->storedPixels()));
             else
                 approximate(at, layer, "vector mask not applied");
         }
