@@ -333,7 +333,7 @@ void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
     case ChannelDataCompressionType::none:
         // Nothing short or long goes on: a plane is whole or it is an error.
         if (data.size() != size) throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-        std::memcpy(out.data(), data.data(), size);
+        if (size) std::memcpy(out.data(), data.data(), size); // an empty plane has no storage
         break;
     }
     unpredict<T>(out, width, height, predictionType);
