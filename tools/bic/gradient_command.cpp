@@ -106,7 +106,7 @@ Run addGradientCommand(CLI::App& app) {
     cmd->add_option("--dither", o->dither, "dither to this many levels per channel")
         ->check(CLI::Range(2, 256));
     cmd->add_option("--size", o->size, "WxH of the image")->delimiter('x')->expected(2)->required();
-    cmd->add_option("out", o->out, "output image (.png, or .tif)")->required();
+    cmd->add_option("out", o->out, "output image (.png, .tif, .jpg or .webp)")->required();
     return [cmd, o] {
         if (!cmd->parsed()) return;
         const auto type = parseType(o->type);
