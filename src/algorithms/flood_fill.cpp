@@ -9,6 +9,7 @@
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "processing_support.hpp"
 #include "scanline_fill.hpp"
 
@@ -44,7 +45,7 @@ ci::Image floodFillMaskImage(const Buffer& buffer, std::int64_t seedX, std::int6
     if (seedX < 0 || seedY < 0 || seedX >= w || seedY >= h) return opaqueBlack();
     auto accumulator = MemoryImageAccumulator<G>::make(cg::Rect(0, 0, double(w), double(h)));
     if (!accumulator) return opaqueBlack();
-    const std::int64_t seedRow = h - 1 - seedY;
+    const std::int64_t seedRow = flippedRow(seedY, h);
     const auto limit = detail::toleranceFor<P>(tolerance);
     P seed{};
     buffer.withUnsafeBuffer([&](std::span<const P> pixels) {
@@ -140,7 +141,7 @@ void FloodFillOperation::fill(const IntegralPoint& seed, std::optional<PixelARGB
         return std::int64_t(std::floor(x - paddedExtent_.minX()));
     };
     const auto memoryRow = [&](double y) {
-        return height - 1 - std::int64_t(std::floor(y - paddedExtent_.minY()));
+        return flippedRow(std::int64_t(std::floor(y - paddedExtent_.minY())), height);
     };
     const cg::Rect clip = extent_.integral();
     const std::int64_t seedX = column(at.x), seedRow = memoryRow(at.y);

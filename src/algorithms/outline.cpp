@@ -4,6 +4,7 @@
 
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/pixels/pixel_format_list.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -76,13 +77,14 @@ public:
     Mark mark(std::int64_t x, std::int64_t y) const { return marks_.read(x + 1, y + 1); }
     void setMark(std::int64_t x, std::int64_t y, Mark m) { marks_.write(x + 1, y + 1, m); }
     bool foreground(std::int64_t x, std::int64_t y) const {
-        return x >= 0 && y >= 0 && x < w_ && y < h_ && mask_[(h_ - 1 - y) * stride_ + x] >= 128;
+        return x >= 0 && y >= 0 && x < w_ && y < h_ &&
+               mask_[flippedRow(y, h_) * stride_ + x] >= 128;
     }
 
     std::vector<Path> outlines() {
         std::vector<Path> outer, holes;
         for (std::int64_t y = 0; y < h_; ++y) {
-            const std::uint8_t* row = mask_ + (h_ - 1 - y) * stride_;
+            const std::uint8_t* row = mask_ + flippedRow(y, h_) * stride_;
             constexpr std::uint64_t high = 0x8080808080808080u; // every byte's top bit
             auto word = [&](std::int64_t at) {
                 std::uint64_t v;
@@ -188,7 +190,7 @@ private:
 
 // The threshold the engine applies to the mask form, computed here without rendering: the
 // mask form is grey (the pixel's alpha for colour formats, its grey for grey ones), and the
-// threshold compares its luminosity 0.30 v + 0.59 v + 0.11 v with ½ exactly as the kernel does.
+// threshold compares its luminosity with ½ exactly as the kernel does.
 template <Pixel P>
 bool isOpaqueEnough(const P& p) {
     float v;
@@ -196,7 +198,7 @@ bool isOpaqueEnough(const P& p) {
         v = p.alpha();
     else
         v = p.gray();
-    return 0.30f * v + 0.59f * v + 0.11f * v >= 0.5f;
+    return luma(v, v, v) >= 0.5f;
 }
 
 template <Pixel P>

@@ -1,6 +1,7 @@
 #include "bic/algorithms/procedural.hpp"
 
 #include "bic/accumulators/memory_image_accumulator.hpp"
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/gk/random.hpp"
@@ -77,10 +78,7 @@ ci::Image noiseImage(const char* title, auto&& draw) {
                 p.blueComponent = d[2];
             }
     });
-    const auto tiled = ci::applyingFilter(tile.image(), "CIAffineTile",
-                                          {{"inputTransform", cg::AffineTransform::identity()}});
-    if (!tiled) fatalError("The affine tile filter gave no output image.");
-    return *tiled;
+    return ci::affineTile(tile.image(), cg::AffineTransform::identity());
 }
 
 constexpr std::array<std::uint8_t, 16> kNoiseSeed{};

@@ -6,6 +6,7 @@
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
 #include "bic/platform/core/memory.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "pixel_rows.hpp"
 
 #include <algorithm>
@@ -148,7 +149,7 @@ cg::Context& PixelBuffer<P>::bitmap() const {
 template <Pixel P>
 std::optional<P> PixelBuffer<P>::operator()(std::int64_t x, std::int64_t y) const {
     if (x < 0 || y < 0 || x >= size_.width || y >= size_.height) return std::nullopt;
-    return pixels()[(size_.height - 1 - y) * pixelsPerRow_ + x];
+    return pixels()[flippedRow(y, size_.height) * pixelsPerRow_ + x];
 }
 
 template <Pixel P>

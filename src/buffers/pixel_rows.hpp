@@ -7,7 +7,9 @@
 #include "bic/buffers/pixel_buffer.hpp"
 #include "bic/core/image_core_error.hpp"
 #include "bic/platform/cg/color_transform.hpp"
+#include "bic/platform/core/checked.hpp"
 #include "bic/platform/core/memory.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -27,9 +29,12 @@ struct PixelRows {
     std::int64_t pixelsPerRow;
     IntegralSize size;
 
-    P* row(std::int64_t memoryRow) const { return base + memoryRow * pixelsPerRow; }
+    P* row(std::int64_t memoryRow) const {
+        checked::index(memoryRow, size.height, "Pixel row");
+        return base + memoryRow * pixelsPerRow;
+    }
     /// The memory row of image row y (origin at the bottom left).
-    std::int64_t memoryRow(std::int64_t y) const { return size.height - 1 - y; }
+    std::int64_t memoryRow(std::int64_t y) const { return flippedRow(y, size.height); }
 };
 
 // Component k of a pixel in memory order; the formats are arrays of their component type.
@@ -197,7 +202,7 @@ cg::Rect trimmedExtent(const PixelRows<const P>& in, const P& background) {
     while (right > left && columnIsBackground(right))
         --right;
     // Memory rows top…bottom are image rows h − 1 − bottom … h − 1 − top.
-    return cg::Rect(double(left), double(h - 1 - bottom), double(right - left + 1),
+    return cg::Rect(double(left), double(flippedRow(bottom, h)), double(right - left + 1),
                     double(bottom - top + 1));
 }
 

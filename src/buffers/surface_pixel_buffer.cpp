@@ -3,6 +3,7 @@
 #include "bic/pixels/pixel_format_list.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/core/checked.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/draw/context.hpp"
 #include "pixel_rows.hpp"
 
@@ -115,7 +116,7 @@ template <Pixel P>
 std::optional<P> SurfacePixelBuffer<P>::operator()(std::int64_t x, std::int64_t y) const {
     if (x < 0 || y < 0 || x >= size_.width || y >= size_.height) return std::nullopt;
     const io::SurfaceLock lock(*surface_, io::LockOptions::readOnly);
-    return pixels()[(size_.height - 1 - y) * pixelsPerRow_ + x];
+    return pixels()[flippedRow(y, size_.height) * pixelsPerRow_ + x];
 }
 
 template <Pixel P>

@@ -114,8 +114,8 @@ constexpr BlendModeRow kRows[] = {
 };
 // clang-format on
 
-// A row out of place, a class under another mode's row, a class without a name or a kernel name
-// without its kernel is a compile error.
+// A row out of place, a class under another mode's row or a class without a name is a compile
+// error.
 constexpr int kLayerModes = int(BlendMode::caseCount) - 2;
 
 consteval bool rowsAreConsistent() {
@@ -124,11 +124,10 @@ consteval bool rowsAreConsistent() {
         if (row.mode != expected) return false;
         expected = expected == kLayerModes ? int(BlendMode::passThrough) : expected + 1;
         if (row.filter.classMode && *row.filter.classMode != row.mode) return false;
-        if (bool(row.filter.registerClass) != !row.runtimeClassName.empty()) return false;
+        if (row.filter.classMode.has_value() != !row.runtimeClassName.empty()) return false;
         if (row.runtimeClassName.starts_with(kModule) &&
             row.runtimeClassName.size() == kModule.size())
             return false;
-        if ((row.kernel || row.eightBitKernel) == row.kernelName.empty()) return false;
         if (row.key.size() != 4) return false;
     }
     return true;

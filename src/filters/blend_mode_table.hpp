@@ -34,8 +34,14 @@ struct BlendFilter {
 
 struct BlendModeRow {
     constexpr BlendModeRow(BlendMode::Case mode, std::string_view name, std::string_view key,
-                           BlendFilter filter, std::string_view runtimeClassName = {},
-                           std::string_view kernelName = {}, ci::RowFunction kernel = nullptr,
+                           BlendFilter filter, std::string_view runtimeClassName = {})
+        : mode(mode), name(name), key(key), filter(filter), runtimeClassName(runtimeClassName),
+          kernel(nullptr), eightBitKernel(nullptr) {}
+    // A kernel name always comes with its kernel: the sanitizer builds cannot compare function
+    // addresses in a constant expression, so the pairing is made by the signature instead.
+    constexpr BlendModeRow(BlendMode::Case mode, std::string_view name, std::string_view key,
+                           BlendFilter filter, std::string_view runtimeClassName,
+                           std::string_view kernelName, ci::RowFunction kernel,
                            ci::RowFunction eightBitKernel = nullptr)
         : mode(mode), name(name), key(key), filter(filter), runtimeClassName(runtimeClassName),
           kernelName(kernelName), kernel(kernel), eightBitKernel(eightBitKernel) {}

@@ -8,6 +8,7 @@
 #include "bic/gradients/gradient_mapping.hpp"
 #include "bic/graph/image_operations.hpp"
 #include "bic/platform/cg/color.hpp"
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "bic/platform/core/diagnostics.hpp"
@@ -23,22 +24,11 @@ namespace bic {
 
 namespace {
 
-using V = std::vector<double>;
 constexpr double kTwoPi = 6.283185307179586;
 
 ci::Image required(std::optional<ci::Image> image, std::string_view what) {
     if (!image) fatalError("The " + std::string(what) + " gave no image.");
     return *std::move(image);
-}
-
-ci::Image platformRamp(std::string_view filterName,
-                       std::initializer_list<std::pair<std::string_view, ci::FilterValue>> inputs) {
-    const auto filter = ci::Filter::named(filterName);
-    for (const auto& [key, value] : inputs)
-        filter->setValue(key, value);
-    filter->setValue("inputColor0", ci::Color::black());
-    filter->setValue("inputColor1", ci::Color::white());
-    return required(filter->outputImage(), filterName);
 }
 
 std::string describe(const cg::ColorSpace& space) {
@@ -67,15 +57,12 @@ ci::Image ColorGradient::image(GradientType of, const cg::Point& from, const cg:
     switch (of) {
     case GradientType::linear:
     case GradientType::shaped:
-        result = colored(platformRamp("CILinearGradient", {{"inputPoint0", V{from.x, from.y}},
-                                                           {"inputPoint1", V{to.x, to.y}}}));
+        result = colored(ci::linearGradient(from, to, ci::Color::black(), ci::Color::white()));
         break;
     case GradientType::radial:
-        result = colored(platformRamp(
-            "CIRadialGradient",
-            {{"inputCenter", V{from.x, from.y}},
-             {"inputRadius0", 0.0},
-             {"inputRadius1", double(float(std::hypot(to.x - from.x, to.y - from.y)))}}));
+        result = colored(ci::radialGradient(from, 0.0,
+                                            double(float(std::hypot(to.x - from.x, to.y - from.y))),
+                                            ci::Color::black(), ci::Color::white()));
         break;
     case GradientType::reflected: {
         BICReflectedGradientFilter filter;

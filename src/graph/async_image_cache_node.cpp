@@ -40,22 +40,6 @@ void debugPrint(const std::string& text) {
     diagnostic(out);
 }
 
-// Adds a dirty rectangle. Rectangles inside another are dropped and a long list collapses into
-// its union, so a storm of small changes costs a bounded number of renders.
-void addDirtyRect(std::vector<cg::Rect>& rects, const cg::Rect& rect) {
-    constexpr std::size_t maximumCount = 32;
-    for (const auto& r : rects)
-        if (r.contains(rect)) return;
-    std::erase_if(rects, [&](const cg::Rect& r) { return rect.contains(r); });
-    rects.push_back(rect);
-    if (rects.size() > maximumCount) {
-        cg::Rect all = cg::Rect::null();
-        for (const auto& r : rects)
-            all = all.unionWith(r);
-        rects.assign(1, all);
-    }
-}
-
 } // namespace
 
 Image AsyncImageCacheNode::neutralImage(Image::Intent intent) {
@@ -101,7 +85,7 @@ void AsyncImageCacheNode::setBitDepth(int bitDepth) {
             std::lock_guard lock(self->mutex_);
             if (bitDepth == self->bitDepth_) return;
             self->bitDepth_ = bitDepth;
-            addDirtyRect(self->dirtyRects_, self->extent_);
+            self->dirty_.add(self->extent_);
         }
         self->accumulator_.reset();
         dispatch::MainQueue::shared().async([weak] {
@@ -130,7 +114,7 @@ void AsyncImageCacheNode::setExtent(const cg::Rect& extent) {
             if (extent == self->extent_) return;
             old = self->extent_;
             self->extent_ = extent;
-            addDirtyRect(self->dirtyRects_, extent);
+            self->dirty_.add(extent);
         }
         self->accumulator_.reset();
         dispatch::MainQueue::shared().async([weak, old] {
@@ -185,7 +169,7 @@ void AsyncImageCacheNode::setInputImageProvider(const std::shared_ptr<ImageProvi
         if (old && old == provider) return;
         input_ = provider;
         inputImage_.reset();
-        addDirtyRect(dirtyRects_, extent_);
+        dirty_.add(extent_);
     }
     if (old) old->removeImageConsumer(*this);
     if (provider) {
@@ -234,7 +218,7 @@ void AsyncImageCacheNode::invalidateInputImage(ImageProvider& sender, const cg::
         if (!self) return;
         {
             std::lock_guard lock(self->mutex_);
-            addDirtyRect(self->dirtyRects_, rect);
+            self->dirty_.add(rect);
         }
         self->timer_->start();
     });
@@ -278,9 +262,9 @@ void AsyncImageCacheNode::renderCycle() {
     {
         std::lock_guard lock(mutex_);
         if (extent_.isNull() || extent_.isEmpty()) return;
-        if (dirtyRects_.empty() || input_.expired() || !inputImage_) return;
+        if (dirty_.isEmpty() || input_.expired() || !inputImage_) return;
         // Taken whole: rectangles added while this cycle renders wait for the next one.
-        dirty = std::exchange(dirtyRects_, {});
+        dirty = dirty_.take();
         extent = extent_;
         bitDepth = bitDepth_;
         intent = intent_;

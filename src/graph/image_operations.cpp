@@ -5,6 +5,7 @@
 #include "bic/core/image_core_error.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/core/fatal.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <string>
 
@@ -84,7 +85,7 @@ Image inverted(const Image& image) {
 }
 
 Image luminosityImage(const Image& image) {
-    const V weights{0.3, 0.59, 0.11, 0};
+    const V weights{kLumaRed, kLumaGreen, kLumaBlue, 0};
     return colorMatrix(image, weights, weights, weights, {0, 0, 0, 1}, {0, 0, 0, 0});
 }
 

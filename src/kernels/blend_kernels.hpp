@@ -18,6 +18,7 @@
 
 #include "bic/platform/ci/blend_formulas.hpp"
 #include "bic/platform/ci/kernel.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 namespace bic::blend {
 
@@ -90,7 +91,7 @@ struct RGB {
     float r, g, b;
 };
 
-inline float lum(const RGB& c) { return 0.30f * c.r + 0.59f * c.g + 0.11f * c.b; }
+inline float lum(const RGB& c) { return luma(c.r, c.g, c.b); }
 inline float min3(const RGB& c) { return std::min(std::min(c.r, c.g), c.b); }
 inline float max3(const RGB& c) { return std::max(std::max(c.r, c.g), c.b); }
 

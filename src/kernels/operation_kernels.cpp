@@ -1,5 +1,7 @@
 #include "operation_kernels.hpp"
 
+#include "bic/platform/core/pixel_math.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -16,7 +18,7 @@ namespace {
 float luminosity(const float* p) {
     const float a = p[3];
     if (a <= 0) return 0;
-    return (0.30f * p[0] + 0.59f * p[1] + 0.11f * p[2]) / a;
+    return luma(p[0], p[1], p[2]) / a;
 }
 
 void grey(float* out, float v) {
@@ -51,7 +53,7 @@ void maxChannelDistanceRow(const ci::KernelRow& row) {
         const float a = in[i + 3];
         float d = std::fabs(a - ref[3]);
         for (int k = 0; k < 3; ++k)
-            d = std::max(d, std::fabs((a > 0 ? in[i + k] / a : 0.0f) - ref[k]));
+            d = std::max(d, std::fabs(unpremultiplied(in[i + k], a) - ref[k]));
         grey(row.out + i, d);
     }
 }
@@ -78,7 +80,7 @@ void colorMapRow(const ci::KernelRow& row) {
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
         const float a = in[i + 3];
         for (int c = 0; c < 3; ++c) {
-            const float v = a > 0 ? in[i + c] / a : 0.0f;
+            const float v = unpremultiplied(in[i + c], a);
             row.out[i + c] = onCurve(row.data(std::size_t(c)), v) * a;
         }
         row.out[i + 3] = a;
@@ -119,9 +121,9 @@ void gradientMapRow(const ci::KernelRow& row) {
             const __m128 positive = _mm_cmpgt_ps(a, zero);
             const __m128 k = _mm_and_ps(positive, _mm_div_ps(one, a));
             const __m128 value =
-                _mm_add_ps(_mm_add_ps(_mm_mul_ps(_mm_set1_ps(0.30f), clamp(_mm_mul_ps(r, k))),
-                                      _mm_mul_ps(_mm_set1_ps(0.59f), clamp(_mm_mul_ps(g, k)))),
-                           _mm_mul_ps(_mm_set1_ps(0.11f), clamp(_mm_mul_ps(b, k))));
+                _mm_add_ps(_mm_add_ps(_mm_mul_ps(_mm_set1_ps(kLumaRed), clamp(_mm_mul_ps(r, k))),
+                                      _mm_mul_ps(_mm_set1_ps(kLumaGreen), clamp(_mm_mul_ps(g, k)))),
+                           _mm_mul_ps(_mm_set1_ps(kLumaBlue), clamp(_mm_mul_ps(b, k))));
             const __m128 x = _mm_mul_ps(clamp(value), top);
             const __m128i whole = _mm_cvttps_epi32(x);
             _mm_storeu_si128(reinterpret_cast<__m128i*>(index + j), whole);
@@ -131,9 +133,9 @@ void gradientMapRow(const ci::KernelRow& row) {
 #endif
         for (; j < n; ++j) {
             const float a = p[4 * j + 3];
-            const float k = a > 0 ? 1.0f / a : 0.0f;
-            const float value = 0.30f * unit(p[4 * j] * k) + 0.59f * unit(p[4 * j + 1] * k) +
-                                0.11f * unit(p[4 * j + 2] * k);
+            const float k = unpremultiplyScale(a);
+            const float value =
+                luma(unit(p[4 * j] * k), unit(p[4 * j + 1] * k), unit(p[4 * j + 2] * k));
             const float x = unit(value) * last;
             index[j] = std::uint32_t(x);
             fraction[j] = x - float(index[j]);
@@ -242,7 +244,7 @@ void customGammaRow(const ci::KernelRow& row) {
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
         const float alpha = in[i + 3];
         for (int c = 0; c < 3; ++c) {
-            const float x = alpha > 0 ? in[i + c] / alpha : 0.0f;
+            const float x = unpremultiplied(in[i + c], alpha);
             float y;
             if (!Inverse)
                 y = x <= a0 ? s[c] * x : (1 + a[c]) * std::pow(x, g[c]) - a[c];
@@ -263,7 +265,7 @@ void ditherRow(const ci::KernelRow& row) {
         const float a = in[i + 3];
         const float n = std::min(noise[i], 0.999999f);
         for (int c = 0; c < 3; ++c) {
-            const float v = a > 0 ? std::clamp(in[i + c] / a, 0.0f, 1.0f) : 0.0f;
+            const float v = std::clamp(unpremultiplied(in[i + c], a), 0.0f, 1.0f);
             row.out[i + c] = std::min(levels, std::floor(v * levels + n)) / levels * a;
         }
         row.out[i + 3] = a;

@@ -7,6 +7,7 @@
 #include "bic/compositing/image_operations.hpp"
 #include "bic/graph/image_operations.hpp"
 #include "bic/platform/ci/filter.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "commands.hpp"
 #include "image_files.hpp"
 
@@ -52,7 +53,7 @@ PixelBuffer<PixelARGB8> plot(const Histogram& h) {
             for (std::int64_t x = 0; x < 256; ++x) {
                 const auto bar = std::int64_t(counts[std::size_t(x)] * (rowHeight - 4) / top);
                 for (std::int64_t i = 0; i < bar; ++i) {
-                    const std::int64_t y = (c + 1) * rowHeight - 1 - i; // rows top first
+                    const std::int64_t y = flippedRow(i, (c + 1) * rowHeight); // rows top first
                     pixels[std::size_t(y * out.pixelsPerRow() + x)] = inks[c];
                 }
             }

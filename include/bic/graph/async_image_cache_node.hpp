@@ -26,6 +26,7 @@
 // the next render runs sees the last published picture whole and never waits for the render.
 
 #include "bic/accumulators/image_accumulator.hpp"
+#include "bic/graph/dirty_region.hpp"
 #include "bic/graph/image_provider.hpp"
 #include "bic/platform/dispatch/timer.hpp"
 
@@ -90,7 +91,7 @@ private:
     int bitDepth_;
     cg::Rect extent_;
     Image::Intent intent_;
-    std::vector<cg::Rect> dirtyRects_;
+    DirtyRegion dirty_;
     Image outputImage_;
     std::weak_ptr<ImageProvider> input_;
     std::optional<Image> inputImage_; // the input's image as of its last change

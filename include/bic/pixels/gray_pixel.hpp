@@ -6,6 +6,7 @@
 #include "bic/pixels/text_forms.hpp"
 #include "bic/platform/ci/color.hpp"
 #include "bic/platform/coding/coder.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <optional>
 #include <string>
@@ -86,8 +87,7 @@ public:
     static Derived decode(const coding::Decoder& d) {
         const auto v = d.decodeSingle<std::vector<float>>();
         if (v.size() == 1) return withGray(v[0]);
-        if (v.size() == 3 || v.size() == 4)
-            return withGray(0.3f * v[0] + 0.59f * v[1] + 0.11f * v[2]);
+        if (v.size() == 3 || v.size() == 4) return withGray(luma(v[0], v[1], v[2]));
         throw coding::FileReadCorruptError();
     }
 

@@ -15,6 +15,7 @@
 #include "bic/pixels/text_forms.hpp"
 #include "bic/platform/ci/color.hpp"
 #include "bic/platform/coding/coder.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <array>
 #include <cmath>
@@ -138,7 +139,7 @@ public:
     }
 
     /// 0.3 r + 0.59 g + 0.11 b; alpha ignored.
-    float luminosity() const { return 0.3f * red() + 0.59f * green() + 0.11f * blue(); }
+    float luminosity() const { return luma(red(), green(), blue()); }
 
     /// Hue in degrees, 0 ≤ hue < 360; nothing for greys. Ties of the largest component go to
     /// red, then green.

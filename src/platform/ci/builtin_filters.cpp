@@ -4,6 +4,7 @@
 
 #include "bic/platform/ci/blend_formulas.hpp"
 #include "bic/platform/ci/filter.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "nodes.hpp"
 
 #include <cmath>
@@ -41,7 +42,7 @@ inline void perUnpremultiplied(const KernelRow& row, F&& f) {
     float* o = row.out;
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
         const float a = s[i + 3];
-        const float k = a > 0 ? 1.0f / a : 0.0f;
+        const float k = unpremultiplyScale(a);
         float c[4] = {s[i] * k, s[i + 1] * k, s[i + 2] * k, a};
         f(c);
         o[i] = c[0] * c[3];
@@ -389,8 +390,8 @@ struct TileNode final : Node {
             return m < 0 ? m + size : m;
         };
         for (std::int64_t i = 0; i < r.h; ++i) {
-            const std::int64_t sy = wrap(r.maxY() - 1 - i, b.y, b.h);
-            const float* srow = tile.data() + (b.h - 1 - sy) * b.w * 4;
+            const std::int64_t sy = wrap(flippedRow(i, r.maxY()), b.y, b.h);
+            const float* srow = tile.data() + flippedRow(sy, b.h) * b.w * 4;
             float* o = out.row(i);
             for (std::int64_t j = 0; j < r.w; ++j)
                 std::copy_n(srow + wrap(r.x + j, b.x, b.w) * 4, 4, o + j * 4);

@@ -1,5 +1,6 @@
 #include "bic/platform/ci/context.hpp"
 
+#include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/io/pixel_io.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
@@ -141,21 +142,21 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
             const std::int64_t last = std::min(r.h, first + rowsPerTask);
             // Rows of the destination, top first; uncovered pixels are transparent, all zeros.
             auto row = [&](std::int64_t y) {
-                return d.bytes_ + (d.height_ - 1 - (py + (y - r.y))) * d.rowBytes_ + px * bpp;
+                return d.bytes_ + flippedRow(py + (y - r.y), d.height_) * d.rowBytes_ + px * bpp;
             };
             if (covered != r.w * r.h)
                 for (std::int64_t i = first; i < last; ++i)
-                    std::memset(row(r.maxY() - 1 - i), 0, std::size_t(r.w * bpp));
+                    std::memset(row(flippedRow(i, r.maxY())), 0, std::size_t(r.w * bpp));
             for (const DirectSource& source : *direct) {
                 const BitmapNode& b = *source.bitmap;
                 const IRect& a = source.area;
                 if (b.snapshot) scratch.resize(std::size_t(a.w * bpp));
                 for (std::int64_t i = first; i < last; ++i) {
-                    const std::int64_t y = r.maxY() - 1 - i; // image row, top first
+                    const std::int64_t y = flippedRow(i, r.maxY()); // image row, top first
                     if (y < a.y || y >= a.maxY()) continue;
                     std::uint8_t* dst = row(y) + (a.x - r.x) * bpp;
-                    b.withRow(b.height - 1 - (y - source.dy), a.x - source.dx, a.w, scratch.data(),
-                              [&](const std::uint8_t* src) {
+                    b.withRow(flippedRow(y - source.dy, b.height), a.x - source.dx, a.w,
+                              scratch.data(), [&](const std::uint8_t* src) {
                                   std::memmove(dst, src, std::size_t(a.w * bpp));
                               });
                 }
@@ -184,13 +185,14 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         const std::int64_t top = r.maxY() - ty * th, h = std::min(th, top - r.y);
         const IRect tile{x, top - h, w, h};
         // The destination row of image row y: rows are stored top first from height − 1.
-        const std::int64_t firstRow = d.height_ - 1 - (py + (top - 1 - r.y));
+        const std::int64_t firstRow = flippedRow(py + (top - 1 - r.y), d.height_);
         std::uint8_t* dst =
             d.bytes_ + firstRow * d.rowBytes_ + (px + (x - r.x)) * bytesPerPixel(d.format_);
         if (writesFloats && d.rowBytes_ % 16 == 0 &&
             reinterpret_cast<std::uintptr_t>(d.bytes_) % 4 == 0) {
             // Working floats go straight into a float destination.
-            root.render(tile, Tile{reinterpret_cast<float*>(dst), d.rowBytes_ / 4}, scratch);
+            root.render(tile, Tile{reinterpret_cast<float*>(dst), d.rowBytes_ / 4, tile.h},
+                        scratch);
         } else {
             const Scratch::Lease pixels = renderToScratch(root, tile, scratch);
             for (std::int64_t i = 0; i < h; ++i)

@@ -2,6 +2,7 @@
 
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/memory.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/io/pixel_io.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
@@ -60,7 +61,7 @@ void unpremultiplyRow(const KernelRow& row) {
     const float* s = row.samples[0];
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
         const float a = s[i + 3];
-        const float k = a > 0 ? 1.0f / a : 0.0f;
+        const float k = unpremultiplyScale(a);
         row.out[i] = s[i] * k;
         row.out[i + 1] = s[i + 1] * k;
         row.out[i + 2] = s[i + 2] * k;
@@ -117,8 +118,8 @@ void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const
         s.take(snapshot ? std::size_t(r.w * bytesPerPixel(format) + 3) / 4 : 0);
     auto* bytesOfScratch = reinterpret_cast<std::uint8_t*>(scratch.data());
     for (std::int64_t i = 0; i < r.h; ++i) {
-        const std::int64_t y = r.maxY() - 1 - i;
-        withRow(height - 1 - y, r.x, r.w, bytesOfScratch,
+        const std::int64_t y = flippedRow(i, r.maxY());
+        withRow(flippedRow(y, height), r.x, r.w, bytesOfScratch,
                 [&](const std::uint8_t* src) { io::readRow(format, src, out.row(i), r.w); });
     }
 }
@@ -163,7 +164,7 @@ void TransformNode::renderInside(const IRect& r, const Tile& out, Scratch& s) co
     const Sampler sampler{src.data(), roi.x, roi.y, roi.w, roi.h, roi.w * 4};
     for (std::int64_t i = 0; i < r.h; ++i) {
         float* o = out.row(i);
-        const double cy = double(r.maxY() - 1 - i) + 0.5;
+        const double cy = double(flippedRow(i, r.maxY())) + 0.5;
         for (std::int64_t j = 0; j < r.w; ++j, o += 4) {
             const double cx = double(r.x + j) + 0.5;
             const double sx = inverse.a * cx + inverse.c * cy + inverse.tx;
@@ -207,7 +208,7 @@ void CropNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
         partialColumns |= columns[j] != 1.0f;
     }
     for (std::int64_t i = 0; i < r.h; ++i) {
-        const float rowCover = cover(double(r.maxY() - 1 - i), rect.minY(), rect.maxY());
+        const float rowCover = cover(double(flippedRow(i, r.maxY())), rect.minY(), rect.maxY());
         if (rowCover == 1.0f && !partialColumns) continue;
         float* o = out.row(i);
         for (std::int64_t j = 0; j < r.w; ++j, o += 4) {
@@ -230,8 +231,8 @@ void ClampNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const 
     const IRect src{x0, y0, x1 - x0, y1 - y0};
     const Scratch::Lease lease = renderToScratch(*input, src, s);
     for (std::int64_t i = 0; i < r.h; ++i) {
-        const std::int64_t sy = clampY(r.maxY() - 1 - i);
-        const float* srow = lease.data() + (src.maxY() - 1 - sy) * src.w * 4;
+        const std::int64_t sy = clampY(flippedRow(i, r.maxY()));
+        const float* srow = lease.data() + flippedRow(sy, src.maxY()) * src.w * 4;
         float* o = out.row(i);
         for (std::int64_t j = 0; j < r.w; ++j)
             std::memcpy(o + 4 * j, srow + 4 * (clampX(r.x + j) - src.x), 16);
@@ -306,7 +307,8 @@ void MosaicNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const
     for (const std::uint32_t i : touched) {
         const IRect part = pieces[i]->bounds.intersection(r);
         pieces[i]->render(
-            part, Tile{out.row(r.maxY() - part.maxY()) + 4 * (part.x - r.x), out.stride}, s);
+            part, Tile{out.row(r.maxY() - part.maxY()) + 4 * (part.x - r.x), out.stride, part.h},
+            s);
     }
 }
 
@@ -325,13 +327,13 @@ void IntermediateNode::renderInside(const IRect& r, const Tile& out, Scratch& s)
             const IRect tile{tx * kTile, ty * kTile, kTile, kTile};
             std::call_once(entry->once, [&] {
                 entry->pixels.resize(std::size_t(kTile * kTile * 4));
-                input->render(tile, Tile{entry->pixels.data(), kTile * 4}, s);
+                input->render(tile, Tile{entry->pixels.data(), kTile * 4, kTile}, s);
             });
             const IRect part = tile.intersection(r);
             for (std::int64_t y = part.y; y < part.maxY(); ++y) {
-                const float* src = entry->pixels.data() + (tile.maxY() - 1 - y) * kTile * 4 +
+                const float* src = entry->pixels.data() + flippedRow(y, tile.maxY()) * kTile * 4 +
                                    (part.x - tile.x) * 4;
-                std::memcpy(out.row(r.maxY() - 1 - y) + (part.x - r.x) * 4, src,
+                std::memcpy(out.row(flippedRow(y, r.maxY())) + (part.x - r.x) * 4, src,
                             std::size_t(part.w) * 16);
             }
         }

@@ -1,6 +1,7 @@
 #include "bic/platform/ci/kernel.hpp"
 
 #include "bic/platform/core/fatal.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "nodes.hpp"
 
 namespace bic::ci {
@@ -50,7 +51,7 @@ void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) 
     for (std::int64_t i = 0; i < r.h; ++i) {
         for (std::size_t k = 0; k < images.size(); ++k)
             rows[k] = leases[k].data() + i * r.w * 4;
-        row.y = r.maxY() - 1 - i;
+        row.y = flippedRow(i, r.maxY());
         row.out = out.row(i);
         function(row);
     }
@@ -65,7 +66,8 @@ bool ColorKernelNode::renderPlaced(const IRect& r, const Tile& out,
     leases.reserve(images.size());
     for (const auto& image : images) {
         leases.push_back(s.take(std::size_t(r.w) * std::size_t(r.h) * 4));
-        if (!image->renderPlaced(r, Tile{leases.back().data(), r.w * 4}, place, s)) return false;
+        if (!image->renderPlaced(r, Tile{leases.back().data(), r.w * 4, r.h}, place, s))
+            return false;
     }
     const float* samples[8];
     std::vector<const float*> many;
@@ -79,7 +81,7 @@ bool ColorKernelNode::renderPlaced(const IRect& r, const Tile& out,
     for (std::int64_t i = 0; i < r.h; ++i) {
         for (std::size_t k = 0; k < images.size(); ++k)
             rows[k] = leases[k].data() + i * r.w * 4;
-        row.y = r.maxY() - 1 - i;
+        row.y = flippedRow(i, r.maxY());
         row.out = out.row(i);
         function(row);
     }
@@ -112,7 +114,7 @@ void GeneralKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s
     row.samplers = samplers.data();
     row.values = &values;
     for (std::int64_t i = 0; i < r.h; ++i) {
-        row.y = r.maxY() - 1 - i;
+        row.y = flippedRow(i, r.maxY());
         row.out = out.row(i);
         function(row);
     }

@@ -72,7 +72,7 @@ void Node::render(const IRect& r, const Tile& out, Scratch& scratch) const {
             std::memset(row + 4 * right, 0, sizeof(float) * 4 * (r.w - right));
         }
     }
-    renderInside(inside, Tile{out.row(top) + 4 * left, out.stride}, scratch);
+    renderInside(inside, Tile{out.row(top) + 4 * left, out.stride, inside.h}, scratch);
 }
 
 bool Node::renderPlaced(const IRect&, const Tile&, const cg::AffineTransform&, Scratch&) const {

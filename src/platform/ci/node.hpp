@@ -9,6 +9,7 @@
 
 #include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/cg/rect.hpp"
+#include "bic/platform/core/checked.hpp"
 
 #include <cstdint>
 #include <memory>
@@ -41,7 +42,11 @@ IRect pixelBounds(const cg::Rect& r);
 struct Tile {
     float* data;
     std::ptrdiff_t stride; ///< floats from one row to the next
-    float* row(std::int64_t i) const { return data + i * stride; }
+    std::int64_t rows;     ///< how many rows it holds
+    float* row(std::int64_t i) const {
+        checked::index(i, rows, "Tile row");
+        return data + i * stride;
+    }
 };
 
 /// Per-thread buffers handed out and returned in stack order, reused from tile to tile.

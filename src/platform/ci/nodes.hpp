@@ -155,7 +155,7 @@ inline std::int64_t maxReach(const std::vector<NodePtr>& nodes) {
 /// Renders `node` over `r` into a new scratch lease of r.w × r.h pixels.
 inline Scratch::Lease renderToScratch(const Node& node, const IRect& r, Scratch& s) {
     Scratch::Lease lease = s.take(std::size_t(r.w) * std::size_t(r.h) * 4);
-    node.render(r, Tile{lease.data(), r.w * 4}, s);
+    node.render(r, Tile{lease.data(), r.w * 4, r.h}, s);
     return lease;
 }
 

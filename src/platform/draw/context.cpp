@@ -1,6 +1,7 @@
 #include "bic/platform/draw/context.hpp"
 
 #include "bic/platform/ci/context.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/io/pixel_io.hpp"
 
 #include <algorithm>
@@ -159,7 +160,7 @@ void Context::composite(const DeviceRect& area, const std::uint8_t* coverage,
             if (c == 0) continue;
             float s[4];
             if (!colorAt(j, i, s)) continue;
-            if (grey) s[0] = s[1] = s[2] = 0.3f * s[0] + 0.59f * s[1] + 0.11f * s[2];
+            if (grey) s[0] = s[1] = s[2] = luma(s[0], s[1], s[2]);
             float* d = row.data() + 4 * j;
             const float keep = copy ? 1 - c : 1 - s[3] * c;
             for (int k = 0; k < 4; ++k)
@@ -172,7 +173,7 @@ void Context::composite(const DeviceRect& area, const std::uint8_t* coverage,
 void Context::compositeSolid(const DeviceRect& area, const std::uint8_t* coverage,
                              std::int64_t coverageStride, const float color[4]) {
     float s[4] = {color[0], color[1], color[2], color[3]};
-    if (isGrey(format_)) s[0] = s[1] = s[2] = 0.3f * s[0] + 0.59f * s[1] + 0.11f * s[2];
+    if (isGrey(format_)) s[0] = s[1] = s[2] = luma(s[0], s[1], s[2]);
     const bool copy = state().blendMode == BlendMode::copy;
     // Fully covered pixels take the colour itself when nothing shows through it: their bytes
     // are computed once and stored in runs. Only edge pixels are blended.

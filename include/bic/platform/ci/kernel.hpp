@@ -8,6 +8,7 @@
 // called once per row of a tile with plain arrays: no call per pixel.
 
 #include "bic/platform/ci/image.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -65,7 +66,7 @@ struct Sampler {
     const float* at(std::int64_t px, std::int64_t py) const {
         static constexpr float transparent[4] = {0, 0, 0, 0};
         if (px < x || py < y || px >= x + w || py >= y + h) return transparent;
-        return data + (y + h - 1 - py) * stride + (px - x) * 4;
+        return data + flippedRow(py, y + h) * stride + (px - x) * 4;
     }
 };
 
