@@ -271,22 +271,33 @@ void checkOptions(const WriteOptions& o) {
         fail(Kind::unsupported, fmt::format("orientation {} is outside 1…8", o.orientation));
 }
 
-// A profile must describe pixels of the model written, or readers would misread them.
-void checkProfile(std::span<const std::uint8_t> icc, bool grey) {
-    if (icc.empty()) return;
+// The profile to embed for pixels stored as colour or grey: as given when it is of that model;
+// a grey one for pixels stored as colour (grey written to WebP, colour made from grey) as its
+// RGB equivalent, whose neutrals match as its levels do. Anything else would misdescribe them.
+std::vector<std::uint8_t> profileFor(std::span<const std::uint8_t> icc, bool storedGrey) {
+    if (icc.empty()) return {};
     const auto space = cg::ColorSpace::fromICCProfile(icc);
     if (!space) fail(Kind::unsupported, "the ICC profile to embed cannot be read");
-    const auto wanted = grey ? cg::ColorSpaceModel::monochrome : cg::ColorSpaceModel::rgb;
+    if (space->model() == cg::ColorSpaceModel::monochrome && !storedGrey) {
+        const auto rgb = space->grayAsRGB();
+        if (!rgb)
+            fail(Kind::unsupported,
+                 "the grey ICC profile to embed has no tone curve to describe colour pixels by");
+        return rgb->iccData();
+    }
+    const auto wanted = storedGrey ? cg::ColorSpaceModel::monochrome : cg::ColorSpaceModel::rgb;
     if (space->model() != wanted)
         fail(Kind::unsupported, std::string("the ICC profile to embed is not of ") +
-                                    (grey ? "grey" : "RGB") + " pixels");
+                                    (storedGrey ? "grey" : "RGB") + " pixels");
+    return std::vector<std::uint8_t>(icc.begin(), icc.end());
 }
 
 std::vector<std::uint8_t> encodeRows(const detail::Rows& rows, const WriteOptions& options,
                                      std::span<const std::uint8_t> icc) {
-    // WebP stores grey as colour, so a grey profile describes nothing in it.
-    checkProfile(icc, rows.grey && *options.format != ImageFileFormat::webp);
-    const detail::Encoding encoding{options, icc,
+    // WebP stores grey as colour.
+    const std::vector<std::uint8_t> profile =
+        profileFor(icc, rows.grey && *options.format != ImageFileFormat::webp);
+    const detail::Encoding encoding{options, profile,
                                     options.orientation == 1
                                         ? std::vector<std::uint8_t>()
                                         : detail::orientationExif(options.orientation)};
@@ -392,9 +403,7 @@ std::vector<std::uint8_t> encodeImageFile(const PixelBufferType& buffer,
             std::vector<std::uint8_t> icc;
             if (options.iccProfile)
                 icc = *options.iccProfile;
-            else if (const auto space = detail::colorSpaceOf(b);
-                     !embedsNothing(space) &&
-                     !(b.isMonochrome && *options.format == ImageFileFormat::webp))
+            else if (const auto space = detail::colorSpaceOf(b); !embedsNothing(space))
                 icc = space.iccData();
             std::vector<P> scratch;
             std::vector<std::uint8_t> associatedScratch;

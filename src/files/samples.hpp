@@ -4,6 +4,7 @@
 // premultiplied value survives being written straight and read back.
 
 #include "bic/pixels/pixel_formats.hpp"
+#include "bic/platform/core/pixel_math.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -33,7 +34,7 @@ inline T premultiplied(T c, T a) {
 template <class T>
 inline T unpremultiplied(T c, T a) {
     if constexpr (std::is_floating_point_v<T>) {
-        return a > 0 ? c / a : 0;
+        return bic::unpremultiplied(c, a);
     } else {
         constexpr std::uint64_t m = fullSample<T>();
         return a == 0 ? 0 : T(std::min<std::uint64_t>(m, (std::uint64_t(c) * m + a / 2) / a));

@@ -5,7 +5,9 @@
 #include "file_makers.hpp"
 #include "support/buffers.hpp"
 
+#include <cmath>
 #include <gtest/gtest.h>
+#include <lcms2.h>
 #include <map>
 #include <png.h>
 #include <tiffio.h>
@@ -232,7 +234,7 @@ TEST(Profiles, EmbeddedProfilesRoundTripByteForByte) {
                       "Display P3");
     expectProfileKept(cg::ColorSpace::adobeRGB1998().iccData(),
                       test_support::filled<PixelRGBA16>(5, 5, 1), "Adobe RGB, 16 bits");
-    // A grey profile goes with grey pixels (but not into WebP, which stores them as colour).
+    // A grey profile goes with grey pixels.
     const Bytes grey = cg::ColorSpace::deviceGray().iccData();
     PixelBuffer<PixelGray8> greyPixels(IntegralSize(8, 8), cg::ColorSpace::deviceGray());
     for (const auto format : {ImageFileFormat::png, ImageFileFormat::tiff, ImageFileFormat::jpeg}) {
@@ -241,6 +243,74 @@ TEST(Profiles, EmbeddedProfilesRoundTripByteForByte) {
         options.iccProfile = grey;
         EXPECT_EQ(readImageFile(encodeImageFile(greyPixels, options)).iccProfile, grey);
     }
+}
+
+// A grey profile with a gamma of 1.8 (not the device grey's sRGB curve), as Little CMS makes it.
+Bytes gamma18Grey() {
+    cmsToneCurve* curve = cmsBuildGamma(nullptr, 1.8);
+    cmsHPROFILE p = cmsCreateGrayProfile(cmsD50_xyY(), curve);
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(p, nullptr, &size);
+    Bytes bytes(size);
+    cmsSaveProfileToMem(p, bytes.data(), &size);
+    cmsCloseProfile(p);
+    cmsFreeToneCurve(curve);
+    return bytes;
+}
+
+// The linear light of the pixel at (1, 1) through the space the file was read in.
+double linearGreen(const ImageFile& file) {
+    return std::visit(
+        [](const auto& b) -> double {
+            if constexpr (requires { b.colorSpace(); }) {
+                const auto p = *b(1, 1);
+                std::vector<double> components;
+                if constexpr (RGBAPixel<std::decay_t<decltype(p)>>)
+                    components = {p.redComponent / 255.0, p.greenComponent / 255.0,
+                                  p.blueComponent / 255.0, 1};
+                else
+                    components = {p.grayComponent / 255.0, 1};
+                const auto linear = cg::Color::make(b.colorSpace(), components)
+                                        ->matched(cg::ColorSpace::linearSRGB());
+                return linear ? linear->components()[1] : -1;
+            } else {
+                return -1;
+            }
+        },
+        file.buffer);
+}
+
+TEST(Profiles, GreyProfilesDescribeGreyStoredAsColour) {
+    // WebP has no grey: grey pixels go in as colour with the grey profile's RGB equivalent, and
+    // read back they mean the same light.
+    const Bytes grey = gamma18Grey();
+    PixelBuffer<PixelGray8> levels(IntegralSize(4, 4), *cg::ColorSpace::fromICCProfile(grey));
+    levels.withUnsafeBuffer(
+        [](std::span<PixelGray8> p) { std::fill(p.begin(), p.end(), PixelGray8(100)); });
+    WriteOptions png;
+    png.format = ImageFileFormat::png;
+    const ImageFile asGrey = readImageFile(encodeImageFile(levels, png));
+    EXPECT_EQ(asGrey.iccProfile, grey);
+    const double expected = std::pow(100 / 255.0, 1.8);
+    EXPECT_NEAR(linearGreen(asGrey), expected, 1e-3);
+    for (const bool lossless : {true, false}) {
+        WriteOptions webp;
+        webp.format = ImageFileFormat::webp;
+        webp.lossless = lossless;
+        const ImageFile asColour = readImageFile(encodeImageFile(levels, webp));
+        EXPECT_TRUE(asColour.profileDescribesPixels);
+        EXPECT_EQ(asColour.iccProfile,
+                  cg::ColorSpace::fromICCProfile(grey)->grayAsRGB()->iccData());
+        EXPECT_NEAR(linearGreen(asColour), expected, lossless ? 1e-3 : 0.01);
+    }
+    // Colour made from grey pixels takes their grey profile the same way; an RGB profile for
+    // grey pixels cannot be made to fit.
+    png.iccProfile = grey;
+    EXPECT_NEAR(
+        linearGreen(readImageFile(encodeImageFile(flat(PixelARGB8(100, 100, 100, 255)), png))),
+        expected, 1e-3);
+    png.iccProfile = cg::ColorSpace::sRGB().iccData();
+    EXPECT_THROW(encodeImageFile(levels, png), ImageFileError);
 }
 
 TEST(Profiles, ABufferInAProfiledSpaceCarriesItsProfile) {

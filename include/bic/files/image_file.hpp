@@ -84,9 +84,11 @@ struct WriteOptions {
     bool lossless = false;
     /// PNG and TIFF: deflate level 1…9.
     int compressionLevel = 6;
-    /// The profile to embed, byte for byte; it must be of the pixels' model as stored (RGB for
-    /// grey pixels in WebP). When absent the buffer's colour space decides: sRGB and the device
-    /// spaces embed nothing, any other space its profile (a grey one none in WebP).
+    /// The profile to embed, byte for byte when it is of the pixels' model as stored. A grey
+    /// profile for pixels stored as colour (colour made from grey, grey in WebP, which has no
+    /// grey) is embedded as its RGB equivalent, its tone curve on every channel; an RGB profile
+    /// for grey pixels is refused. When absent the buffer's colour space decides: sRGB and the
+    /// device spaces embed nothing, any other space its profile.
     std::optional<std::vector<std::uint8_t>> iccProfile;
     /// The orientation (1…8) to record for the pixels as they are, so that readers turn them;
     /// 1 records nothing.
@@ -107,7 +109,7 @@ struct StraightImage {
 /// The file's bytes. PNG takes 8 and 16 bits, TIFF any depth (with associated alpha, so the
 /// buffer's values are kept exactly), JPEG and WebP 8 bits (deeper buffers are reduced to 8
 /// bits and alpha is left out of JPEG; WebP stores grey as colour). A 32-bit buffer as PNG, a
-/// profile of another model than the pixels and an unknown format throw ImageFileError.
+/// profile that cannot describe the pixels and an unknown format throw ImageFileError.
 std::vector<std::uint8_t> encodeImageFile(const PixelBufferType& buffer,
                                           const WriteOptions& options);
 std::vector<std::uint8_t> encodeImageFile(const StraightImage& image, const WriteOptions& options);
