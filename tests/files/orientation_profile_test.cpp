@@ -6,6 +6,7 @@
 #include "support/buffers.hpp"
 
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <lcms2.h>
 #include <map>
@@ -311,6 +312,33 @@ TEST(Profiles, GreyProfilesDescribeGreyStoredAsColour) {
         expected, 1e-3);
     png.iccProfile = cg::ColorSpace::sRGB().iccData();
     EXPECT_THROW(encodeImageFile(levels, png), ImageFileError);
+}
+
+// How many APP2 segments of a JPEG carry a piece of its ICC profile.
+int iccSegments(const Bytes& jpeg) {
+    int count = 0;
+    for (std::size_t i = 2; i + 16 < jpeg.size() && jpeg[i] == 0xff && jpeg[i + 1] != 0xda;) {
+        const std::size_t length = std::size_t(jpeg[i + 2]) << 8 | jpeg[i + 3];
+        count += jpeg[i + 1] == 0xe2 && std::memcmp(&jpeg[i + 4], "ICC_PROFILE", 12) == 0;
+        i += 2 + length;
+    }
+    return count;
+}
+
+TEST(Profiles, ProfilesLargerThanAJPEGSegmentAreSplitAndJoined) {
+    // A profile padded past 150 KB (the header's size says so): three APP2 segments at least.
+    Bytes big = cg::ColorSpace::displayP3().iccData();
+    big.resize(150000 + big.size(), 0);
+    for (int b = 0; b < 4; ++b)
+        big[std::size_t(b)] = std::uint8_t(big.size() >> (24 - 8 * b));
+    ASSERT_TRUE(cg::ColorSpace::fromICCProfile(big));
+    WriteOptions options;
+    options.format = ImageFileFormat::jpeg;
+    options.iccProfile = big;
+    const Bytes jpeg = encodeImageFile(flat(PixelARGB8(10, 20, 30, 255)), options);
+    EXPECT_EQ(iccSegments(jpeg), 3);
+    EXPECT_EQ(readImageFile(jpeg).iccProfile, big);
+    expectProfileKept(big, flat(PixelARGB8(10, 20, 30, 255)), "a padded profile");
 }
 
 TEST(Profiles, ABufferInAProfiledSpaceCarriesItsProfile) {
