@@ -98,6 +98,7 @@ Run addFillCommand(CLI::App& app) {
     cmd->add_option("--seed", o->seed, "X,Y from the top-left corner")
         ->delimiter(',')
         ->expected(2)
+        ->allow_extra_args(false)
         ->required();
     cmd->add_option("--tolerance", o->tolerance, "largest channel difference, 0…1")
         ->check(CLI::Range(0.0, 1.0));

@@ -56,7 +56,8 @@ Run addBlendCommand(CLI::App& app) {
         ->check(CLI::Range(0.0, 1.0));
     cmd->add_option("--offset", o->offset, "DX,DY: the layer's top-left corner on the image")
         ->delimiter(',')
-        ->expected(2);
+        ->expected(2)
+        ->allow_extra_args(false);
     cmd->add_option("top", o->top, "the layer (any image file; its alpha places it)")->required();
     cmd->add_option("bottom", o->bottom, "the image beneath; gives the output's size")->required();
     cmd->add_option("out", o->out, "output image (.png, .tif, .jpg or .webp)")->required();
