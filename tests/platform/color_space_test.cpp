@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <lcms2.h>
 
 using bic::cg::Color;
 using bic::cg::ColorSpace;
@@ -125,6 +126,39 @@ TEST(ColorSpace, RoundTripsAndNeutrals) {
     EXPECT_NEAR(white->components()[0], 0.9642, 1e-3);
     EXPECT_NEAR(white->components()[1], 1.0, 1e-3);
     EXPECT_NEAR(white->components()[2], 0.8249, 1e-3);
+}
+
+// A grey profile with a plain gamma of 1.8, as older systems wrote, made by Little CMS itself.
+std::vector<std::uint8_t> gamma18GreyProfile() {
+    cmsToneCurve* curve = cmsBuildGamma(nullptr, 1.8);
+    cmsHPROFILE p = cmsCreateGrayProfile(cmsD50_xyY(), curve);
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(p, nullptr, &size);
+    std::vector<std::uint8_t> bytes(size);
+    cmsSaveProfileToMem(p, bytes.data(), &size);
+    cmsCloseProfile(p);
+    cmsFreeToneCurve(curve);
+    return bytes;
+}
+
+TEST(ColorSpace, GreyAsRGBMatchesNeutralsAsTheGreyDoes) {
+    const auto grey = ColorSpace::fromICCProfile(gamma18GreyProfile());
+    ASSERT_TRUE(grey);
+    const auto rgb = grey->grayAsRGB();
+    ASSERT_TRUE(rgb);
+    EXPECT_EQ(rgb->model(), ColorSpaceModel::rgb);
+    for (const double level : {0.0, 0.1, 0.5, 0.8, 1.0}) {
+        const auto viaGrey = Color::make(*grey, {level, 1})->matched(ColorSpace::linearSRGB());
+        const auto viaRGB =
+            Color::make(*rgb, {level, level, level, 1})->matched(ColorSpace::linearSRGB());
+        ASSERT_TRUE(viaGrey && viaRGB);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_NEAR(viaRGB->components()[i], viaGrey->components()[i], 1e-3) << level;
+        // Gamma 1.8, not sRGB's curve: the tone curve itself came along.
+        EXPECT_NEAR(viaRGB->components()[1], std::pow(level, 1.8), 2e-3) << level;
+    }
+    EXPECT_FALSE(ColorSpace::sRGB().grayAsRGB());
+    EXPECT_FALSE(ColorSpace::psdLab().grayAsRGB());
 }
 
 TEST(ColorSpace, WideGamutColoursAreClampedIntoSmallerSpaces) {

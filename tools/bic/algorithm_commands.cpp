@@ -68,9 +68,9 @@ Run addDitherCommand(CLI::App& app) {
     auto* cmd = app.add_subcommand("dither", "Dither a picture's grey to black and white");
     auto in = std::make_shared<std::string>(), out = std::make_shared<std::string>();
     auto atkinson = std::make_shared<bool>(false);
-    cmd->add_option("image", *in, "PNG or TIFF")->required();
+    cmd->add_option("image", *in, "PNG, TIFF, JPEG or WebP")->required();
     cmd->add_flag("--atkinson", *atkinson, "Atkinson's diffusion instead of Floyd–Steinberg");
-    cmd->add_option("out", *out, "output image (.png or .tif)")->required();
+    cmd->add_option("out", *out, "output image (.png, .tif, .jpg or .webp)")->required();
     return [cmd, in, out, atkinson] {
         if (!cmd->parsed()) return;
         const ci::Image image = imageOf(readImageFile(*in));
@@ -94,16 +94,17 @@ Run addFillCommand(CLI::App& app) {
         bool antialias = false, fillHoles = false;
     };
     auto o = std::make_shared<Options>();
-    cmd->add_option("image", o->in, "PNG or TIFF")->required();
+    cmd->add_option("image", o->in, "PNG, TIFF, JPEG or WebP")->required();
     cmd->add_option("--seed", o->seed, "X,Y from the top-left corner")
         ->delimiter(',')
         ->expected(2)
+        ->allow_extra_args(false)
         ->required();
     cmd->add_option("--tolerance", o->tolerance, "largest channel difference, 0…1")
         ->check(CLI::Range(0.0, 1.0));
     cmd->add_flag("--antialias", o->antialias, "grade the mask by colour distance");
     cmd->add_flag("--fill-holes", o->fillHoles, "also take what the region encloses");
-    cmd->add_option("out", o->out, "the mask (.png)")->required();
+    cmd->add_option("out", o->out, "the mask (.png, .tif, .jpg or .webp)")->required();
     return [cmd, o] {
         if (!cmd->parsed()) return;
         const ci::Image image = imageOf(readImageFile(o->in));
@@ -141,12 +142,16 @@ Run addDistanceCommand(CLI::App& app) {
         bool euclidean = false;
     };
     auto o = std::make_shared<Options>();
-    cmd->add_option("mask", o->in, "PNG or TIFF; white (≥ ½) is what distances are measured to")
+    cmd->add_option("mask", o->in,
+                    "PNG, TIFF, JPEG or WebP; white (≥ ½) is what distances are measured to")
         ->required();
     cmd->add_option("--radius", o->radius, "the search limit in pixels")
         ->check(CLI::PositiveNumber);
     cmd->add_flag("--euclidean", o->euclidean, "exact Euclidean distances instead of chamfer ones");
-    cmd->add_option("out", o->out, "distances as 32-bit float grey (.tif)")->required();
+    cmd->add_option("out", o->out,
+                    "distances as 32-bit float grey (.tif), or as levels of the radius (.png, "
+                    ".jpg, .webp)")
+        ->required();
     return [cmd, o] {
         if (!cmd->parsed()) return;
         const ci::Image mask = imageOf(readImageFile(o->in));
@@ -165,7 +170,20 @@ Run addDistanceCommand(CLI::App& app) {
                         far, std::min(p[std::size_t(y * out.pixelsPerRow() + x)].grayComponent,
                                       float(1e9)));
         });
-        writeImageFile(out, o->out);
+        if (files::formatForExtension(o->out) == files::ImageFileFormat::tiff) {
+            writeImageFile(out, o->out);
+        } else {
+            // The other formats hold levels, not lengths: distance / radius as grey, at 16 bits
+            // where the format has them.
+            const std::vector<double> scale{1 / o->radius, 0, 0, 0};
+            const ci::Image levels = *ci::applyingFilter(
+                map, "CIColorMatrix",
+                {{"inputRVector", scale}, {"inputGVector", scale}, {"inputBVector", scale}});
+            if (files::formatForExtension(o->out) == files::ImageFileFormat::png)
+                writeImageFile(PixelBuffer<PixelGray16>(levels, extent), o->out);
+            else
+                writeImageFile(PixelBuffer<PixelGray8>(levels, extent), o->out);
+        }
         fmt::print("{} distances of {} × {}, farthest {:.3f} px: wrote {}\n",
                    o->euclidean ? "Euclidean" : "chamfer", extent.width(), extent.height(), far,
                    o->out);
@@ -175,7 +193,8 @@ Run addDistanceCommand(CLI::App& app) {
 Run addOutlineCommand(CLI::App& app) {
     auto* cmd = app.add_subcommand("outline", "Trace a mask's outlines into SVG");
     auto in = std::make_shared<std::string>(), out = std::make_shared<std::string>();
-    cmd->add_option("mask", *in, "PNG or TIFF; opaque (alpha ≥ ½) or, for grey, bright pixels")
+    cmd->add_option("mask", *in,
+                    "PNG, TIFF, JPEG or WebP; opaque (alpha ≥ ½) or, for grey, bright pixels")
         ->required();
     cmd->add_option("out", *out, "SVG file")->required();
     return [cmd, in, out] {
@@ -238,8 +257,8 @@ std::string describeHistogram(const Histogram& h) {
 Run addHistogramCommand(CLI::App& app) {
     auto* cmd = app.add_subcommand("histogram", "Print a picture's channel histograms");
     auto in = std::make_shared<std::string>(), plotPath = std::make_shared<std::string>();
-    cmd->add_option("image", *in, "PNG or TIFF")->required();
-    cmd->add_option("--plot", *plotPath, "also draw the four histograms into this PNG");
+    cmd->add_option("image", *in, "PNG, TIFF, JPEG or WebP")->required();
+    cmd->add_option("--plot", *plotPath, "also draw the four histograms into this image file");
     return [cmd, in, plotPath] {
         if (!cmd->parsed()) return;
         const ci::Image image = imageOf(readImageFile(*in));

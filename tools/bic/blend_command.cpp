@@ -56,25 +56,29 @@ Run addBlendCommand(CLI::App& app) {
         ->check(CLI::Range(0.0, 1.0));
     cmd->add_option("--offset", o->offset, "DX,DY: the layer's top-left corner on the image")
         ->delimiter(',')
-        ->expected(2);
-    cmd->add_option("top", o->top, "the layer (PNG with alpha, 8 or 16 bits)")->required();
+        ->expected(2)
+        ->allow_extra_args(false);
+    cmd->add_option("top", o->top, "the layer (any image file; its alpha places it)")->required();
     cmd->add_option("bottom", o->bottom, "the image beneath; gives the output's size")->required();
-    cmd->add_option("out", o->out, "output image (.png, or .tif)")->required();
+    cmd->add_option("out", o->out, "output image (.png, .tif, .jpg or .webp)")->required();
     return [cmd, o] {
         if (!cmd->parsed()) return;
         const auto mode = parseMode(o->mode);
         if (!mode) throw CommandError("no blend mode \"" + o->mode + "\"");
         if (mode->rawValue() >= 1000)
             throw CommandError(std::string(mode->name()) + " is a group mode, not a pixel blend");
-        const PixelBufferType top = readImageFile(o->top), bottom = readImageFile(o->bottom);
-        const ci::Image bottomImage = imageOf(bottom);
+        const PixelBufferType top = readImageFile(o->top);
+        const files::ImageFile bottom = readImage(o->bottom);
+        const ci::Image bottomImage = imageOf(bottom.buffer);
         const cg::Rect extent = bottomImage.extent();
         // Image coordinates grow upwards: the layer's top edge sits DY below the image's.
         const ci::Image layer = imageOf(top);
         const ci::Image placed = layer.transformed(cg::AffineTransform::translation(
             o->offset[0], extent.height() - o->offset[1] - layer.extent().height()));
         const ci::Image result = blended(placed, bottomImage, *mode, o->opacity).cropped(extent);
-        writeImageFile(flattened(result, extent, bitDepthOf(bottom)), o->out);
+        // The result's numbers are in the bottom image's space, so its profile goes along.
+        writeImageFile(flattened(result, extent, bitDepthOf(bottom.buffer)), o->out,
+                       bottom.pixelProfile().value_or(std::vector<std::uint8_t>()));
         fmt::print("{} at opacity {} ({}): wrote {}\n", mode->name(), o->opacity, mode->psdKey(),
                    o->out);
     };

@@ -89,12 +89,12 @@ std::string describeRecord(const coding::Value& record) {
 }
 
 Run addEncodeCommand(CLI::App& app) {
-    auto* cmd = app.add_subcommand("encode", "Store an image (PNG or TIFF) as a bitmap record");
+    auto* cmd =
+        app.add_subcommand("encode", "Store an image (PNG, TIFF, JPEG or WebP) as a bitmap record");
     auto image = std::make_shared<std::string>();
     auto record = std::make_shared<std::string>();
     auto form = std::make_shared<std::string>("binary");
-    cmd->add_option("image", *image, "PNG (8 or 16 bits) or TIFF (8, 16 or 32-bit float)")
-        ->required();
+    cmd->add_option("image", *image, "PNG, TIFF, JPEG or WebP")->required();
     cmd->add_option("record", *record, "record file to write")->required();
     cmd->add_option("--form", *form, "file form of the record")
         ->check(CLI::IsMember({"binary", "xml", "json"}));
@@ -115,7 +115,9 @@ Run addDecodeCommand(CLI::App& app) {
     auto image = std::make_shared<std::string>();
     cmd->add_option("record", *record, "record file (binary or XML property list, or JSON)")
         ->required();
-    cmd->add_option("image", *image, ".png for 8 and 16 bits; .tif for any depth")->required();
+    cmd->add_option("image", *image,
+                    ".png (8 or 16 bits), .tif (any depth), .jpg or .webp (8 bits)")
+        ->required();
     return [cmd, record, image] {
         if (!cmd->parsed()) return;
         std::optional<PixelBufferType> buffer;

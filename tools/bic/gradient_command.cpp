@@ -92,21 +92,29 @@ Run addGradientCommand(CLI::App& app) {
     auto o = std::make_shared<Options>();
     cmd->add_option("--type", o->type,
                     "linear, radial, angle, reflected, diamond or shaped (default linear)");
+    // Each pair is one argument ("X,Y", "WxH"): a vector option would otherwise also take the
+    // output's name when one of the shared image-file options follows it.
     cmd->add_option("--from", o->from, "X,Y: the start, in pixels from the top-left corner")
         ->delimiter(',')
         ->expected(2)
+        ->allow_extra_args(false)
         ->required();
     cmd->add_option("--to", o->to, "X,Y: the end (radial: on the rim; diamond: a corner)")
         ->delimiter(',')
         ->expected(2)
+        ->allow_extra_args(false)
         ->required();
     cmd->add_option("--stops", o->stops,
                     "a gradient as a property list (library or pasteboard form); default black "
                     "to white");
     cmd->add_option("--dither", o->dither, "dither to this many levels per channel")
         ->check(CLI::Range(2, 256));
-    cmd->add_option("--size", o->size, "WxH of the image")->delimiter('x')->expected(2)->required();
-    cmd->add_option("out", o->out, "output image (.png, or .tif)")->required();
+    cmd->add_option("--size", o->size, "WxH of the image")
+        ->delimiter('x')
+        ->expected(2)
+        ->allow_extra_args(false)
+        ->required();
+    cmd->add_option("out", o->out, "output image (.png, .tif, .jpg or .webp)")->required();
     return [cmd, o] {
         if (!cmd->parsed()) return;
         const auto type = parseType(o->type);

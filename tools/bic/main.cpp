@@ -3,6 +3,7 @@
 #include "bic/core/image_core_error.hpp"
 #include "bic/metadata/image_metadata.hpp"
 #include "commands.hpp"
+#include "image_files.hpp"
 
 #include <cstdio>
 #include <exception>
@@ -11,6 +12,7 @@ int main(int argc, char** argv) {
     CLI::App app{"bic — BrellinImageCore on the command line"};
     app.require_subcommand(1);
     bic::ImageMetadata::setSoftwareNameAndVersion("bic " BIC_VERSION);
+    bic::tool::addImageFileOptions(app); // first, so that every command inherits fallthrough
     bic::tool::Run runs[] = {
         bic::tool::addColorCommand(app),    bic::tool::addEncodeCommand(app),
         bic::tool::addDecodeCommand(app),   bic::tool::addBlendCommand(app),

@@ -70,10 +70,11 @@ std::uint16_t pngSample(const SamplePlane& p, std::size_t i) {
     }
 }
 
-// RGBA PNG of straight planes: grey fills red, green and blue; no alpha plane is opaque.
+// RGBA image of straight planes: grey fills red, green and blue; no alpha plane is opaque. The
+// document's profile goes along when it is an RGB one.
 void writePlanes(std::int64_t width, std::int64_t height, int bitDepth,
                  const std::vector<const SamplePlane*>& colors, const SamplePlane* alpha,
-                 const std::filesystem::path& path) {
+                 const std::filesystem::path& path, const std::vector<std::uint8_t>& profile) {
     const int depth = bitDepth == 8 ? 8 : 16;
     const std::size_t n = std::size_t(width * height);
     std::vector<std::uint8_t> samples(n * 4 * std::size_t(depth / 8));
@@ -87,7 +88,15 @@ void writePlanes(std::int64_t width, std::int64_t height, int bitDepth,
             else
                 std::memcpy(samples.data() + (i * 4 + c) * 2, &v, 2);
         }
-    writeStraightPNG(width, height, depth, std::move(samples), path);
+    writeImageFile(files::StraightImage{width, height, 4, depth, std::move(samples)}, path,
+                   profile);
+}
+
+std::vector<std::uint8_t> rgbProfile(const LayeredDocument& doc) {
+    auto icc = doc.iccProfile();
+    if (!icc) return {};
+    const auto space = cg::ColorSpace::fromICCProfile(*icc);
+    return space && space->model() == cg::ColorSpaceModel::rgb ? *icc : std::vector<std::uint8_t>();
 }
 
 // A layer name as a file name: no separators, reserved or control characters, no leading dot.
@@ -119,14 +128,15 @@ std::string describe(const LayeredDocument& doc) {
         real ? (*real ? " (real merged data)" : " (not real merged data)") : "", doc.layerCount());
 }
 
-// Straight planes of the document's size (colour, then optionally alpha) as an RGBA PNG.
+// Straight planes of the document's size (colour, then optionally alpha) as an RGBA image of
+// the format the path names.
 void writeComposite(const LayeredDocument& doc, const std::vector<SamplePlane>& planes,
                     const std::string& path) {
     std::vector<const SamplePlane*> colors;
     for (int c = 0; c < doc.colorChannels(); ++c)
         colors.push_back(&planes[std::size_t(c)]);
     const SamplePlane* alpha = int(planes.size()) > doc.colorChannels() ? &planes.back() : nullptr;
-    writePlanes(doc.width, doc.height, doc.bitDepth, colors, alpha, path);
+    writePlanes(doc.width, doc.height, doc.bitDepth, colors, alpha, path, rgbProfile(doc));
     fmt::print("wrote {} ({} × {}, {} bits)\n", path, doc.width, doc.height,
                doc.bitDepth == 8 ? 8 : 16);
 }
@@ -154,14 +164,18 @@ Run addPsdCommand(CLI::App& app) {
     auto* cmd = app.add_subcommand("psd", "A layered document (PSD or PSB): its layer tree, "
                                           "stored composite and layers");
     struct Options {
-        std::string file, composite, stored, layers, write;
+        std::string file, composite, stored, layers, write, layerFormat = "png";
     };
     auto o = std::make_shared<Options>();
     cmd->add_option("file", o->file, "the document")->required();
     cmd->add_option("--composite", o->composite,
-                    "write our composite of the visible layers as an RGBA PNG");
-    cmd->add_option("--stored", o->stored, "write the file's stored composite as an RGBA PNG");
+                    "write our composite of the visible layers (straight RGBA)");
+    cmd->add_option("--stored", o->stored, "write the file's stored composite (straight RGBA)");
     cmd->add_option("--layers", o->layers, "write each layer's pixels as DIR/NNN-name.png");
+    cmd->add_option("--layer-format", o->layerFormat,
+                    "the layers' file type: png (default), tif, "
+                    "jpg or webp")
+        ->check(CLI::IsMember({"png", "tif", "jpg", "webp"}));
     cmd->add_option("--write", o->write, "write the document again (a round trip)");
     return [cmd, o] {
         if (!cmd->parsed()) return;
@@ -197,7 +211,7 @@ Run addPsdCommand(CLI::App& app) {
             doc.walk([&](std::size_t, int, const DocumentLayer& layer) {
                 if (layer.isGroup()) return;
                 const std::string name =
-                    fmt::format("{:03}-{}.png", number++, fileName(layer.name));
+                    fmt::format("{:03}-{}.{}", number++, fileName(layer.name), o->layerFormat);
                 if (layer.bounds.isEmpty()) {
                     fmt::print("{}: no pixels\n", name);
                     return;
@@ -214,7 +228,7 @@ Run addPsdCommand(CLI::App& app) {
                     colors.push_back(plane(std::int16_t(c)));
                 const auto path = std::filesystem::path(o->layers) / name;
                 writePlanes(layer.bounds.width(), layer.bounds.height(), doc.bitDepth, colors,
-                            plane(transparencyChannel), path);
+                            plane(transparencyChannel), path, rgbProfile(doc));
                 fmt::print("wrote {}\n", path.string());
             });
         }

@@ -169,6 +169,16 @@ std::vector<std::uint8_t> ColorSpace::iccData() const {
     return out;
 }
 
+std::optional<ColorSpace> ColorSpace::grayAsRGB() const {
+    if (impl_->model != ColorSpaceModel::monochrome) return std::nullopt;
+    std::lock_guard lock(lcmsMutex());
+    const auto* curve =
+        static_cast<const cmsToneCurve*>(cmsReadTag(impl_->profile, cmsSigGrayTRCTag));
+    if (!curve) return std::nullopt;
+    return make(std::nullopt, ColorSpaceModel::rgb,
+                rgbProfile(kSRGBPrimaries, cmsDupToneCurve(curve)));
+}
+
 bool operator==(const ColorSpace& a, const ColorSpace& b) {
     if (a.impl_ == b.impl_) return true;
     if (a.name() || b.name()) return a.name() == b.name();

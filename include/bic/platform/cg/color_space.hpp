@@ -58,6 +58,10 @@ public:
     /// Colour components, without alpha.
     int numberOfComponents() const;
     std::vector<std::uint8_t> iccData() const;
+    /// For a grey space with a tone curve, the RGB space that has that curve on every channel
+    /// (and sRGB's primaries): its neutral colours match exactly as the grey levels do, so grey
+    /// pixels stored as colour keep their meaning. Nothing for other spaces.
+    std::optional<ColorSpace> grayAsRGB() const;
 
     /// Same name, or same profile for unnamed spaces.
     friend bool operator==(const ColorSpace& a, const ColorSpace& b);

@@ -12,11 +12,13 @@ namespace bic::cg {
 
 class ColorTransform {
 public:
-    /// Nothing when either space is neither RGB nor grey or the spaces cannot be matched.
+    /// Nothing when the spaces cannot be matched or either is neither RGB nor grey, except that
+    /// `from` may also be CMYK.
     static std::optional<ColorTransform> make(const ColorSpace& from, const ColorSpace& to,
                                               RenderingIntent intent);
 
-    /// `count` colours of `from`'s components (3 or 1 floats each, 0…1) into `to`'s.
+    /// `count` colours of `from`'s components (3 or 1 floats each, 0…1; CMYK 4, ink 0…1) into
+    /// `to`'s.
     /// Safe to call from several threads at once.
     void apply(const float* in, float* out, std::size_t count) const;
 
