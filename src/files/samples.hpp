@@ -62,10 +62,19 @@ template <Pixel P>
 bool opaqueRow(const P* row, std::int64_t count) {
     if constexpr (RGBAPixel<P>) {
         using T = typename P::ComponentType;
-        bool opaque = true;
-        for (std::int64_t x = 0; x < count; ++x)
-            opaque &= row[x].alphaComponent == fullSample<T>();
-        return opaque;
+        if constexpr (std::is_integral_v<T>) {
+            // All bits set in every alpha: one AND over the row, which vectorises, where a
+            // comparison per pixel does not.
+            T all = fullSample<T>();
+            for (std::int64_t x = 0; x < count; ++x)
+                all &= row[x].alphaComponent;
+            return all == fullSample<T>();
+        } else {
+            bool opaque = true;
+            for (std::int64_t x = 0; x < count; ++x)
+                opaque &= row[x].alphaComponent == fullSample<T>();
+            return opaque;
+        }
     } else {
         return true;
     }
