@@ -12,6 +12,10 @@
 #include <cmath>
 #include <cstring>
 #include <numeric>
+#include <optional>
+#include <tbb/collaborative_call_once.h>
+#include <tbb/combinable.h>
+#include <tbb/parallel_for.h>
 
 namespace bic {
 
@@ -177,119 +181,255 @@ Histogram areaHistogram(const ci::Image& image, const cg::Rect& extent) {
     return Histogram(std::move(r), std::move(g), std::move(b), std::move(a));
 }
 
-cg::Rect EqualizeImageProcessorKernelF::roi(int, const ci::ProcessorArguments& arguments,
-                                            const cg::Rect&) const {
-    return extentArgument(arguments, "EqualizeImageProcessorKernel");
-}
-
 namespace {
 
+// Where a pixel value falls among `n` buckets of 0…1 (NaN counts as 0).
+std::size_t bucketOf(float v, std::size_t n) {
+    const float unit = v > 0 ? (v < 1 ? v : 1.0f) : 0.0f;
+    return std::min(n - 1, std::size_t(unit * float(n)));
+}
+
+// The buckets of `count` floats when there are at most 2^20 buckets: a loop the compiler
+// vectorises, so that counting and mapping are left with one table access per value.
+void denseIndices(const float* values, std::int64_t count, std::size_t n,
+                  std::vector<std::int32_t>& indices) {
+    indices.resize(std::size_t(count));
+    const float scale = float(n);
+    const auto last = std::int32_t(n - 1);
+    std::int32_t* out = indices.data();
+    for (std::int64_t i = 0; i < count; ++i) {
+        const float v = values[i];
+        const float unit = v > 0 ? (v < 1 ? v : 1.0f) : 0.0f;
+        const auto bucket = std::int32_t(unit * scale);
+        out[i] = bucket < last ? bucket : last;
+    }
+}
+
+// Red, green and blue counted into buckets: dense counts up to a million buckets; above, each
+// pixel's bucket is kept (there are never more occupied buckets than pixels).
+struct BucketCounts {
+    std::size_t n = 0;
+    std::array<std::vector<std::uint64_t>, 3> dense;
+    std::array<std::vector<std::size_t>, 3> sparse;
+    std::vector<std::int32_t> indices; // scratch of addRow
+
+    explicit BucketCounts(std::size_t buckets) : n(buckets) {
+        if (isDense())
+            for (auto& c : dense)
+                c.assign(n, 0);
+    }
+    bool isDense() const { return n <= (std::size_t(1) << 20); }
+
+    void addRow(const float* row, std::int64_t width) {
+        if (isDense()) {
+            denseIndices(row, width * 4, n, indices);
+            for (std::int64_t x = 0; x < width; ++x)
+                for (std::size_t c = 0; c < 3; ++c)
+                    ++dense[c][std::size_t(indices[std::size_t(4 * x) + c])];
+            return;
+        }
+        for (std::size_t c = 0; c < 3; ++c)
+            for (std::int64_t x = 0; x < width; ++x)
+                sparse[c].push_back(bucketOf(row[4 * x + std::int64_t(c)], n));
+    }
+    void add(BucketCounts&& other) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            if (isDense())
+                for (std::size_t i = 0; i < n; ++i)
+                    dense[c][i] += other.dense[c][i];
+            else
+                sparse[c].insert(sparse[c].end(), other.sparse[c].begin(), other.sparse[c].end());
+        }
+    }
+};
+
 // The equalising map of red, green and blue: for each bucket, the cumulative share of pixels up
-// to it, stretched so the first occupied bucket maps to 0. Dense below a million buckets; above,
-// only the occupied buckets are kept (there are never more than pixels).
+// to it, stretched so the first occupied bucket maps to 0.
 class Equalization {
 public:
-    Equalization(const io::Surface& in, std::size_t buckets) : n_(buckets) {
-        const std::int64_t w = in.width(), h = in.height();
-        const double total = double(w) * double(h);
-        const bool dense = n_ <= (std::size_t(1) << 20);
-        for (int c = 0; c < 3; ++c) {
-            Channel& channel = channels_[std::size_t(c)];
-            if (dense) {
-                std::vector<double> counts(n_, 0.0);
-                for (std::int64_t y = 0; y < h; ++y) {
-                    const auto* row =
-                        reinterpret_cast<const float*>(in.baseAddress() + y * in.bytesPerRow());
-                    for (std::int64_t x = 0; x < w; ++x)
-                        counts[bucketOf(row[4 * x + c])] += 1;
-                }
-                std::partial_sum(counts.begin(), counts.end(), counts.begin());
-                channel.values = std::move(counts);
+    Equalization(BucketCounts&& counts, double total) : n_(counts.n) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            Channel& channel = channels_[c];
+            std::vector<double> values;
+            if (counts.isDense()) {
+                values.assign(counts.dense[c].begin(), counts.dense[c].end());
+                std::partial_sum(values.begin(), values.end(), values.begin());
             } else {
-                std::vector<std::size_t> buckets(std::size_t(w * h));
-                for (std::int64_t y = 0; y < h; ++y) {
-                    const auto* row =
-                        reinterpret_cast<const float*>(in.baseAddress() + y * in.bytesPerRow());
-                    for (std::int64_t x = 0; x < w; ++x)
-                        buckets[std::size_t(y * w + x)] = bucketOf(row[4 * x + c]);
-                }
+                auto& buckets = counts.sparse[c];
                 std::sort(buckets.begin(), buckets.end());
                 for (std::size_t i = 0; i < buckets.size(); ++i) {
                     if (!channel.occupied.empty() && channel.occupied.back() == buckets[i])
-                        channel.values.back() += 1;
+                        values.back() += 1;
                     else
                         channel.occupied.push_back(buckets[i]),
-                            channel.values.push_back(
-                                channel.values.empty() ? 1.0 : channel.values.back() + 1);
+                            values.push_back(values.empty() ? 1.0 : values.back() + 1);
                 }
             }
-            const double low = *std::find_if(channel.values.begin(), channel.values.end(),
-                                             [](double v) { return v > 0; });
-            for (double& v : channel.values)
-                v = total > low ? std::max(0.0, (v - low) / (total - low)) : v / total;
+            const auto first =
+                std::find_if(values.begin(), values.end(), [](double v) { return v > 0; });
+            const double low = first == values.end() ? 0 : *first;
+            channel.values.reserve(values.size());
+            for (const double v : values)
+                channel.values.push_back(
+                    float(total > low ? std::max(0.0, (v - low) / (total - low)) : v / total));
         }
     }
 
-    float map(int c, float v) const {
-        const Channel& channel = channels_[std::size_t(c)];
-        const std::size_t bucket = bucketOf(v);
-        if (channel.occupied.empty()) return float(channel.values[bucket]);
+    /// Maps a row of RGBA floats; alpha is copied.
+    void mapRow(const float* src, float* dst, std::int64_t width,
+                std::vector<std::int32_t>& indices) const {
+        if (channels_[0].occupied.empty()) {
+            denseIndices(src, width * 4, n_, indices);
+            const float* tables[3] = {channels_[0].values.data(), channels_[1].values.data(),
+                                      channels_[2].values.data()};
+            for (std::int64_t x = 0; x < width; ++x) {
+                for (std::size_t c = 0; c < 3; ++c)
+                    dst[4 * x + std::int64_t(c)] = tables[c][indices[std::size_t(4 * x) + c]];
+                dst[4 * x + 3] = src[4 * x + 3];
+            }
+            return;
+        }
+        for (std::int64_t x = 0; x < width; ++x) {
+            for (std::size_t c = 0; c < 3; ++c)
+                dst[4 * x + std::int64_t(c)] = map(c, src[4 * x + std::int64_t(c)]);
+            dst[4 * x + 3] = src[4 * x + 3];
+        }
+    }
+
+private:
+    float map(std::size_t c, float v) const {
+        const Channel& channel = channels_[c];
+        const std::size_t bucket = bucketOf(v, n_);
+        if (channel.occupied.empty()) return channel.values[bucket];
         // The cumulative share of the last occupied bucket at or below this one.
         const auto it = std::upper_bound(channel.occupied.begin(), channel.occupied.end(), bucket);
         return it == channel.occupied.begin()
                    ? 0.0f
-                   : float(channel.values[std::size_t(it - channel.occupied.begin()) - 1]);
+                   : channel.values[std::size_t(it - channel.occupied.begin()) - 1];
     }
 
-private:
     struct Channel {
         std::vector<std::size_t> occupied; // sparse form only
-        std::vector<double> values;
+        std::vector<float> values;
     };
-    std::size_t bucketOf(float v) const {
-        const float unit = v > 0 ? (v < 1 ? v : 1.0f) : 0.0f; // NaN counts as 0
-        return std::min(n_ - 1, std::size_t(unit * float(n_)));
-    }
     std::size_t n_;
     std::array<Channel, 3> channels_;
 };
 
+// What `equalized` hands its kernel: the image whose distribution it maps through, made on the
+// first tile of the first render and shared by every later tile. The kernel then reads only
+// each tile of its input, not its whole extent at once.
+class EqualizationSource final : public ci::ArgumentObject {
+public:
+    EqualizationSource(ci::Image image, const cg::Rect& extent, std::size_t buckets)
+        : image_(std::move(image)), extent_(extent), buckets_(buckets) {}
+
+    const Equalization& equalization() const {
+        // Tiles that arrive while it is made help make it (the work is isolated: a helping
+        // thread cannot pick up another tile of this kernel, which would wait for itself).
+        tbb::collaborative_call_once(made_, [&] { make(); });
+        return *equalization_;
+    }
+
+private:
+    void make() const {
+        // Tile-sized pieces, so that each is counted while it is still in the core's cache.
+        const auto x0 = std::int64_t(extent_.minX()), y0 = std::int64_t(extent_.minY());
+        const auto width = std::int64_t(extent_.width()), height = std::int64_t(extent_.height());
+        const std::int64_t pieceWidth = std::min(width, io::Surface::maximumWidth);
+        const std::int64_t pieceRows =
+            std::max<std::int64_t>(1, (std::int64_t(1) << 16) / pieceWidth);
+        const std::int64_t across = (width + pieceWidth - 1) / pieceWidth;
+        const std::int64_t pieces = (height + pieceRows - 1) / pieceRows * across;
+        struct Local {
+            BucketCounts counts;
+            std::vector<float> pixels;
+        };
+        tbb::combinable<Local> locals([&] {
+            return Local{BucketCounts(buckets_),
+                         std::vector<float>(std::size_t(pieceWidth * pieceRows * 4))};
+        });
+        // Pieces are rendered on one thread each and counted where they were rendered.
+        const ci::Context serial(ci::Context::Options{.threads = 1});
+        tbb::parallel_for(std::int64_t{0}, pieces, [&](std::int64_t piece) {
+            const std::int64_t x = piece % across * pieceWidth, y = piece / across * pieceRows;
+            const std::int64_t w = std::min(pieceWidth, width - x),
+                               h = std::min(pieceRows, height - y);
+            Local& local = locals.local();
+            serial.render(image_, local.pixels.data(), w * 16,
+                          cg::Rect(double(x0 + x), double(y0 + y), double(w), double(h)),
+                          ci::Format::RGBAf);
+            for (std::int64_t row = 0; row < h; ++row)
+                local.counts.addRow(local.pixels.data() + row * w * 4, w);
+        });
+        BucketCounts total(buckets_);
+        locals.combine_each([&](Local& part) { total.add(std::move(part.counts)); });
+        equalization_.emplace(std::move(total), double(width) * double(height));
+    }
+
+    ci::Image image_;
+    cg::Rect extent_;
+    std::size_t buckets_;
+    mutable tbb::collaborative_once_flag made_;
+    mutable std::optional<Equalization> equalization_;
+};
+
 using EqualizationCache = ImageProcessingKernelCache<std::shared_ptr<const Equalization>>;
 
+std::size_t bucketArgument(const ci::ProcessorArguments& arguments) {
+    const auto it = arguments.find("bucketCount");
+    const auto* buckets = it == arguments.end() ? nullptr : std::get_if<double>(&it->second);
+    require(buckets && *buckets >= 1 && *buckets <= 4294967295.0 &&
+            std::floor(*buckets) == *buckets);
+    return std::size_t(*buckets);
+}
+
 } // namespace
+
+cg::Rect EqualizeImageProcessorKernelF::roi(int, const ci::ProcessorArguments& arguments,
+                                            const cg::Rect& outputRect) const {
+    if (detail::argumentObject<EqualizationSource>(arguments, "source")) return outputRect;
+    return extentArgument(arguments, "EqualizeImageProcessorKernel");
+}
 
 void EqualizeImageProcessorKernelF::process(const std::vector<ci::ProcessorInput>& inputs,
                                             const ci::ProcessorArguments& arguments,
                                             const ci::ProcessorOutput& output) const {
-    const auto it = arguments.find("bucketCount");
-    const auto* buckets = it == arguments.end() ? nullptr : std::get_if<double>(&it->second);
-    require(!inputs.empty() && inputs[0].surface && buckets && *buckets >= 1 &&
-            *buckets <= 4294967295.0 && std::floor(*buckets) == *buckets);
+    const std::size_t buckets = bucketArgument(arguments);
+    require(!inputs.empty() && inputs[0].surface);
     io::Surface& in = *inputs[0].surface;
     const io::SurfaceLock reading(in, io::LockOptions::readOnly);
-    // Every tile of one application sees the same input: the distribution is made once per
-    // input state and shared, under the cache's lock so concurrent tiles do not each make it.
-    std::shared_ptr<const Equalization> map;
-    const ImageProcessingKernelCacheKey key{inputs[0].digest, in.id(), in.seed()};
-    if (const auto cache = detail::argumentObject<EqualizationCache>(arguments, "cache")) {
-        map = cache->valueOrMake(
-            key, [&] { return std::make_shared<const Equalization>(in, std::size_t(*buckets)); });
+    const Equalization* map = nullptr;
+    std::shared_ptr<const Equalization> counted;
+    if (const auto* source = detail::argumentObject<EqualizationSource>(arguments, "source")) {
+        map = &source->equalization();
     } else {
-        map = std::make_shared<const Equalization>(in, std::size_t(*buckets));
+        // Used on its own, the kernel's input is its whole extent: the distribution is counted
+        // from it once per input state and shared by the tiles.
+        auto make = [&] {
+            BucketCounts counts(buckets);
+            for (std::int64_t y = 0; y < in.height(); ++y)
+                counts.addRow(
+                    reinterpret_cast<const float*>(in.baseAddress() + y * in.bytesPerRow()),
+                    in.width());
+            return std::make_shared<const Equalization>(std::move(counts),
+                                                        double(in.width()) * double(in.height()));
+        };
+        const ImageProcessingKernelCacheKey key{inputs[0].digest, in.id(), in.seed()};
+        const auto cache = detail::argumentObject<EqualizationCache>(arguments, "cache");
+        counted = cache ? cache->valueOrMake(key, make) : make();
+        map = counted.get();
     }
     io::Surface& out = *output.surface;
     const auto ox = std::int64_t(output.region.minX() - inputs[0].region.minX());
     const auto oy = std::int64_t(inputs[0].region.maxY() - output.region.maxY());
     const io::SurfaceLock writing(out, io::LockOptions::readWrite);
+    std::vector<std::int32_t> indices;
     for (std::int64_t y = 0; y < out.height(); ++y) {
         const auto* src =
             reinterpret_cast<const float*>(in.baseAddress() + (oy + y) * in.bytesPerRow()) + 4 * ox;
         auto* dst = reinterpret_cast<float*>(out.baseAddress() + y * out.bytesPerRow());
-        for (std::int64_t x = 0; x < out.width(); ++x) {
-            for (int c = 0; c < 3; ++c)
-                dst[4 * x + c] = map->map(c, src[4 * x + c]);
-            dst[4 * x + 3] = src[4 * x + 3];
-        }
+        map->mapRow(src, dst, out.width(), indices);
     }
 }
 
@@ -300,7 +440,8 @@ ci::Image equalized(const ci::Image& image, std::int64_t bucketCount) {
         std::make_shared<EqualizeImageProcessorKernelF>(), extent, {image},
         {{"extent", rectArgument(extent)},
          {"bucketCount", double(bucketCount)},
-         {"cache", std::shared_ptr<ci::ArgumentObject>(std::make_shared<EqualizationCache>())}});
+         {"source", std::shared_ptr<ci::ArgumentObject>(std::make_shared<EqualizationSource>(
+                        image, extent, std::size_t(bucketCount)))}});
     if (!result)
         throw ImageCoreError(ImageCoreError::unknownError, "the equalisation kernel gave no image");
     return *result;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <sys/mman.h>
@@ -18,6 +19,10 @@ std::atomic<std::uint32_t> nextID{1};
 // Snapshots keep what writers overwrite in blocks of 32 rows × 2048 bytes: small enough that a
 // brush stroke copies little, large enough that a whole canvas is a few thousand blocks. 2048
 // bytes hold whole elements of every format.
+// Surfaces up to this size are allocated from the heap; larger ones are mapped.
+constexpr std::size_t kHeapSurfaceBytes = std::size_t(4) << 20;
+constexpr std::size_t kPageBytes = 4096;
+
 constexpr std::int64_t kBlockRows = 32;
 constexpr std::int64_t kBlockBytes = 2048;
 
@@ -91,10 +96,19 @@ std::shared_ptr<Surface> Surface::make(const SurfaceProperties& p) {
         return nullptr;
     const std::size_t size =
         static_cast<std::size_t>(p.bytesPerRow) * static_cast<std::size_t>(p.height);
-    // Anonymous pages come zero-filled and page-aligned, and a large canvas costs nothing until
-    // it is touched.
-    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return nullptr;
+    // A large canvas is mapped: anonymous pages come zero-filled and page-aligned, and cost
+    // nothing until touched. A small surface (an engine tile's) comes from the heap, cleared:
+    // mapping and unmapping one per tile costs page faults and cross-core TLB flushes that
+    // take longer than the tile's own work.
+    void* memory = nullptr;
+    if (size <= kHeapSurfaceBytes) {
+        memory = std::aligned_alloc(kPageBytes, (size + kPageBytes - 1) / kPageBytes * kPageBytes);
+        if (!memory) return nullptr;
+        std::memset(memory, 0, size);
+    } else {
+        memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) return nullptr;
+    }
     return std::shared_ptr<Surface>(
         new Surface(p, static_cast<std::uint8_t*>(memory), size, nextID.fetch_add(1)));
 }
@@ -103,7 +117,12 @@ Surface::Surface(const SurfaceProperties& p, std::uint8_t* memory, std::size_t s
                  std::uint32_t id)
     : props_(p), memory_(memory), size_(size), id_(id), state_(std::make_unique<State>()) {}
 
-Surface::~Surface() { munmap(memory_, size_); }
+Surface::~Surface() {
+    if (size_ <= kHeapSurfaceBytes)
+        std::free(memory_);
+    else
+        munmap(memory_, size_);
+}
 
 std::uint32_t Surface::seed() const {
     std::lock_guard guard(state_->mutex);
