@@ -221,8 +221,9 @@ TEST(Surface, SnapshotsKeepWhatTheyFroze) {
     auto read = [](const SurfaceSnapshot& snapshot, std::int64_t row, std::int64_t x,
                    std::int64_t count) {
         std::vector<std::uint8_t> scratch(std::size_t(count * 4)), out;
-        const SurfaceSnapshot::RowAccess access(snapshot, row, x, count, scratch.data());
-        out.assign(access.bytes(), access.bytes() + count * 4);
+        const SurfaceSnapshot::Reader reader(snapshot);
+        const std::uint8_t* bytes = reader.row(row, x, count, scratch.data());
+        out.assign(bytes, bytes + count * 4);
         return out;
     };
     // Rows that cross blocks kept and blocks never written.

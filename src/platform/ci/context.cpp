@@ -136,7 +136,18 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         for (const DirectSource& source : *direct)
             covered += source.area.w * source.area.h;
         constexpr std::int64_t rowsPerTask = 32;
-        forEach((r.h + rowsPerTask - 1) / rowsPerTask, options_.threads, [&](std::int64_t task) {
+        const std::int64_t tasks = (r.h + rowsPerTask - 1) / rowsPerTask;
+        // Each task copies from the sources its rows touch (a tall tiled canvas has hundreds).
+        auto sourcesOfTask = std::vector<std::vector<const DirectSource*>>(std::size_t(tasks));
+        for (const DirectSource& source : *direct) {
+            if (source.area.isEmpty()) continue;
+            // Task rows run top first: image row y is task row r.maxY() − 1 − y.
+            const std::int64_t top = r.maxY() - source.area.maxY();
+            const std::int64_t bottom = r.maxY() - 1 - source.area.y;
+            for (std::int64_t t = top / rowsPerTask; t <= bottom / rowsPerTask; ++t)
+                sourcesOfTask[std::size_t(t)].push_back(&source);
+        }
+        forEach(tasks, options_.threads, [&](std::int64_t task) {
             std::vector<std::uint8_t> scratch;
             const std::int64_t first = task * rowsPerTask;
             const std::int64_t last = std::min(r.h, first + rowsPerTask);
@@ -147,19 +158,20 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
             if (covered != r.w * r.h)
                 for (std::int64_t i = first; i < last; ++i)
                     std::memset(row(flippedRow(i, r.maxY())), 0, std::size_t(r.w * bpp));
-            for (const DirectSource& source : *direct) {
-                const BitmapNode& b = *source.bitmap;
-                const IRect& a = source.area;
+            for (const DirectSource* source : sourcesOfTask[std::size_t(task)]) {
+                const BitmapNode& b = *source->bitmap;
+                const IRect& a = source->area;
                 if (b.snapshot) scratch.resize(std::size_t(a.w * bpp));
-                for (std::int64_t i = first; i < last; ++i) {
-                    const std::int64_t y = flippedRow(i, r.maxY()); // image row, top first
-                    if (y < a.y || y >= a.maxY()) continue;
-                    std::uint8_t* dst = row(y) + (a.x - r.x) * bpp;
-                    b.withRow(flippedRow(y - source.dy, b.height), a.x - source.dx, a.w,
-                              scratch.data(), [&](const std::uint8_t* src) {
-                                  std::memmove(dst, src, std::size_t(a.w * bpp));
-                              });
-                }
+                b.withRows([&](auto rowAt) {
+                    for (std::int64_t i = first; i < last; ++i) {
+                        const std::int64_t y = flippedRow(i, r.maxY()); // image row, top first
+                        if (y < a.y || y >= a.maxY()) continue;
+                        std::memmove(row(y) + (a.x - r.x) * bpp,
+                                     rowAt(flippedRow(y - source->dy, b.height), a.x - source->dx,
+                                           a.w, scratch.data()),
+                                     std::size_t(a.w * bpp));
+                    }
+                });
             }
         });
         return {};

@@ -32,14 +32,21 @@ struct BitmapNode final : Node {
     Format format;
     std::shared_ptr<const io::SurfaceSnapshot> snapshot;
 
-    /// Calls `use(bytes)` with the stored bytes of `count` pixels of memory row `row` from
-    /// column `x`; `scratch` holds count pixels when the snapshot needs it.
+    /// Calls `use(rowAt)`, where `rowAt(row, x, count, scratch)` gives the stored bytes of
+    /// `count` pixels of memory row `row` from column `x` (`scratch` holds count pixels when a
+    /// snapshot needs it). A snapshot is read under one lock for the whole call.
     template <class F>
-    void withRow(std::int64_t row, std::int64_t x, std::int64_t count, std::uint8_t* scratch,
-                 F&& use) const {
-        if (!snapshot) return use(bytes + row * rowBytes + x * bytesPerPixel(format));
-        const io::SurfaceSnapshot::RowAccess access(*snapshot, row, x, count, scratch);
-        use(access.bytes());
+    void withRows(F&& use) const {
+        if (!snapshot) {
+            use([&](std::int64_t row, std::int64_t x, std::int64_t, std::uint8_t*) {
+                return bytes + row * rowBytes + x * bytesPerPixel(format);
+            });
+            return;
+        }
+        const io::SurfaceSnapshot::Reader reader(*snapshot);
+        use([&](std::int64_t row, std::int64_t x, std::int64_t count, std::uint8_t* scratch) {
+            return reader.row(row, x, count, scratch);
+        });
     }
     void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
 };

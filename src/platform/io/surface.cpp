@@ -281,27 +281,27 @@ SurfaceSnapshot::SurfaceSnapshot(std::shared_ptr<Surface> surface,
 
 SurfaceSnapshot::~SurfaceSnapshot() = default;
 
-SurfaceSnapshot::RowAccess::RowAccess(const SurfaceSnapshot& snapshot, std::int64_t row,
-                                      std::int64_t x, std::int64_t count, std::uint8_t* scratch)
-    : mutex_(snapshot.frozen_->mutex) {
-    mutex_.lock_shared();
-    const Surface& s = *snapshot.surface_;
-    const Surface::Frozen& frozen = *snapshot.frozen_;
+SurfaceSnapshot::Reader::Reader(const SurfaceSnapshot& snapshot) : snapshot_(snapshot) {
+    snapshot_.frozen_->mutex.lock_shared();
+}
+
+SurfaceSnapshot::Reader::~Reader() { snapshot_.frozen_->mutex.unlock_shared(); }
+
+const std::uint8_t* SurfaceSnapshot::Reader::row(std::int64_t row, std::int64_t x,
+                                                 std::int64_t count, std::uint8_t* scratch) const {
+    const Surface& s = *snapshot_.surface_;
+    const Surface::Frozen& frozen = *snapshot_.frozen_;
     const std::int64_t element = s.bytesPerElement();
     const std::uint8_t* live = s.memory_ + row * s.bytesPerRow();
-    bytes_ = live + x * element;
-    if (frozen.count.load(std::memory_order_relaxed) == 0 || count <= 0) return;
+    if (frozen.count.load(std::memory_order_relaxed) == 0 || count <= 0) return live + x * element;
     const std::int64_t b0 = x * element, b1 = (x + count) * element;
     const std::int64_t blockRow = row / kBlockRows, inBlock = (row % kBlockRows) * kBlockBytes;
     const std::int64_t c0 = b0 / kBlockBytes, c1 = (b1 - 1) / kBlockBytes;
     bool anyFrozen = false;
     for (std::int64_t c = c0; c <= c1 && !anyFrozen; ++c)
         anyFrozen = frozen.block(blockRow, c) != nullptr;
-    if (!anyFrozen) return;
-    if (c0 == c1) {
-        bytes_ = frozen.block(blockRow, c0) + inBlock + (b0 - c0 * kBlockBytes);
-        return;
-    }
+    if (!anyFrozen) return live + x * element;
+    if (c0 == c1) return frozen.block(blockRow, c0) + inBlock + (b0 - c0 * kBlockBytes);
     for (std::int64_t c = c0; c <= c1; ++c) {
         const std::int64_t from = std::max(b0, c * kBlockBytes);
         const std::int64_t to = std::min(b1, (c + 1) * kBlockBytes);
@@ -310,10 +310,8 @@ SurfaceSnapshot::RowAccess::RowAccess(const SurfaceSnapshot& snapshot, std::int6
             block ? block + inBlock + (from - c * kBlockBytes) : live + from;
         std::memcpy(scratch + (from - b0), source, std::size_t(to - from));
     }
-    bytes_ = scratch;
+    return scratch;
 }
-
-SurfaceSnapshot::RowAccess::~RowAccess() { mutex_.unlock_shared(); }
 
 namespace {
 [[noreturn]] void refused() {

@@ -140,21 +140,22 @@ public:
     std::uint32_t surfaceID() const { return surface_->id(); }
     std::uint32_t seed() const { return seed_; }
 
-    /// Access to `count` elements of memory row `row` from element `x`, as they were; valid
-    /// while the access lives. `scratch` (count × element size bytes) is filled only when the
-    /// elements are not in one piece.
-    class RowAccess {
+    /// Reads rows as they were. The surface's writer waits while a reader lives (it is about to
+    /// take blocks over), so hold one for a run of rows, not longer.
+    class Reader {
     public:
-        RowAccess(const SurfaceSnapshot& snapshot, std::int64_t row, std::int64_t x,
-                  std::int64_t count, std::uint8_t* scratch);
-        ~RowAccess();
-        RowAccess(const RowAccess&) = delete;
-        RowAccess& operator=(const RowAccess&) = delete;
-        const std::uint8_t* bytes() const { return bytes_; }
+        explicit Reader(const SurfaceSnapshot& snapshot);
+        ~Reader();
+        Reader(const Reader&) = delete;
+        Reader& operator=(const Reader&) = delete;
+        /// `count` elements of memory row `row` from element `x`. `scratch` (count × element
+        /// size bytes) is filled only when the elements are not in one piece; the bytes stay
+        /// valid while the reader lives and `scratch` is not reused.
+        const std::uint8_t* row(std::int64_t row, std::int64_t x, std::int64_t count,
+                                std::uint8_t* scratch) const;
 
     private:
-        std::shared_mutex& mutex_;
-        const std::uint8_t* bytes_;
+        const SurfaceSnapshot& snapshot_;
     };
 
 private:
