@@ -47,54 +47,68 @@ void chamferDistanceInPlace(float* v, std::int64_t w, std::int64_t h, std::int64
     auto at = [&](std::int64_t x, std::int64_t y) {
         return x < 0 || y < 0 || x >= w || y >= h ? inf : v[y * stride + x];
     };
-    // Pixels two or more away from every border need no bounds checks; the rest take the
-    // checked neighbours. Both see the same values in the same order.
-    auto inside = [&](std::int64_t x, std::int64_t y, std::int64_t minY, std::int64_t maxY) {
-        return x >= 2 && x + 2 < w && y >= minY && y < maxY;
+    // A pixel's checked update, for pixels near a border.
+    auto forward = [&](std::int64_t x, std::int64_t y) {
+        float& c = v[y * stride + x];
+        if (c > 0)
+            c = std::min({c, at(x - 1, y - 2) + kKnight, at(x + 1, y - 2) + kKnight,
+                          at(x - 2, y - 1) + kKnight, at(x - 1, y - 1) + kDiagonal,
+                          at(x, y - 1) + kOne, at(x + 1, y - 1) + kDiagonal,
+                          at(x + 2, y - 1) + kKnight, at(x - 1, y) + kOne});
+    };
+    auto backward = [&](std::int64_t x, std::int64_t y) {
+        float& c = v[y * stride + x];
+        if (c > 0)
+            c = std::min({c, at(x + 1, y) + kOne, at(x - 2, y + 1) + kKnight,
+                          at(x - 1, y + 1) + kDiagonal, at(x, y + 1) + kOne,
+                          at(x + 1, y + 1) + kDiagonal, at(x + 2, y + 1) + kKnight,
+                          at(x - 1, y + 2) + kKnight, at(x + 1, y + 2) + kKnight});
+    };
+    // Away from the borders a row is done in two steps: the rows already final (above in the
+    // first sweep, below in the second) are folded into every pixel at once, a loop the
+    // compiler vectorises; then the neighbour along the row, the one dependency from pixel to
+    // pixel, is taken in order. Each pixel sees the same values in the same order as when it is
+    // updated alone.
+    std::vector<float> folded(std::size_t(std::max<std::int64_t>(w, 0)));
+    auto fold = [&](const float* row, const float* n1, const float* n2) {
+        for (std::int64_t x = 2; x + 2 < w; ++x)
+            folded[std::size_t(x)] = std::min(
+                row[x], std::min(std::min(std::min(n2[x - 1], n2[x + 1]) + kKnight,
+                                          std::min(std::min(n1[x - 2], n1[x + 2]) + kKnight,
+                                                   std::min(n1[x - 1], n1[x + 1]) + kDiagonal)),
+                                 n1[x] + kOne));
     };
     for (std::int64_t y = 0; y + 1 < h; ++y) {
         float* row = v + y * stride;
-        const float* up = row - stride;
-        const float* up2 = row - 2 * stride;
-        for (std::int64_t x = 0; x + 1 < w; ++x) {
-            float& c = row[x];
-            if (!(c > 0)) continue;
-            if (inside(x, y, 2, h)) {
-                // The rows above are final: fold them first, so that only the left neighbour,
-                // just written, waits on the previous pixel.
-                const float above =
-                    std::min(std::min(std::min(up2[x - 1], up2[x + 1]) + kKnight,
-                                      std::min(std::min(up[x - 2], up[x + 2]) + kKnight,
-                                               std::min(up[x - 1], up[x + 1]) + kDiagonal)),
-                             up[x] + kOne);
-                c = std::min(std::min(c, above), row[x - 1] + kOne);
-            } else
-                c = std::min({c, at(x - 1, y - 2) + kKnight, at(x + 1, y - 2) + kKnight,
-                              at(x - 2, y - 1) + kKnight, at(x - 1, y - 1) + kDiagonal,
-                              at(x, y - 1) + kOne, at(x + 1, y - 1) + kDiagonal,
-                              at(x + 2, y - 1) + kKnight, at(x - 1, y) + kOne});
+        if (y < 2 || w < 5) {
+            for (std::int64_t x = 0; x + 1 < w; ++x)
+                forward(x, y);
+            continue;
         }
+        fold(row, row - stride, row - 2 * stride);
+        forward(0, y), forward(1, y);
+        float left = row[1];
+        for (std::int64_t x = 2; x + 2 < w; ++x) {
+            if (row[x] > 0) row[x] = std::min(folded[std::size_t(x)], left + kOne);
+            left = row[x];
+        }
+        forward(w - 2, y);
     }
     for (std::int64_t y = h - 2; y >= 0; --y) {
         float* row = v + y * stride;
-        const float* down = row + stride;
-        const float* down2 = row + 2 * stride;
-        for (std::int64_t x = w - 2; x >= 0; --x) {
-            float& c = row[x];
-            if (!(c > 0)) continue;
-            if (inside(x, y, 0, h - 2)) {
-                const float below =
-                    std::min(std::min(std::min(down2[x - 1], down2[x + 1]) + kKnight,
-                                      std::min(std::min(down[x - 2], down[x + 2]) + kKnight,
-                                               std::min(down[x - 1], down[x + 1]) + kDiagonal)),
-                             down[x] + kOne);
-                c = std::min(std::min(c, below), row[x + 1] + kOne);
-            } else
-                c = std::min({c, at(x + 1, y) + kOne, at(x - 2, y + 1) + kKnight,
-                              at(x - 1, y + 1) + kDiagonal, at(x, y + 1) + kOne,
-                              at(x + 1, y + 1) + kDiagonal, at(x + 2, y + 1) + kKnight,
-                              at(x - 1, y + 2) + kKnight, at(x + 1, y + 2) + kKnight});
+        if (y + 2 >= h || w < 5) {
+            for (std::int64_t x = w - 2; x >= 0; --x)
+                backward(x, y);
+            continue;
         }
+        fold(row, row + stride, row + 2 * stride);
+        backward(w - 2, y);
+        float right = row[w - 2];
+        for (std::int64_t x = w - 3; x >= 2; --x) {
+            if (row[x] > 0) row[x] = std::min(folded[std::size_t(x)], right + kOne);
+            right = row[x];
+        }
+        backward(1, y), backward(0, y);
     }
 }
 

@@ -44,6 +44,57 @@ TEST(Chamfer, StepsFromOneFeature) {
     EXPECT_EQ(none, std::vector<float>(25, 7.0f));
 }
 
+// Every pixel updated alone, in sweep order, with every neighbour checked: what the sweeps
+// must equal exactly, however they are arranged for speed.
+void referenceChamfer(std::vector<float>& v, std::int64_t w, std::int64_t h, std::int64_t stride) {
+    const float inf = std::numeric_limits<float>::infinity(), one = 1, diagonal = 1.4142135f,
+                knight = 2.236068f;
+    auto at = [&](std::int64_t x, std::int64_t y) {
+        return x < 0 || y < 0 || x >= w || y >= h ? inf : v[std::size_t(y * stride + x)];
+    };
+    for (std::int64_t y = 0; y + 1 < h; ++y)
+        for (std::int64_t x = 0; x + 1 < w; ++x) {
+            float& c = v[std::size_t(y * stride + x)];
+            if (c > 0)
+                c = std::min({c, at(x - 1, y - 2) + knight, at(x + 1, y - 2) + knight,
+                              at(x - 2, y - 1) + knight, at(x - 1, y - 1) + diagonal,
+                              at(x, y - 1) + one, at(x + 1, y - 1) + diagonal,
+                              at(x + 2, y - 1) + knight, at(x - 1, y) + one});
+        }
+    for (std::int64_t y = h - 2; y >= 0; --y)
+        for (std::int64_t x = w - 2; x >= 0; --x) {
+            float& c = v[std::size_t(y * stride + x)];
+            if (c > 0)
+                c = std::min({c, at(x + 1, y) + one, at(x - 2, y + 1) + knight,
+                              at(x - 1, y + 1) + diagonal, at(x, y + 1) + one,
+                              at(x + 1, y + 1) + diagonal, at(x + 2, y + 1) + knight,
+                              at(x - 1, y + 2) + knight, at(x + 1, y + 2) + knight});
+        }
+}
+
+TEST(Chamfer, EqualsThePixelByPixelSweepOnRandomFields) {
+    std::mt19937 random(11);
+    for (const auto& [w, h] : std::vector<std::pair<std::int64_t, std::int64_t>>{
+             {1, 1}, {2, 7}, {4, 4}, {5, 3}, {6, 9}, {37, 23}, {130, 61}}) {
+        const std::int64_t stride = w + 3;
+        std::vector<float> field(std::size_t(stride * h), -1.0f);
+        for (std::int64_t y = 0; y < h; ++y)
+            for (std::int64_t x = 0; x < w; ++x) {
+                // Features, large values and the odd negative value, which stays.
+                const auto r = random() % 100;
+                field[std::size_t(y * stride + x)] = r < 8 ? 0.0f
+                                                     : r == 9
+                                                         ? -3.0f
+                                                         : float(random() % 1000) / 7.0f + 50.0f;
+            }
+        std::vector<float> expected = field;
+        referenceChamfer(expected, w, h, stride);
+        chamferDistanceInPlace(field.data(), w, h, stride);
+        for (std::size_t i = 0; i < field.size(); ++i)
+            ASSERT_EQ(field[i], expected[i]) << w << " × " << h << " at " << i;
+    }
+}
+
 TEST(Chamfer, DistanceMapsOfMasks) {
     std::vector<float> m(9 * 9, 0);
     m[4 * 9 + 4] = 1; // a white pixel in the middle
