@@ -19,6 +19,7 @@
 #include "bic/platform/ci/blend_formulas.hpp"
 #include "bic/platform/ci/kernel.hpp"
 #include "bic/platform/core/pixel_math.hpp"
+#include "bic/platform/core/vector_clones.hpp"
 
 namespace bic::blend {
 
@@ -171,7 +172,7 @@ inline void nonSeparableRow(const ci::KernelRow& row) {
 /// A blend kernel's row: Mode on premultiplied samples, the foreground in sample 0 and the
 /// background in sample 1. Instantiated where the mode table names it.
 template <class Mode>
-void modeRow(const ci::KernelRow& row) {
+BIC_VECTOR_CLONES void modeRow(const ci::KernelRow& row) {
     if constexpr (SeparableMode<Mode>)
         separableRow<Mode>(row.samples[0], row.samples[1], row.out, row.count);
     else

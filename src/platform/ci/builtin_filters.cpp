@@ -5,6 +5,7 @@
 #include "bic/platform/ci/blend_formulas.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/core/pixel_math.hpp"
+#include "bic/platform/core/vector_clones.hpp"
 #include "nodes.hpp"
 
 #include <cmath>
@@ -127,7 +128,7 @@ void mixRow(const KernelRow& row) {
 }
 
 template <blend::SeparableMode Mode>
-void blendRow(const KernelRow& row) {
+BIC_VECTOR_CLONES void blendRow(const KernelRow& row) {
     blend::separableRow<Mode>(row.samples[0], row.samples[1], row.out, row.count);
 }
 

@@ -1,5 +1,6 @@
 #include "bic/platform/io/pixel_io.hpp"
 
+#include "bic/platform/core/vector_clones.hpp"
 #include "bic/platform/io/surface.hpp"
 
 #include <array>
@@ -114,7 +115,7 @@ void write8888(const float* in, std::uint8_t* d, std::int64_t n) {
 
 } // namespace
 
-void readRow(Format format, const std::uint8_t* src, float* out, std::int64_t n) {
+BIC_VECTOR_CLONES void readRow(Format format, const std::uint8_t* src, float* out, std::int64_t n) {
     switch (format) {
     case Format::ARGB8:
         return read8888<1, 2, 3, 0>(src, out, n);
@@ -165,7 +166,7 @@ void readRow(Format format, const std::uint8_t* src, float* out, std::int64_t n)
     }
 }
 
-void writeRow(Format format, const float* in, std::uint8_t* dst, std::int64_t n) {
+BIC_VECTOR_CLONES void writeRow(Format format, const float* in, std::uint8_t* dst, std::int64_t n) {
     switch (format) {
     case Format::ARGB8:
         return write8888<1, 2, 3, 0>(in, dst, n);

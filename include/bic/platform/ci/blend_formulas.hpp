@@ -18,9 +18,9 @@ namespace bic::blend {
 /// them) is held to ±65536, so that no mode's arithmetic can reach infinity. Where the alpha is
 /// 0 the result is not used.
 inline float straight(float c, float a) {
+    // min and max in this order let NaN through, as the plain comparisons would.
     constexpr float limit = 65536.0f;
-    const float v = c / a;
-    return v < -limit ? -limit : (v > limit ? limit : v);
+    return std::max(std::min(c / a, limit), -limit);
 }
 
 /// Pixels are blended in chunks, channel by channel (structure of arrays), so that a mode's
@@ -40,7 +40,9 @@ struct ChannelPlanes {
 template <class Blend>
 inline void compositeRow(const float* fg, const float* bg, float* out, std::int64_t count,
                          Blend&& blend) {
-    ChannelPlanes source, backdrop, mixed;
+    // Every step is a loop over one plane at a time; only the first and the last move between
+    // interleaved pixels and planes.
+    ChannelPlanes fp, bp, source, backdrop, mixed;
     alignas(16) float as[kBlendChunk], ab[kBlendChunk];
     for (std::int64_t start = 0; start < count; start += kBlendChunk) {
         const int n = int(std::min<std::int64_t>(kBlendChunk, count - start));
@@ -48,26 +50,34 @@ inline void compositeRow(const float* fg, const float* bg, float* out, std::int6
         const float* b = bg + start * 4;
         float* o = out + start * 4;
         for (int j = 0; j < n; ++j) {
+            fp.r[j] = f[4 * j], fp.g[j] = f[4 * j + 1], fp.b[j] = f[4 * j + 2];
             as[j] = f[4 * j + 3];
+        }
+        for (int j = 0; j < n; ++j) {
+            bp.r[j] = b[4 * j], bp.g[j] = b[4 * j + 1], bp.b[j] = b[4 * j + 2];
             ab[j] = b[4 * j + 3];
-            source.r[j] = straight(f[4 * j], as[j]);
-            source.g[j] = straight(f[4 * j + 1], as[j]);
-            source.b[j] = straight(f[4 * j + 2], as[j]);
-            backdrop.r[j] = straight(b[4 * j], ab[j]);
-            backdrop.g[j] = straight(b[4 * j + 1], ab[j]);
-            backdrop.b[j] = straight(b[4 * j + 2], ab[j]);
+        }
+        for (int j = 0; j < n; ++j) {
+            source.r[j] = straight(fp.r[j], as[j]);
+            source.g[j] = straight(fp.g[j], as[j]);
+            source.b[j] = straight(fp.b[j], as[j]);
+            backdrop.r[j] = straight(bp.r[j], ab[j]);
+            backdrop.g[j] = straight(bp.g[j], ab[j]);
+            backdrop.b[j] = straight(bp.b[j], ab[j]);
         }
         blend(backdrop, source, mixed, n);
         for (int j = 0; j < n; ++j) {
             const float both = as[j] * ab[j];
             const float ks = 1 - ab[j], kb = 1 - as[j];
             const bool blended = both > 0;
-            o[4 * j] = f[4 * j] * ks + b[4 * j] * kb + (blended ? both * mixed.r[j] : 0.0f);
-            o[4 * j + 1] =
-                f[4 * j + 1] * ks + b[4 * j + 1] * kb + (blended ? both * mixed.g[j] : 0.0f);
-            o[4 * j + 2] =
-                f[4 * j + 2] * ks + b[4 * j + 2] * kb + (blended ? both * mixed.b[j] : 0.0f);
-            o[4 * j + 3] = as[j] + ab[j] * kb;
+            fp.r[j] = fp.r[j] * ks + bp.r[j] * kb + (blended ? both * mixed.r[j] : 0.0f);
+            fp.g[j] = fp.g[j] * ks + bp.g[j] * kb + (blended ? both * mixed.g[j] : 0.0f);
+            fp.b[j] = fp.b[j] * ks + bp.b[j] * kb + (blended ? both * mixed.b[j] : 0.0f);
+            ab[j] = as[j] + ab[j] * kb;
+        }
+        for (int j = 0; j < n; ++j) {
+            o[4 * j] = fp.r[j], o[4 * j + 1] = fp.g[j], o[4 * j + 2] = fp.b[j];
+            o[4 * j + 3] = ab[j];
         }
     }
 }
