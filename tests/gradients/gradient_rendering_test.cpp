@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <numbers>
 
 namespace bic {
 namespace {
@@ -144,6 +145,27 @@ TEST(GradientRendering, FiltersNeedBothPoints) {
     EXPECT_TRUE(angle->extent().isInfinite());
     EXPECT_NEAR(pixel(*angle, -1, 10)[0], 0.25f, 0.01f);
     EXPECT_NEAR(pixel(*angle, -10, -1)[0], 0.5f, 0.01f);
+}
+
+TEST(GradientRendering, TheAngleRampIsTheArcTangentEverywhere) {
+    // Pixel centres around the origin (every octant, both axes) and far from it.
+    const ci::Image angle = *BICAngleGradientFilter().outputImage();
+    for (const cg::Rect& area : {cg::Rect(-37, -37, 74, 74), cg::Rect(-100003, 999, 200, 3),
+                                 cg::Rect(5, -7000000, 3, 64)}) {
+        const auto w = std::int64_t(area.width()), h = std::int64_t(area.height());
+        std::vector<float> out(std::size_t(w * h * 4));
+        ci::Context::shared()->render(angle, out.data(), w * 16, area, ci::Format::RGBAf);
+        double worst = 0;
+        for (std::int64_t row = 0; row < h; ++row)
+            for (std::int64_t i = 0; i < w; ++i) {
+                const double x = area.minX() + double(i) + 0.5;
+                const double y = area.maxY() - double(row) - 0.5; // rows are stored top first
+                double a = std::atan2(y, x);
+                a = (a < 0 ? a + 2 * std::numbers::pi : a) / (2 * std::numbers::pi);
+                worst = std::max(worst, std::abs(double(out[std::size_t((row * w + i) * 4)]) - a));
+            }
+        EXPECT_LT(worst, 1e-7) << area.minX() << ", " << area.minY();
+    }
 }
 
 TEST(GradientRendering, MappingThroughAGradient) {
