@@ -1,6 +1,7 @@
 #include "operation_kernels.hpp"
 
 #include "bic/platform/core/pixel_math.hpp"
+#include "bic/platform/core/vector_clones.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -91,7 +92,7 @@ void colorMapRow(const ci::KernelRow& row) {
 // interpolated between neighbouring entries; the entry's alpha scales the pixel's. The image is
 // read saturated (straight colour and alpha clamped to 0…1), so callers need no clamp of their
 // own before it.
-void gradientMapRow(const ci::KernelRow& row) {
+BIC_VECTOR_CLONES void gradientMapRow(const ci::KernelRow& row) {
     const std::vector<std::uint8_t>& bytes = row.data(0);
     const std::size_t entries = bytes.size() / (4 * sizeof(float));
     if (entries == 0) {
@@ -100,48 +101,29 @@ void gradientMapRow(const ci::KernelRow& row) {
     }
     const float last = float(entries - 1);
     const float* in = row.samples[0];
-    auto unit = [](float v) { return v > 0 ? (v < 1 ? v : 1.0f) : 0.0f; };
-    // Where each pixel falls in the table (entry and fraction) and its clamped alpha, four
-    // pixels at a time where the processor has vectors, then the entries looked up one by one.
+    // Where each pixel falls in the table (entry and fraction) and its clamped alpha, a loop
+    // the compiler vectorises; then the entries looked up one by one.
     constexpr std::int64_t kChunk = 64;
     std::uint32_t index[kChunk];
     float fraction[kChunk], alphas[kChunk];
     for (std::int64_t start = 0; start < row.count; start += kChunk) {
         const std::int64_t n = std::min(kChunk, row.count - start);
         const float* p = in + start * 4;
-        std::int64_t j = 0;
-#if defined(__SSE2__)
-        const __m128 zero = _mm_setzero_ps(), one = _mm_set1_ps(1.0f), top = _mm_set1_ps(last);
-        auto clamp = [&](__m128 v) { return _mm_min_ps(_mm_max_ps(v, zero), one); };
-        for (; j + 4 <= n; j += 4) {
-            __m128 r = _mm_loadu_ps(p + 4 * j), g = _mm_loadu_ps(p + 4 * j + 4),
-                   b = _mm_loadu_ps(p + 4 * j + 8), a = _mm_loadu_ps(p + 4 * j + 12);
-            _MM_TRANSPOSE4_PS(r, g, b, a);
-            // 1 / a where a > 0, else 0 (the division's other lanes are discarded).
-            const __m128 positive = _mm_cmpgt_ps(a, zero);
-            const __m128 k = _mm_and_ps(positive, _mm_div_ps(one, a));
-            const __m128 value =
-                _mm_add_ps(_mm_add_ps(_mm_mul_ps(_mm_set1_ps(kLumaRed), clamp(_mm_mul_ps(r, k))),
-                                      _mm_mul_ps(_mm_set1_ps(kLumaGreen), clamp(_mm_mul_ps(g, k)))),
-                           _mm_mul_ps(_mm_set1_ps(kLumaBlue), clamp(_mm_mul_ps(b, k))));
-            const __m128 x = _mm_mul_ps(clamp(value), top);
-            const __m128i whole = _mm_cvttps_epi32(x);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(index + j), whole);
-            _mm_storeu_ps(fraction + j, _mm_sub_ps(x, _mm_cvtepi32_ps(whole)));
-            _mm_storeu_ps(alphas + j, clamp(a));
-        }
-#endif
-        for (; j < n; ++j) {
+        // Clamped as the vector minimum and maximum would: NaN becomes 0.
+        auto clamp = [](float v) { return std::min(1.0f, std::max(0.0f, v)); };
+        for (std::int64_t j = 0; j < n; ++j) {
             const float a = p[4 * j + 3];
             const float k = unpremultiplyScale(a);
-            const float value =
-                luma(unit(p[4 * j] * k), unit(p[4 * j + 1] * k), unit(p[4 * j + 2] * k));
-            const float x = unit(value) * last;
-            index[j] = std::uint32_t(x);
-            fraction[j] = x - float(index[j]);
-            alphas[j] = unit(a);
+            const float value = kLumaRed * clamp(p[4 * j] * k) +
+                                kLumaGreen * clamp(p[4 * j + 1] * k) +
+                                kLumaBlue * clamp(p[4 * j + 2] * k);
+            const float x = clamp(value) * last;
+            const auto whole = std::int32_t(x);
+            index[j] = std::uint32_t(whole);
+            fraction[j] = x - float(whole);
+            alphas[j] = clamp(a);
         }
-        for (j = 0; j < n; ++j) {
+        for (std::int64_t j = 0; j < n; ++j) {
             // This entry and the next (the last entry again at the end).
             const std::uint8_t* lo = bytes.data() + std::size_t(index[j]) * 16;
             const std::uint8_t* hi =
