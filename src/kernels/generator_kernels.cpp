@@ -175,13 +175,13 @@ inline double turnOf(double x, double y) {
     constexpr double pi = std::numbers::pi;
     const double ax = std::abs(x), ay = std::abs(y);
     const double hi = std::max(ax, ay), lo = std::min(ax, ay);
-    const double t = hi > 0 ? lo / hi : 0.0;
     constexpr double tan1 = 0.19891236737965800691;      // tan(π/16)
     constexpr double tan3 = 0.66817863791929891999;      // tan(3π/16)
     constexpr double tanEighth = 0.41421356237309504880; // tan(π/8)
-    const double c = t <= tan1 ? 0.0 : (t <= tan3 ? tanEighth : 1.0);
-    const double base = t <= tan1 ? 0.0 : (t <= tan3 ? pi / 8 : pi / 4);
-    const double u = (t - c) / (1 + t * c), w = u * u;
+    // With t = lo / hi, u = (t − c) / (1 + t·c), in one division.
+    const double c = lo <= tan1 * hi ? 0.0 : (lo <= tan3 * hi ? tanEighth : 1.0);
+    const double base = lo <= tan1 * hi ? 0.0 : (lo <= tan3 * hi ? pi / 8 : pi / 4);
+    const double u = hi > 0 ? (lo - c * hi) / (hi + c * lo) : 0.0, w = u * u;
     const double series =
         1 +
         w * (-1.0 / 3 +
