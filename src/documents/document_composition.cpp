@@ -3,9 +3,11 @@
 #include "bic/compositing/image_operations.hpp"
 #include "bic/compositing/mask_operations.hpp"
 #include "bic/core/image_core_error.hpp"
+#include "bic/documents/vector_mask.hpp"
 #include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/ci/kernel.hpp"
+#include "bic/platform/draw/context.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -110,6 +112,14 @@ ci::Image sharedBitmap(const std::shared_ptr<std::vector<std::uint8_t>>& bytes, 
     if (!image)
         throw ImageCoreError(ImageCoreError::unknownError, "a layer's pixels make no image");
     return *image;
+}
+
+// Whether the file carries its vector mask drawn: then the user mask channel holds that
+// drawing (flagged as rendered from other data, or beside a real user mask that holds the
+// pixel mask), and the composite uses it as stored.
+bool vectorMaskIsStored(const DocumentLayer& layer) {
+    return layer.mask &&
+           ((layer.mask->flags & LayerMask::fromRenderingOtherData) || layer.realMask);
 }
 
 bool blendingRangesAreDefault(const std::vector<std::uint8_t>& ranges) {
@@ -228,17 +238,51 @@ struct DocumentCompositor {
                      layer.opacity() * layer.fillOpacity(), s);
     }
 
+    // A vector mask drawn into an 8-bit grey bitmap over its outline's pixels (the document's
+    // outside them is the mask's default level): anti-aliased, even-odd.
+    static std::optional<DocumentLayerNode::Mask>
+    drawnVectorMask(const VectorMask& vector, const DocumentCompositeSettings& s) {
+        const bool invert = vector.inverted != vector.startsFilled;
+        DocumentLayerNode::Mask mask;
+        mask.defaultLevel = invert ? 1 : 0;
+        const cg::Path outline = vector.outline.cgPath();
+        const cg::Rect drawn = outline.boundingBox().integral().insetBy(-1, -1).intersection(
+            cg::Rect(0, 0, double(s.width), double(s.height)));
+        if (drawn.isNull() || drawn.isEmpty()) return mask;
+        const auto left = std::int32_t(drawn.minX()), top = std::int32_t(drawn.minY());
+        mask.rect = {top, left, std::int32_t(drawn.maxY()), std::int32_t(drawn.maxX())};
+        const std::int64_t w = mask.rect.width(), h = mask.rect.height();
+        auto bytes = std::make_shared<std::vector<std::uint8_t>>(std::size_t(w * h), 0);
+        auto context = cg::Context::bitmap(bytes->data(), w, h, 8, w, cg::ColorSpace::deviceGray(),
+                                           cg::bitmap::alphaNone);
+        if (!context) return std::nullopt;
+        // Document rows run down from the top; the context's y runs up from its bottom row.
+        context->translateBy(-double(left), double(top) + double(h));
+        context->scaleBy(1, -1);
+        context->setFillColor(cg::Color::deviceGray(1, 1));
+        context->addPath(outline);
+        context->fillPath(cg::PathFillRule::evenOdd);
+        if (invert)
+            for (std::uint8_t& v : *bytes)
+                v = std::uint8_t(255 - v);
+        const cg::Rect r = s.imageRect(mask.rect);
+        mask.coverage =
+            sharedBitmap(bytes, w, h, ci::Format::L8).translated(r.origin.x, r.origin.y);
+        return mask;
+    }
+
     static ci::Image maskImage(const DocumentLayerNode::Mask& mask,
                                const DocumentCompositeSettings& s) {
         const double d = mask.defaultLevel;
         const ci::Image outside = ci::Image::constant({d, d, d, 1});
         ci::Image image = outside;
-        if (!mask.rect.isEmpty() && mask.samples) {
+        if (!mask.rect.isEmpty() && (mask.samples || mask.coverage)) {
             const cg::Rect r = s.imageRect(mask.rect);
-            image =
-                sharedBitmap(mask.samples, mask.rect.width(), mask.rect.height(), s.greyFormat())
-                    .translated(r.origin.x, r.origin.y)
-                    .composited(outside);
+            image = mask.coverage ? *mask.coverage
+                                  : sharedBitmap(mask.samples, mask.rect.width(),
+                                                 mask.rect.height(), s.greyFormat())
+                                        .translated(r.origin.x, r.origin.y);
+            image = image.composited(outside);
             if (mask.feather > 0)
                 image =
                     ci::gaussianBlur(image.clamped(r.insetBy(-3 * mask.feather, -3 * mask.feather)),
@@ -486,13 +530,32 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
         }
 
         // A shape (a fill whose vector mask outlines it) is painted through the outline's
-        // coverage, which its stored pixels carry in their transparency.
-        if (node->fill_ && layer.hasVectorMask) {
-            if (node->pixels_)
-                node->fill_ = bic_masked(node->fill_->cropped(s.imageRect(layer.bounds)),
-                                         bic_maskFromTransparency(node->storedPixels()));
-            else
-                approximate(at, layer, "vector mask not applied");
+        // coverage, which its stored pixels carry in their transparency, anti-aliased as the
+        // application drew it. Other vector masks are drawn here.
+        if (node->fill_ && layer.hasVectorMask && node->pixels_) {
+            node->fill_ = bic_masked(node->fill_->cropped(s.imageRect(layer.bounds)),
+                                     bic_maskFromTransparency(node->storedPixels()));
+        } else if (layer.hasVectorMask && !vectorMaskIsStored(layer)) {
+            std::optional<DocumentLayerNode::Mask> drawn;
+            bool disabled = false;
+            for (const TaggedBlock& block : layer.blocks)
+                if (block.key == "vmsk" || block.key == "vsms") {
+                    if (const auto vector = readVectorMask(block.bytes, s.width, s.height)) {
+                        disabled = vector->disabled;
+                        if (!disabled) drawn = DocumentCompositor::drawnVectorMask(*vector, s);
+                    }
+                    break;
+                }
+            if (drawn) {
+                if (layer.mask && layer.mask->parameters) {
+                    const MaskParameters& p = *layer.mask->parameters;
+                    if (p.vectorMaskDensity) drawn->density = *p.vectorMaskDensity / 255.0;
+                    if (p.vectorMaskFeather) drawn->feather = std::max(0.0, *p.vectorMaskFeather);
+                }
+                node->masks_.push_back(std::move(*drawn));
+            } else if (!disabled) {
+                approximate(at, layer, "vector mask not readable");
+            }
         }
         switch (layer.kind) {
         case LayerKind::adjustment:

@@ -74,7 +74,6 @@ const std::map<std::string, double> kKnownShortfalls = {
     {"depth/4x4_8bit_grayscale.psd", 0.0},
     {"depth/4x4_16bit_grayscale.psd", 0.0},
     {"depth/4x4_32bit_grayscale.psd", 0.0},
-    {"depth/32bit.psd", 0.29},           // a shape with no pixels: its vector outline is not drawn
     {"masks/gradient-fill.psd", 0.91},   // a 32-bit gradient, blended in another space
     {"masks/layer_mask_data.psd", 0.26}, // shapes with both vector and pixel masks
 };

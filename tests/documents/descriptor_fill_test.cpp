@@ -1,6 +1,7 @@
 #include "bic/documents/descriptor.hpp"
 #include "bic/documents/fill_content.hpp"
 #include "bic/documents/layered_document.hpp"
+#include "bic/documents/vector_mask.hpp"
 #include "document_test_support.hpp"
 
 #include <gtest/gtest.h>
@@ -184,4 +185,54 @@ TEST(FillContent, NoiseGradientsAndUnknownGeometriesHaveNoStops) {
 }
 
 } // namespace
+} // namespace bic
+
+namespace bic {
+
+namespace {
+
+// One 26-byte path record: a selector, then big-endian values.
+void record(std::vector<std::uint8_t>& out, std::uint16_t selector,
+            std::initializer_list<std::int32_t> values) {
+    out.push_back(std::uint8_t(selector >> 8)), out.push_back(std::uint8_t(selector));
+    std::size_t used = 2;
+    for (const std::int32_t v : values) {
+        for (int shift = 24; shift >= 0; shift -= 8)
+            out.push_back(std::uint8_t(std::uint32_t(v) >> shift));
+        used += 4;
+    }
+    out.resize(out.size() + 26 - used, 0);
+}
+
+// A knot whose three points are all at (x, y), fractions of the document.
+void corner(std::vector<std::uint8_t>& out, double x, double y) {
+    const auto fx = std::int32_t(x * (1 << 24)), fy = std::int32_t(y * (1 << 24));
+    record(out, 1, {fy, fx, fy, fx, fy, fx});
+}
+
+} // namespace
+
+TEST(VectorMask, ReadsSubpathsInDocumentPixelsAndRefusesBrokenRecords) {
+    std::vector<std::uint8_t> bytes = {0, 0, 0, 3, 0, 0, 0, 1}; // version 3, inverted
+    record(bytes, 6, {});                                       // fill rule
+    record(bytes, 8, {1 << 16});                                // starts filled
+    record(bytes, 0, {4 << 16});                                // a closed subpath of 4 knots
+    corner(bytes, 0.25, 0.5), corner(bytes, 0.75, 0.5), corner(bytes, 0.75, 1.0);
+    corner(bytes, 0.25, 1.0);
+    const auto mask = readVectorMask(bytes, 200, 100);
+    ASSERT_TRUE(mask);
+    EXPECT_TRUE(mask->inverted);
+    EXPECT_FALSE(mask->disabled);
+    EXPECT_TRUE(mask->startsFilled);
+    EXPECT_EQ(mask->outline.cgPath().boundingBox(), cg::Rect(50, 50, 100, 50));
+
+    // Fewer knots than the subpath announced, a knot before any subpath, another version.
+    EXPECT_FALSE(readVectorMask(std::span(bytes).first(bytes.size() - 26), 200, 100));
+    std::vector<std::uint8_t> stray = {0, 0, 0, 3, 0, 0, 0, 0};
+    corner(stray, 0.5, 0.5);
+    EXPECT_FALSE(readVectorMask(stray, 200, 100));
+    bytes[3] = 2;
+    EXPECT_FALSE(readVectorMask(bytes, 200, 100));
+}
+
 } // namespace bic
