@@ -218,9 +218,11 @@ struct DocumentCompositor {
         return running;
     }
 
-    static ci::Image composeOne(const ci::Image& running, const DocumentLayerNode& layer,
+    static ci::Image composeOne(const ci::Image& before, const DocumentLayerNode& layer,
                                 const DocumentCompositeSettings& s) {
         if (layer.isGroup() && layer.blendMode() == BlendMode::passThrough) {
+            // Read by the group's layers and again by the mix with its mask and opacity.
+            const ci::Image running = before.sharedWithinTile();
             const ci::Image after = compose(running, layer.children(), s);
             ci::Image result = after;
             if (!layer.masks_.empty()) {
@@ -234,7 +236,7 @@ struct DocumentCompositor {
             if (opacity < 1) result = ci::mix(result, running, opacity);
             return s.roundEachLayer && result != after ? roundedToEightBit(result) : result;
         }
-        return blend(layer.content(), running, layer.blendMode(),
+        return blend(layer.content(), before, layer.blendMode(),
                      layer.opacity() * layer.fillOpacity(), s);
     }
 

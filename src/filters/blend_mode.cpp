@@ -219,8 +219,13 @@ ci::Image bic_dissolved(const ci::Image& image, const ci::Image& over, double fr
     return *dissolve.outputImage();
 }
 
-ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
+ci::Image blended(const ci::Image& foreground, const ci::Image& givenBackground, BlendMode mode,
                   double opacity, BlendArithmetic arithmetic) {
+    // Under opacity the background is read twice (blended, then mixed with): once per tile.
+    const ci::Image background =
+        opacity < 1 && mode != BlendMode::normal && mode != BlendMode::dissolve
+            ? givenBackground.sharedWithinTile()
+            : givenBackground;
     const detail::BlendModeRow& row = detail::blendModeRow(mode);
     if (!row.filter.apply) mode.filter(); // the group modes stop there
     if (mode == BlendMode::dissolve) return bic_dissolved(foreground, background, opacity);

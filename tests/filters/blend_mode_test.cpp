@@ -2,12 +2,14 @@
 #include "bic/filters/blend_mode.hpp"
 #include "bic/filters/blend_mode_filters.hpp"
 #include "bic/platform/ci/context.hpp"
+#include "bic/platform/ci/kernel.hpp"
 #include "bic/platform/coding/formats.hpp"
 #include "bic/platform/core/diagnostics.hpp"
 #include "bic/resources/localization.hpp"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
@@ -655,4 +657,34 @@ TEST(BlendMode, Hashes) {
     EXPECT_EQ(modes.size(), 29u);
     EXPECT_EQ(std::hash<BlendMode>()(BlendMode::multiply),
               std::hash<BlendMode>()(*BlendMode::fromName("Multiply")));
+}
+
+namespace {
+
+std::atomic<int> countedRows{0};
+
+// A grey picture that counts the rows it is asked for.
+void countingRow(const ci::KernelRow& row) {
+    ++countedRows;
+    for (std::int64_t i = 0; i < row.count * 4; ++i)
+        row.out[i] = 0.5f;
+}
+
+} // namespace
+
+TEST(Blending, LayersUnderOpacityRenderTheirBackdropOnce) {
+    // Each faded layer reads its backdrop twice (the blend, then the mix by opacity); without
+    // sharing, 24 such layers render the bottom picture 2^24 times per tile.
+    static const ci::ColorKernel counting("countingPicture", countingRow);
+    ci::Image running = *counting.apply(cg::Rect(0, 0, 16, 16), {});
+    const ci::Image layer = ci::Image::constant({0.8, 0.3, 0.1, 0.6}).cropped({4, 4, 8, 8});
+    for (const BlendMode mode : {BlendMode::multiply, BlendMode::hue, BlendMode::colorBurn})
+        for (int i = 0; i < 8; ++i)
+            running = blended(layer, running, mode, 0.5);
+    std::vector<float> out(16 * 16 * 4);
+    countedRows = 0;
+    ci::Context(ci::Context::Options{.threads = 1})
+        .render(running, out.data(), 16 * 16, {0, 0, 16, 16}, ci::Format::RGBAf);
+    EXPECT_EQ(countedRows, 16);
+    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](float v) { return std::isfinite(v); }));
 }

@@ -191,6 +191,7 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         // allocation and no page faults. Leases nest, so a tile stolen while another waits on
         // the same thread takes deeper blocks and gives them back before the other resumes.
         thread_local Scratch scratch;
+        scratch.forgetKept();
         const std::int64_t tx = index % columns, ty = index / columns;
         // Tiles are laid out from the top row of the rectangle down.
         const std::int64_t x = r.x + tx * tw, w = std::min(tw, r.maxX() - x);

@@ -8,6 +8,7 @@
 #include "nodes.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 
@@ -460,6 +461,29 @@ Image Image::unpremultiplyingAlpha() const {
 
 Image Image::samplingNearest() const { return Image(std::make_shared<SamplingNode>(node_, true)); }
 Image Image::samplingLinear() const { return Image(std::make_shared<SamplingNode>(node_, false)); }
+namespace {
+std::atomic<std::uint64_t> nextSharedNodeID{1};
+} // namespace
+
+SharedNode::SharedNode(NodePtr in)
+    : Node(in->extent, in->reach), input(std::move(in)), id(nextSharedNodeID.fetch_add(1)) {}
+
+void SharedNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    if (const std::vector<float>* pixels = s.kept(id, r)) {
+        for (std::int64_t i = 0; i < r.h; ++i)
+            std::memcpy(out.row(i), pixels->data() + i * r.w * 4,
+                        sizeof(float) * 4 * std::size_t(r.w));
+        return;
+    }
+    input->render(r, out, s);
+    s.keep(id, r, out);
+}
+
+Image Image::sharedWithinTile() const {
+    if (!node_ || dynamic_cast<const SharedNode*>(node_.get())) return *this;
+    return Image(std::make_shared<SharedNode>(node_));
+}
+
 Image Image::insertingIntermediate() const {
     return Image(std::make_shared<IntermediateNode>(node_));
 }

@@ -42,6 +42,23 @@ void Scratch::trim(std::size_t floats) {
     if (held > floats) blocks_.clear();
 }
 
+const std::vector<float>* Scratch::kept(std::uint64_t id, const IRect& r) const {
+    for (const Kept& k : kept_)
+        if (k.id == id && k.rect == r) return &k.pixels;
+    return nullptr;
+}
+
+void Scratch::keep(std::uint64_t id, const IRect& r, const Tile& tile) {
+    // A tile keeps a handful; past that the oldest goes, and a later read renders again.
+    constexpr std::size_t kMostKept = 64;
+    if (kept_.size() == kMostKept) kept_.erase(kept_.begin());
+    Kept k{id, r, std::vector<float>(std::size_t(r.w * r.h * 4))};
+    for (std::int64_t i = 0; i < r.h; ++i)
+        std::memcpy(k.pixels.data() + i * r.w * 4, tile.row(i),
+                    sizeof(float) * 4 * std::size_t(r.w));
+    kept_.push_back(std::move(k));
+}
+
 Node::Node(const cg::Rect& e, std::int64_t r) : extent(e), bounds(pixelBounds(e)), reach(r) {}
 
 void fillZero(const Tile& out, std::int64_t w, std::int64_t h) {

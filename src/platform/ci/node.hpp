@@ -73,6 +73,13 @@ public:
     /// Frees the blocks when none is leased and together they hold more than `floats`.
     void trim(std::size_t floats);
 
+    /// Pixels of rectangle `r` that node `id` rendered earlier in this tile, or null.
+    const std::vector<float>* kept(std::uint64_t id, const IRect& r) const;
+    /// Keeps the `r.w` × `r.h` pixels of `tile` under node `id` for later reads in this tile.
+    void keep(std::uint64_t id, const IRect& r, const Tile& tile);
+    /// Forgets every kept rectangle: a new tile starts.
+    void forgetKept() { kept_.clear(); }
+
 private:
     struct Block {
         std::unique_ptr<float[]> data;
@@ -80,6 +87,12 @@ private:
     };
     std::vector<Block> blocks_;
     std::size_t depth_ = 0;
+    struct Kept {
+        std::uint64_t id;
+        IRect rect;
+        std::vector<float> pixels;
+    };
+    std::vector<Kept> kept_;
 };
 
 struct Node {

@@ -116,6 +116,18 @@ struct MosaicNode final : Node {
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
 };
 
+/// Its input, rendered once per tile of a render however often it is read there.
+struct SharedNode final : Node {
+    explicit SharedNode(NodePtr input);
+    NodePtr input;
+    std::uint64_t id; ///< unique for the process's life, unlike the node's address
+    void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
+    bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
+                      Scratch& s) const override {
+        return input->renderPlaced(r, out, place, s);
+    }
+};
+
 /// Keeps rendered tiles of its input; each tile is rendered once, by whichever thread needs it
 /// first, while others wait for it.
 struct IntermediateNode final : Node {

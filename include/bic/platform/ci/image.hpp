@@ -85,6 +85,11 @@ public:
     Image samplingLinear() const;
     /// Renders each region of the result once and keeps it for later renders.
     Image insertingIntermediate() const;
+    /// The same pixels, rendered once per tile however many times a recipe reads them there:
+    /// for recipes that read one image along two paths (a blend of a layer over a backdrop,
+    /// then mixed with that backdrop). Without it each path renders the image again, and a
+    /// chain of n such steps renders its first image 2^n times.
+    Image sharedWithinTile() const;
 
     friend bool operator==(const Image& a, const Image& b) { return a.node_ == b.node_; }
 
