@@ -239,6 +239,35 @@ void customGammaRow(const ci::KernelRow& row) {
 }
 
 // (image, noise, levels) on straight colour; alpha kept.
+// Channel by channel over chunks of pixels, so that the rounding vectorises.
+BIC_VECTOR_CLONES void roundToEightBitRow(const ci::KernelRow& row) {
+    constexpr std::int64_t kChunk = 64;
+    alignas(32) float planes[4][kChunk];
+    for (std::int64_t start = 0; start < row.count; start += kChunk) {
+        const std::int64_t n = std::min(kChunk, row.count - start);
+        const float* in = row.samples[0] + 4 * start;
+        float* out = row.out + 4 * start;
+        for (std::int64_t j = 0; j < n; ++j)
+            for (int c = 0; c < 4; ++c)
+                planes[c][j] = in[4 * j + c];
+        for (std::int64_t j = 0; j < n; ++j) {
+            // NaN alpha reads as 0, and a pixel whose alpha rounds to 0 is all zeros.
+            const float alpha = planes[3][j];
+            const float a =
+                std::floor(std::min(1.0f, std::max(0.0f, alpha)) * 255.0f + 0.5f) / 255.0f;
+            const float divisor = alpha > 0 ? alpha : 1.0f; // used only where a > 0
+            for (int c = 0; c < 3; ++c) {
+                const float straight = std::clamp(planes[c][j] / divisor, 0.0f, 1.0f);
+                planes[c][j] = a > 0 ? std::floor(straight * 255.0f + 0.5f) / 255.0f * a : 0.0f;
+            }
+            planes[3][j] = a;
+        }
+        for (std::int64_t j = 0; j < n; ++j)
+            for (int c = 0; c < 4; ++c)
+                out[4 * j + c] = planes[c][j];
+    }
+}
+
 void ditherRow(const ci::KernelRow& row) {
     const float levels = std::max(2.0f, float(row.number(0))) - 1;
     const float* in = row.samples[0];
@@ -271,6 +300,11 @@ namespace bic::kernels {
 namespace {
 cg::Rect grownByOne(int, const cg::Rect& r) { return r.insetBy(-1, -1); }
 } // namespace
+
+std::optional<ci::Image> roundedToEightBit(const ci::Image& image) {
+    static const ci::ColorKernel kernel("roundToEightBit", roundToEightBitRow);
+    return kernel.apply(image.extent(), {image});
+}
 
 std::optional<ci::Image> threshold(const ci::Image& image, double level) {
     static const ci::ColorKernel kernel("threshold", thresholdRow);

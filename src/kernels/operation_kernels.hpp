@@ -39,6 +39,9 @@ std::optional<ci::Image> bevel(const ci::Image& image, std::vector<double> light
 /// g blue].
 std::optional<ci::Image> customGamma(const ci::Image& image, std::vector<double> parameters,
                                      bool inverse);
+/// The image as an 8-bit document keeps it: straight colour and alpha rounded to levels of
+/// 255 (colour 0 where alpha rounds to 0), premultiplied again.
+std::optional<ci::Image> roundedToEightBit(const ci::Image& image);
 /// Straight colour posterised to `levels`, thresholds taken from `noise`.
 std::optional<ci::Image> dither(const ci::Image& image, const ci::Image& noise, double levels);
 /// The chamfer transform's start over `extent`: 0 on the mask's white, far elsewhere.

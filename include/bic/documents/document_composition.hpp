@@ -110,7 +110,7 @@ private:
     BlendMode mode_ = BlendMode::normal;
     DocumentRect bounds_;
     // Straight RGBA of the document's depth over bounds_, shared with the engine image.
-    std::shared_ptr<std::vector<std::uint8_t>> pixels_;
+    std::shared_ptr<std::uint8_t[]> pixels_; // straight RGBA of the document's depth
     struct Mask {
         DocumentRect rect;
         double defaultLevel = 0;
