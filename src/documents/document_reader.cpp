@@ -3,15 +3,17 @@
 // allocated for it.
 
 #include "bic/buffers/channel_data.hpp"
-#include "bic/platform/coding/compression.hpp"
-#include "bic/documents/layered_document.hpp"
 #include "bic/core/image_core_error.hpp"
+#include "bic/documents/layered_document.hpp"
+#include "bic/platform/coding/compression.hpp"
 #include "byte_io.hpp"
 #include "document_io.hpp"
 
 #include <cctype>
+#include <exception>
 #include <fstream>
 #include <iterator>
+#include <tbb/parallel_for.h>
 
 namespace bic {
 
@@ -361,7 +363,18 @@ Record readRecord(ByteReader& r, std::size_t index, const Context& ctx) {
     return rec;
 }
 
-void readChannels(ByteReader& r, Record& rec, std::size_t index, const Context& ctx) {
+// A channel whose samples are still to be decoded.
+struct PendingChannel {
+    LayerChannel* channel;
+    std::string where;
+    std::span<const std::uint8_t> data;
+    std::vector<std::int64_t> counts;
+    DocumentRect rect;
+};
+
+// Reads a layer's channel headers in file order; their samples are decoded later, together.
+void readChannels(ByteReader& r, Record& rec, std::size_t index, const Context& ctx,
+                  std::vector<PendingChannel>& pending) {
     DocumentLayer& layer = rec.layer;
     for (std::size_t c = 0; c < layer.channels.size(); ++c) {
         LayerChannel& channel = layer.channels[c];
@@ -386,13 +399,28 @@ void readChannels(ByteReader& r, Record& rec, std::size_t index, const Context& 
         std::vector<std::int64_t> counts;
         if (channel.compression == ChannelCompression::rle && !rect.isEmpty())
             counts = rowCounts(data, std::uint64_t(rect.height()), ctx.large, where);
-        try {
-            channel.plane = decodePlane(data.rest(), std::move(counts), channel.compression,
-                                        rect.width(), rect.height(), ctx.bitDepth);
-        } catch (const DocumentError& e) {
-            throw DocumentError(e.kind(), where + ": " + e.what());
-        }
+        pending.push_back({&channel, where, data.rest(), std::move(counts), rect});
     }
+}
+
+// Decodes every pending channel, in parallel; the first failure in file order is the one
+// reported, as when they are decoded one after another.
+void decodeChannels(std::vector<PendingChannel>& pending, const Context& ctx) {
+    std::vector<std::exception_ptr> failures(pending.size());
+    tbb::parallel_for(std::size_t{0}, pending.size(), [&](std::size_t i) {
+        PendingChannel& p = pending[i];
+        try {
+            p.channel->plane = decodePlane(p.data, std::move(p.counts), p.channel->compression,
+                                           p.rect.width(), p.rect.height(), ctx.bitDepth);
+        } catch (const DocumentError& e) {
+            failures[i] =
+                std::make_exception_ptr(DocumentError(e.kind(), p.where + ": " + e.what()));
+        } catch (...) {
+            failures[i] = std::current_exception();
+        }
+    });
+    for (const std::exception_ptr& failure : failures)
+        if (failure) std::rethrow_exception(failure);
 }
 
 // The layer info: count, records, then channel image data.
@@ -407,8 +435,10 @@ std::vector<Record> readLayerInfo(ByteReader r, const Context& ctx, bool& merged
     records.reserve(n);
     for (std::size_t i = 0; i < n; ++i)
         records.push_back(readRecord(r, i, ctx));
+    std::vector<PendingChannel> pending;
     for (std::size_t i = 0; i < n; ++i)
-        readChannels(r, records[i], i, ctx);
+        readChannels(r, records[i], i, ctx, pending);
+    decodeChannels(pending, ctx);
     return records;
 }
 
@@ -526,6 +556,8 @@ void readComposite(ByteReader& r, LayeredDocument& doc) {
         case ChannelCompression::rle: {
             std::vector<std::int64_t> all =
                 rowCounts(r, planes * std::uint64_t(h), doc.isLargeDocument, where);
+            std::vector<std::span<const std::uint8_t>> data;
+            std::vector<std::vector<std::int64_t>> rowsOf;
             for (std::uint64_t c = 0; c < planes; ++c) {
                 std::vector<std::int64_t> counts(all.begin() + std::ptrdiff_t(c * h),
                                                  all.begin() + std::ptrdiff_t((c + 1) * h));
@@ -537,9 +569,22 @@ void readComposite(ByteReader& r, LayeredDocument& doc) {
                                         "the composite's channel " + std::to_string(c) + " says " +
                                             std::to_string(total) + " bytes, only " +
                                             std::to_string(r.remaining()) + " remain");
-                doc.composite.push_back(decodePlane(r.take(total, where), std::move(counts),
-                                                    compression, w, h, doc.bitDepth));
+                data.push_back(r.take(total, where));
+                rowsOf.push_back(std::move(counts));
             }
+            // The planes decode side by side; the first failure in plane order is reported.
+            doc.composite.resize(std::size_t(planes));
+            auto failures = std::vector<std::exception_ptr>(std::size_t(planes));
+            tbb::parallel_for(std::size_t{0}, std::size_t(planes), [&](std::size_t c) {
+                try {
+                    doc.composite[c] =
+                        decodePlane(data[c], std::move(rowsOf[c]), compression, w, h, doc.bitDepth);
+                } catch (...) {
+                    failures[c] = std::current_exception();
+                }
+            });
+            for (const std::exception_ptr& failure : failures)
+                if (failure) std::rethrow_exception(failure);
             break;
         }
         default: {
