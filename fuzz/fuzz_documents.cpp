@@ -1,12 +1,15 @@
 // Reads arbitrary bytes as a layered document. Reading either fails with DocumentError or gives
-// a document whose bitmaps can be made, which the writer writes, and which reads back with the
-// same layers, pixels and composite.
+// a document whose bitmaps can be made and composited, which the writer writes, and which reads
+// back with the same layers, pixels and composite.
 
+#include "bic/documents/document_composition.hpp"
 #include "bic/documents/layered_document.hpp"
 
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <span>
 
 using namespace bic;
@@ -49,6 +52,24 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     // Bitmaps are made for modest sizes only: the point is their code, not the allocator.
     if (doc.width * doc.height <= (1 << 20)) {
         (void)doc.compositeBuffer();
+        // Our composite of whatever the layers are: finite samples of the document's size.
+        const DocumentComposition composition(doc);
+        const auto planes = composition.render();
+        for (const SamplePlane& plane : planes)
+            if (plane.width() != doc.width || plane.height() != doc.height) {
+                std::fprintf(stderr, "a composite plane is not of the document's size\n");
+                std::abort();
+            }
+        if (doc.bitDepth == 32)
+            for (const SamplePlane& plane : planes)
+                for (std::size_t i = 0; i + 4 <= plane.bytes().size(); i += 4) {
+                    float v;
+                    std::memcpy(&v, plane.bytes().data() + i, 4);
+                    if (!std::isfinite(v)) {
+                        std::fprintf(stderr, "a composite sample is not finite\n");
+                        std::abort();
+                    }
+                }
         doc.walk([&](std::size_t, int, const DocumentLayer& layer) {
             if (layer.bounds.width() * layer.bounds.height() <= (1 << 20))
                 (void)layer.pixelBuffer(doc.colorChannels(), doc.bitDepth);
