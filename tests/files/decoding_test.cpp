@@ -36,16 +36,7 @@ P at(const PixelBuffer<P>& b, std::int64_t x, std::int64_t y) {
     return *b(x, b.size().height - 1 - y);
 }
 
-template <class F>
-ImageFileError errorOf(F&& f) {
-    try {
-        f();
-    } catch (const ImageFileError& e) {
-        return e;
-    }
-    ADD_FAILURE() << "no ImageFileError";
-    return ImageFileError(Kind::io, "none");
-}
+using test_support::fileErrorOf;
 
 bool mentions(const ImageFileError& e, std::string_view words) {
     return std::string_view(e.what()).find(words) != std::string_view::npos;
@@ -260,7 +251,7 @@ TEST(HostileFiles, ThousandsOfScansAreRefused) {
     spec.progressive = true;
     const Bytes jpeg = test_support::jpegFile(spec);
     EXPECT_NO_THROW(readImageFile(withRepeatedFirstScan(jpeg, 50)));
-    const ImageFileError e = errorOf([&] { readImageFile(withRepeatedFirstScan(jpeg, 600)); });
+    const ImageFileError e = fileErrorOf([&] { readImageFile(withRepeatedFirstScan(jpeg, 600)); });
     EXPECT_EQ(e.kind(), Kind::corrupt);
     EXPECT_TRUE(mentions(e, "more than 500 scans")) << e.what();
 }
@@ -291,7 +282,7 @@ TEST(BadFiles, EveryTruncationGivesOneErrorNamingTheFormat) {
              {std::size_t(9), std::size_t(20), std::size_t(40), file.size() / 3, file.size() / 2,
               file.size() - 30, file.size() - 1}) {
             const Bytes cut(file.begin(), file.begin() + std::ptrdiff_t(keep));
-            const ImageFileError e = errorOf([&] { readImageFile(cut); });
+            const ImageFileError e = fileErrorOf([&] { readImageFile(cut); });
             EXPECT_TRUE(e.kind() == Kind::truncated || e.kind() == Kind::corrupt)
                 << name << " cut to " << keep << ": " << e.what();
             EXPECT_TRUE(mentions(e, name)) << name << " cut to " << keep << ": " << e.what();
@@ -303,7 +294,7 @@ TEST(BadFiles, DamagedDataIsRefusedOrReadWithoutHarm) {
     // A changed byte in a PNG's image data breaks its checksum.
     Bytes png = sampleFiles()[0].second;
     png[png.size() / 2] ^= 0x55;
-    const ImageFileError e = errorOf([&] { readImageFile(png); });
+    const ImageFileError e = fileErrorOf([&] { readImageFile(png); });
     EXPECT_EQ(e.kind(), Kind::corrupt);
     EXPECT_TRUE(mentions(e, "corrupt PNG")) << e.what();
     // Scrambled bytes anywhere: an error or an image, never a crash or a hang.
@@ -390,19 +381,19 @@ TEST(HostileFiles, SizesATinyFileCannotHoldAreRefusedBeforeAllocating) {
     // 100,000 × 100,000 is past the pixel limit; 10,000 × 10,000 within it, but more than the
     // file's bytes can code in each format.
     const Bytes huge = pngWithData(100000, 100000, 8, PNG_COLOR_TYPE_RGB_ALPHA, false, 1000);
-    const ImageFileError limit = errorOf([&] { readImageFile(huge); });
+    const ImageFileError limit = fileErrorOf([&] { readImageFile(huge); });
     EXPECT_EQ(limit.kind(), Kind::tooLarge);
     EXPECT_TRUE(mentions(limit, "100000 × 100000 pixels: more than the limit")) << limit.what();
     ReadOptions generous;
     generous.maxPixels = std::int64_t(1) << 40;
-    const ImageFileError png = errorOf([&] { readImageFile(huge, generous); });
+    const ImageFileError png = fileErrorOf([&] { readImageFile(huge, generous); });
     EXPECT_TRUE(mentions(png, "cannot be coded in 1057 bytes")) << png.what();
 
     Bytes jpeg = test_support::jpegFile(rgbJPEG(16, 16));
     for (std::size_t i = 0; i + 8 < jpeg.size(); ++i)
         if (jpeg[i] == 0xff && jpeg[i + 1] == 0xc0)
             setBigEndian16(jpeg, i + 5, 10000), setBigEndian16(jpeg, i + 7, 10000);
-    const ImageFileError j = errorOf([&] { readImageFile(jpeg); });
+    const ImageFileError j = fileErrorOf([&] { readImageFile(jpeg); });
     EXPECT_EQ(j.kind(), Kind::tooLarge);
     EXPECT_TRUE(mentions(j, "10000 × 10000 pixels cannot be coded")) << j.what();
 
@@ -412,7 +403,7 @@ TEST(HostileFiles, SizesATinyFileCannotHoldAreRefusedBeforeAllocating) {
     Bytes tiff = test_support::tiffFile(spec);
     setTiffTag(tiff, TIFFTAG_IMAGEWIDTH, 10000);
     setTiffTag(tiff, TIFFTAG_IMAGELENGTH, 10000);
-    const ImageFileError t = errorOf([&] { readImageFile(tiff); });
+    const ImageFileError t = fileErrorOf([&] { readImageFile(tiff); });
     EXPECT_EQ(t.kind(), Kind::tooLarge);
     EXPECT_TRUE(mentions(t, "10000 × 10000 pixels cannot be coded")) << t.what();
 
@@ -426,14 +417,14 @@ TEST(HostileFiles, SizesATinyFileCannotHoldAreRefusedBeforeAllocating) {
     Bytes webp = encodeImageFile(opaque, lossy);
     ASSERT_EQ(std::string(webp.begin() + 12, webp.begin() + 16), "VP8 ");
     webp[26] = webp[28] = 0xff, webp[27] = webp[29] = 0x3f;
-    EXPECT_TRUE(mentions(errorOf([&] { readImageFile(webp, generous); }), "cannot be coded"));
+    EXPECT_TRUE(mentions(fileErrorOf([&] { readImageFile(webp, generous); }), "cannot be coded"));
 }
 
 TEST(HostileFiles, ADecompressionBombIsRefused) {
     // 20,000 × 20,000 bilevel zeros: a 60 KB file that would be 400 MB of grey pixels.
     const Bytes bomb = pngWithData(20000, 20000, 1, PNG_COLOR_TYPE_GRAY, true);
     EXPECT_LT(bomb.size(), 100000u);
-    const ImageFileError e = errorOf([&] { readImageFile(bomb); });
+    const ImageFileError e = fileErrorOf([&] { readImageFile(bomb); });
     EXPECT_EQ(e.kind(), Kind::tooLarge);
     EXPECT_TRUE(mentions(e, "20000 × 20000 pixels: more than the limit")) << e.what();
     // Under a raised limit the same stream is honest and reads as the zeros it is.
@@ -485,7 +476,7 @@ TEST(HostileFiles, StreamsWithoutABoundFailWithoutTouchingTheirSize) {
     const long webpGrowth = peakGrowthKB([&] { readImageFile(webp, generous); });
     EXPECT_GE(webpGrowth, 0);
     EXPECT_LT(webpGrowth, 64 * 1024) << "KB";
-    EXPECT_FALSE(errorOf([&] { readImageFile(webp, generous); }).kind() == Kind::io);
+    EXPECT_FALSE(fileErrorOf([&] { readImageFile(webp, generous); }).kind() == Kind::io);
 
     test_support::TiffSpec spec{64, 64, 1, 8};
     spec.samples.assign(64 * 64, 9);
@@ -497,7 +488,7 @@ TEST(HostileFiles, StreamsWithoutABoundFailWithoutTouchingTheirSize) {
     const long tiffGrowth = peakGrowthKB([&] { readImageFile(tiff, generous); });
     EXPECT_GE(tiffGrowth, 0);
     EXPECT_LT(tiffGrowth, 64 * 1024) << "KB";
-    EXPECT_EQ(errorOf([&] { readImageFile(tiff, generous); }).kind(), Kind::corrupt);
+    EXPECT_EQ(fileErrorOf([&] { readImageFile(tiff, generous); }).kind(), Kind::corrupt);
 }
 #endif
 

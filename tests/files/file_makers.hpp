@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <vector>
@@ -89,5 +90,17 @@ std::filesystem::path scratchFolder();
 
 /// The folder of camera photos the tests may read; empty when missing.
 std::filesystem::path photoFolder();
+
+/// The ImageFileError that `f` throws; a test failure when it throws none.
+template <class F>
+files::ImageFileError fileErrorOf(F&& f) {
+    try {
+        f();
+    } catch (const files::ImageFileError& e) {
+        return e;
+    }
+    ADD_FAILURE() << "no ImageFileError";
+    return files::ImageFileError(files::ImageFileError::Kind::io, "none");
+}
 
 } // namespace bic::test_support

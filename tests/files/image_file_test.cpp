@@ -18,16 +18,7 @@ using namespace std::string_view_literals;
 
 Bytes text(std::string_view s) { return Bytes(s.begin(), s.end()); }
 
-template <class F>
-ImageFileError errorOf(F&& f) {
-    try {
-        f();
-    } catch (const ImageFileError& e) {
-        return e;
-    }
-    ADD_FAILURE() << "no ImageFileError";
-    return ImageFileError(Kind::io, "none");
-}
+using test_support::fileErrorOf;
 
 WriteOptions as(ImageFileFormat format) {
     WriteOptions o;
@@ -94,12 +85,13 @@ TEST(ImageFileFormats, ForeignFilesAreNamedInOneError) {
         {"", "the file is empty"},
     };
     for (const auto& [bytes, message] : cases) {
-        const ImageFileError e = errorOf([&] { readImageFile(text(bytes)); });
+        const ImageFileError e = fileErrorOf([&] { readImageFile(text(bytes)); });
         EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
         EXPECT_TRUE(e.kind() == Kind::unreadableFormat || e.kind() == Kind::notAnImage);
     }
-    EXPECT_EQ(errorOf([] { readImageFile(text("GIF87a....")); }).kind(), Kind::unreadableFormat);
-    EXPECT_EQ(errorOf([] { readImageFile(std::filesystem::path("/no/such/file.png")); }).kind(),
+    EXPECT_EQ(fileErrorOf([] { readImageFile(text("GIF87a....")); }).kind(),
+              Kind::unreadableFormat);
+    EXPECT_EQ(fileErrorOf([] { readImageFile(std::filesystem::path("/no/such/file.png")); }).kind(),
               Kind::io);
 }
 
@@ -229,14 +221,16 @@ TEST(RoundTrip, EightBitFormatsTakeDeeperAndGreyBuffers) {
 
 TEST(RoundTrip, PNGRefusesFloatsAndEveryWriterItsLimits) {
     const auto floats = test_support::filled<PixelRGBA32>(4, 4, 1);
-    const ImageFileError e = errorOf([&] { encodeImageFile(floats, as(ImageFileFormat::png)); });
+    const ImageFileError e =
+        fileErrorOf([&] { encodeImageFile(floats, as(ImageFileFormat::png)); });
     EXPECT_EQ(e.kind(), Kind::unsupported);
     EXPECT_NE(std::string(e.what()).find("32-bit buffers are written as TIFF"), std::string::npos);
 
     const auto wide = PixelBuffer<PixelGray8>(IntegralSize(16384, 1), cg::ColorSpace::deviceGray());
-    EXPECT_NE(std::string(errorOf([&] { encodeImageFile(wide, as(ImageFileFormat::webp)); }).what())
-                  .find("at most 16383 pixels a side"),
-              std::string::npos);
+    EXPECT_NE(
+        std::string(fileErrorOf([&] { encodeImageFile(wide, as(ImageFileFormat::webp)); }).what())
+            .find("at most 16383 pixels a side"),
+        std::string::npos);
 }
 
 TEST(StraightImages, AreWrittenAsGivenAndReadBackPremultiplied) {
@@ -263,17 +257,17 @@ TEST(StraightImages, AreWrittenAsGivenAndReadBackPremultiplied) {
     EXPECT_NEAR(std::get<PixelBuffer<PixelARGB8>>(jpeg.buffer)(0, 0)->redComponent, 0x12, 3);
 
     const StraightImage wrong{2, 2, 4, 8, Bytes(15)};
-    EXPECT_EQ(errorOf([&] { encodeImageFile(wrong, as(ImageFileFormat::png)); }).kind(),
+    EXPECT_EQ(fileErrorOf([&] { encodeImageFile(wrong, as(ImageFileFormat::png)); }).kind(),
               Kind::unsupported);
     const StraightImage twoChannels{1, 1, 2, 8, Bytes(2)};
-    EXPECT_EQ(errorOf([&] { encodeImageFile(twoChannels, as(ImageFileFormat::png)); }).kind(),
+    EXPECT_EQ(fileErrorOf([&] { encodeImageFile(twoChannels, as(ImageFileFormat::png)); }).kind(),
               Kind::unsupported);
 }
 
 TEST(WriteOptions, OutOfRangeSettingsAreRefused) {
     const auto picture = test_support::filled<PixelARGB8>(2, 2, 1);
     auto refused = [&](WriteOptions o, std::string_view words) {
-        const ImageFileError e = errorOf([&] { encodeImageFile(picture, o); });
+        const ImageFileError e = fileErrorOf([&] { encodeImageFile(picture, o); });
         EXPECT_EQ(e.kind(), Kind::unsupported);
         EXPECT_NE(std::string(e.what()).find(words), std::string::npos) << e.what();
     };
@@ -299,12 +293,13 @@ TEST(WriteImageFile, TakesTheFormatFromTheNameAndLeavesNothingOnFailure) {
     EXPECT_TRUE(std::get<PixelBuffer<PixelRGBA16>>(readImageFile(folder / "deep.TIFF").buffer) ==
                 picture);
 
-    const ImageFileError noFormat = errorOf([&] { writeImageFile(picture, folder / "x.bmp"); });
+    const ImageFileError noFormat = fileErrorOf([&] { writeImageFile(picture, folder / "x.bmp"); });
     EXPECT_NE(std::string(noFormat.what()).find("cannot tell the image format"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(folder / "x.bmp"));
-    errorOf([&] { writeImageFile(test_support::filled<PixelGray32>(2, 2, 1), folder / "f.png"); });
+    fileErrorOf(
+        [&] { writeImageFile(test_support::filled<PixelGray32>(2, 2, 1), folder / "f.png"); });
     EXPECT_FALSE(std::filesystem::exists(folder / "f.png"));
-    EXPECT_EQ(errorOf([&] { writeImageFile(picture, folder / "no-folder" / "x.png"); }).kind(),
+    EXPECT_EQ(fileErrorOf([&] { writeImageFile(picture, folder / "no-folder" / "x.png"); }).kind(),
               Kind::io);
 }
 
@@ -319,8 +314,9 @@ TEST(EngineImages, ReadAsImagesAndRenderedIntoFiles) {
     const auto moved = readImageFile(folder / "moved.png");
     ASSERT_TRUE(std::holds_alternative<PixelBuffer<PixelRGBA16>>(moved.buffer));
     EXPECT_TRUE(std::get<PixelBuffer<PixelARGB8>>(converted(moved.buffer, 8)) == picture);
-    EXPECT_EQ(errorOf([&] { writeImageFile(ci::Image::white(), 8, folder / "white.png"); }).kind(),
-              Kind::unsupported);
+    EXPECT_EQ(
+        fileErrorOf([&] { writeImageFile(ci::Image::white(), 8, folder / "white.png"); }).kind(),
+        Kind::unsupported);
 }
 
 } // namespace
