@@ -29,7 +29,7 @@ void exercise(std::span<const std::uint8_t> in, bic::ChannelDataCompressionType 
     } catch (const bic::ImageCoreError&) {
         if (!(plane == before)) std::abort();
         return;
-    } catch (const bic::CompressionError&) {
+    } catch (const bic::coding::CompressionError&) {
         if (!(plane == before)) std::abort();
         return;
     }
