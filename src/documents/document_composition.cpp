@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <memory>
 #include <tbb/parallel_for.h>
 
 namespace bic {
@@ -600,29 +602,50 @@ cg::Rect DocumentComposition::extent() const { return settings_->extent(); }
 std::vector<SamplePlane> DocumentComposition::render() const {
     const DocumentCompositeSettings& s = *settings_;
     const std::int64_t w = s.width, h = s.height;
-    std::vector<float> rgba(std::size_t(w * h * 4));
-    const ci::Image image = root_->content();
-    if (!image.extent().isEmpty())
-        ci::Context::shared()->render(image, rgba.data(), w * 16, s.extent(), ci::Format::RGBAf);
+    const int colors = s.colorChannels;
     std::vector<SamplePlane> planes;
-    for (int c = 0; c <= s.colorChannels; ++c)
+    for (int c = 0; c <= colors; ++c)
         planes.emplace_back(w, h, s.bitDepth);
-    const auto put = [&](SamplePlane& plane, std::size_t i, float v) {
-        v = std::clamp(v, 0.0f, 1.0f);
-        if (s.bitDepth == 8)
-            plane.setSample(i, std::uint8_t(std::floor(v * 255.0f + 0.5f)));
-        else if (s.bitDepth == 16)
-            plane.setSample(i, std::uint16_t(std::floor(v * 65535.0f + 0.5f)));
-        else
-            plane.setSample(i, v);
+    const ci::Image image = root_->content();
+    if (image.extent().isEmpty() || w == 0 || h == 0) return planes;
+    // Bands of the engine's tile height, rendered and converted while they are in cache: a
+    // float copy of the whole document would be 16 bytes a pixel, written and read once.
+    constexpr std::int64_t kBand = 64;
+    const auto convert = [&](auto sample, const float* rgba, std::size_t first, std::size_t n) {
+        using Sample = decltype(sample);
+        Sample* out[5];
+        for (int c = 0; c <= colors; ++c)
+            out[c] =
+                reinterpret_cast<Sample*>(planes[std::size_t(c)].mutableBytes().data()) + first;
+        const auto level = [](float v) {
+            v = std::clamp(v, 0.0f, 1.0f);
+            if constexpr (std::is_same_v<Sample, float>) return v;
+            constexpr float top = float(std::numeric_limits<Sample>::max());
+            return Sample(std::floor(v * top + 0.5f));
+        };
+        for (std::size_t i = 0; i < n; ++i) {
+            const float* p = rgba + 4 * i;
+            const float a = p[3];
+            for (int c = 0; c < colors; ++c)
+                out[c][i] = level(a > 0 ? p[c] / a : 0.0f);
+            out[colors][i] = level(a);
+        }
     };
-    for (std::size_t i = 0; i < std::size_t(w * h); ++i) {
-        const float* p = &rgba[4 * i];
-        const float a = p[3];
-        for (int c = 0; c < s.colorChannels; ++c)
-            put(planes[std::size_t(c)], i, a > 0 ? p[c] / a : 0.0f);
-        put(planes[std::size_t(s.colorChannels)], i, a);
-    }
+    tbb::parallel_for(std::int64_t{0}, (h + kBand - 1) / kBand, [&](std::int64_t band) {
+        const std::int64_t top = band * kBand, rows = std::min(kBand, h - top);
+        const auto rgba = std::make_unique_for_overwrite<float[]>(std::size_t(w * rows * 4));
+        // Image rows run bottom up; the band's top row is document row `top`.
+        ci::Context::shared()->render(image, rgba.get(), w * 16,
+                                      cg::Rect(0, double(h - top - rows), double(w), double(rows)),
+                                      ci::Format::RGBAf);
+        const auto first = std::size_t(top * w), n = std::size_t(rows * w);
+        if (s.bitDepth == 8)
+            convert(std::uint8_t{}, rgba.get(), first, n);
+        else if (s.bitDepth == 16)
+            convert(std::uint16_t{}, rgba.get(), first, n);
+        else
+            convert(float{}, rgba.get(), first, n);
+    });
     return planes;
 }
 
@@ -633,26 +656,33 @@ namespace bic {
 std::vector<SamplePlane> DocumentComposition::renderForFile() const {
     std::vector<SamplePlane> planes = render();
     const int colors = settings_->colorChannels;
-    const SamplePlane& alpha = planes[std::size_t(colors)];
-    for (std::size_t i = 0; i < alpha.sampleCount(); ++i) {
+    const auto matte = [&](auto sample) {
+        using Sample = decltype(sample);
+        const auto* alpha =
+            reinterpret_cast<const Sample*>(planes[std::size_t(colors)].bytes().data());
+        const std::size_t count = planes[0].sampleCount();
         for (int c = 0; c < colors; ++c) {
-            SamplePlane& plane = planes[std::size_t(c)];
-            if (settings_->bitDepth == 8) {
-                const int a = alpha.sample<std::uint8_t>(i);
-                plane.setSample(
-                    i, std::uint8_t((plane.sample<std::uint8_t>(i) * a + 255 * (255 - a) + 127) /
-                                    255));
-            } else if (settings_->bitDepth == 16) {
-                const std::int64_t a = alpha.sample<std::uint16_t>(i);
-                plane.setSample(i, std::uint16_t((plane.sample<std::uint16_t>(i) * a +
-                                                  65535 * (65535 - a) + 32767) /
-                                                 65535));
-            } else {
-                const float a = alpha.sample<float>(i);
-                plane.setSample(i, plane.sample<float>(i) * a + (1 - a));
-            }
+            auto* color = reinterpret_cast<Sample*>(planes[std::size_t(c)].mutableBytes().data());
+            const tbb::blocked_range<std::size_t> all(0, count, std::size_t{1} << 16);
+            tbb::parallel_for(all, [&](const tbb::blocked_range<std::size_t>& part) {
+                for (std::size_t i = part.begin(); i != part.end(); ++i) {
+                    if constexpr (std::is_same_v<Sample, float>) {
+                        color[i] = color[i] * alpha[i] + (1 - alpha[i]);
+                    } else {
+                        constexpr std::int64_t top = std::numeric_limits<Sample>::max();
+                        const std::int64_t a = alpha[i];
+                        color[i] = Sample((color[i] * a + top * (top - a) + top / 2) / top);
+                    }
+                }
+            });
         }
-    }
+    };
+    if (settings_->bitDepth == 8)
+        matte(std::uint8_t{});
+    else if (settings_->bitDepth == 16)
+        matte(std::uint16_t{});
+    else
+        matte(float{});
     return planes;
 }
 
