@@ -114,13 +114,13 @@ void sourceOutRow(const KernelRow& row) {
             row.out[i + c] = f[i + c] * (1 - b[i + 3]);
 }
 
-void multiplyCompositingRow(const KernelRow& row) {
+BIC_VECTOR_CLONES void multiplyCompositingRow(const KernelRow& row) {
     const float *f = row.samples[0], *b = row.samples[1];
     for (std::int64_t i = 0; i < row.count * 4; ++i)
         row.out[i] = f[i] * b[i];
 }
 
-void mixRow(const KernelRow& row) {
+BIC_VECTOR_CLONES void mixRow(const KernelRow& row) {
     const float *f = row.samples[0], *b = row.samples[1];
     const float t = float(row.number(0));
     for (std::int64_t i = 0; i < row.count * 4; ++i)

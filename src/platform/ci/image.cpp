@@ -3,6 +3,7 @@
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/memory.hpp"
 #include "bic/platform/core/pixel_math.hpp"
+#include "bic/platform/core/vector_clones.hpp"
 #include "bic/platform/io/pixel_io.hpp"
 #include "bic/platform/io/surface.hpp"
 #include "nodes.hpp"
@@ -33,28 +34,43 @@ NodePtr constantNode(float r, float g, float b, float a) {
     return std::make_shared<ConstantNode>(c);
 }
 
-// Source over, on premultiplied samples.
-void sourceOverRow(const KernelRow& row) {
+// Source over, on premultiplied samples. Each pixel is loaded whole before it is written, so
+// the loops vectorise without assuming anything about where `out` lies.
+BIC_VECTOR_CLONES void sourceOverRow(const KernelRow& row) {
     const float* f = row.samples[0];
     const float* b = row.samples[1];
     float* o = row.out;
     for (std::int64_t i = 0; i < row.count * 4; i += 4) {
-        const float k = 1.0f - f[i + 3];
+        float fc[4], bc[4];
+        for (int c = 0; c < 4; ++c)
+            fc[c] = f[i + c], bc[c] = b[i + c];
+        const float k = 1.0f - fc[3];
         // An opaque pixel hides the background entirely, even an infinite one (distance maps
         // lie over +∞), where ∞ × 0 would make NaN.
         for (int c = 0; c < 4; ++c)
-            o[i + c] = k > 0 ? f[i + c] + b[i + c] * k : f[i + c];
+            o[i + c] = k > 0 ? fc[c] + bc[c] * k : fc[c];
     }
 }
 
-void premultiplyRow(const KernelRow& row) {
+// Two pixels at a time in one vector of eight lanes: each lane times its pixel's alpha, the
+// alphas kept. Written with the compiler's vector types because its loop vectoriser turns the
+// four-lane pattern into a store per lane.
+BIC_VECTOR_CLONES void premultiplyRow(const KernelRow& row) {
+    using Pair = float __attribute__((vector_size(32)));
+    using Lanes = std::int32_t __attribute__((vector_size(32)));
     const float* s = row.samples[0];
-    for (std::int64_t i = 0; i < row.count * 4; i += 4) {
-        const float a = s[i + 3];
-        row.out[i] = s[i] * a;
-        row.out[i + 1] = s[i + 1] * a;
-        row.out[i + 2] = s[i + 2] * a;
-        row.out[i + 3] = a;
+    float* o = row.out;
+    std::int64_t i = 0;
+    for (; i + 2 <= row.count; i += 2) {
+        Pair v;
+        std::memcpy(&v, s + 4 * i, sizeof v);
+        const Pair scaled = v * __builtin_shuffle(v, Lanes{3, 3, 3, 3, 7, 7, 7, 7});
+        const Pair r = __builtin_shuffle(scaled, v, Lanes{0, 1, 2, 11, 4, 5, 6, 15});
+        std::memcpy(o + 4 * i, &r, sizeof r);
+    }
+    for (; i < row.count; ++i) {
+        const float r = s[4 * i], g = s[4 * i + 1], b = s[4 * i + 2], a = s[4 * i + 3];
+        o[4 * i] = r * a, o[4 * i + 1] = g * a, o[4 * i + 2] = b * a, o[4 * i + 3] = a;
     }
 }
 
