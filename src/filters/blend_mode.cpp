@@ -219,28 +219,29 @@ ci::Image bic_dissolved(const ci::Image& image, const ci::Image& over, double fr
     return *dissolve.outputImage();
 }
 
-ci::Image blended(const ci::Image& foreground, const ci::Image& givenBackground, BlendMode mode,
+ci::Image blended(const ci::Image& foreground, const ci::Image& background, BlendMode mode,
                   double opacity, BlendArithmetic arithmetic) {
-    // Under opacity the background is read twice (blended, then mixed with): once per tile.
-    const ci::Image background =
-        opacity < 1 && mode != BlendMode::normal && mode != BlendMode::dissolve
-            ? givenBackground.sharedWithinTile()
-            : givenBackground;
     const detail::BlendModeRow& row = detail::blendModeRow(mode);
     if (!row.filter.apply) mode.filter(); // the group modes stop there
     if (mode == BlendMode::dissolve) return bic_dissolved(foreground, background, opacity);
     // Normal reads no straight colour, so fading the layer first is as exact and cheaper.
     if (mode == BlendMode::normal && opacity < 1)
         return bic_applying(foreground, opacity).composited(background);
-    const ci::Image result =
-        arithmetic == BlendArithmetic::eightBit && row.eightBitKernel
-            ? ci::BlendKernel(std::string(row.kernelName) + "8", row.eightBitKernel)
-                  .apply(foreground, background)
-            : row.filter.apply(foreground, background);
+    const auto blend = [&](const ci::Image& under) {
+        return arithmetic == BlendArithmetic::eightBit && row.eightBitKernel
+                   ? ci::BlendKernel(std::string(row.kernelName) + "8", row.eightBitKernel)
+                         .apply(foreground, under)
+                   : row.filter.apply(foreground, under);
+    };
+    if (!(opacity < 1)) return blend(background);
     // The blend is linear in the layer's alpha: fading the layer by o is mixing the full blend
     // with the background by o. Done this way the mode never sees a colour divided back out of
-    // a faded alpha, where 1 can come back as 0.99999.
-    return opacity < 1 ? ci::mix(result, background, double(float(opacity))) : result;
+    // a faded alpha, where 1 can come back as 0.99999. The mix is made with each row of the
+    // blend where the engine can; otherwise the background, read twice, is kept once per tile.
+    const double fraction = double(float(opacity));
+    if (auto faded = ci::fadedBlend(blend(background), background, fraction)) return *faded;
+    const ci::Image shared = background.sharedWithinTile();
+    return ci::mix(blend(shared), shared, fraction);
 }
 
 } // namespace bic

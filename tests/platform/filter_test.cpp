@@ -1,3 +1,4 @@
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/ci/context.hpp"
 #include "bic/platform/ci/filter.hpp"
 
@@ -143,6 +144,33 @@ TEST(Filters, BuiltInBlendModesFollowTheCompositingFormula) {
                                                                {"inputBackgroundImage", Image()}}),
                               {0, 0, 1, 1});
     expectPixel(alone, 0, {0.5f, 0, 0, 0.5f});
+}
+
+TEST(Filters, AFadedBlendIsTheMixOfTheBlendWithItsBackground) {
+    // Partly transparent gradients, so every pixel has its own colours and alphas, and the
+    // background reaches beyond the layer.
+    const Image layer =
+        linearGradient({0, 0}, {37, 5}, Color{1, 0.2, 0, 0.9}, Color{0.1, 0.7, 1, 0.3})
+            .cropped({3, 2, 40, 30});
+    const Image background =
+        linearGradient({0, 50}, {9, 0}, Color{0.3, 1, 0.5, 1}, Color{0.8, 0.1, 0.4, 0.6})
+            .cropped({0, 0, 50, 40});
+    const cg::Rect all(0, 0, 50, 40);
+    for (const auto mode : {BuiltinBlendMode::multiply, BuiltinBlendMode::softLight}) {
+        const Image blend = blended(mode, layer, background);
+        for (const double amount : {0.0, 0.3, 0.75}) {
+            const auto faded = fadedBlend(blend, background, amount);
+            ASSERT_TRUE(faded);
+            EXPECT_EQ(faded->extent(), all);
+            EXPECT_EQ(render(*faded, all), render(mix(blend, background, amount), all));
+        }
+    }
+    // Only an image made from that very background can be faded as it is made.
+    const Image blend = blended(BuiltinBlendMode::screen, layer, background);
+    EXPECT_FALSE(fadedBlend(blend, background.cropped({0, 0, 10, 10}), 0.5));
+    EXPECT_FALSE(fadedBlend(blend, layer, 0.5));
+    EXPECT_FALSE(fadedBlend(layer, background, 0.5));
+    EXPECT_FALSE(fadedBlend(*fadedBlend(blend, background, 0.5), background, 0.5));
 }
 
 TEST(Filters, BlursSpreadButKeepTheTotal) {

@@ -623,6 +623,17 @@ Image mix(const Image& image, const Image& background, double amount) {
     return binary(image, background, mixRow, ExtentRule::unionOf, {amount});
 }
 
+std::optional<Image> fadedBlend(const Image& blend, const Image& background, double amount) {
+    const auto* kernel = dynamic_cast<const ColorKernelNode*>(blend.node().get());
+    if (!kernel || kernel->images.size() != 2 || kernel->images[1] != background.node() ||
+        kernel->fade != 1)
+        return std::nullopt;
+    auto faded = std::make_shared<ColorKernelNode>(kernel->extent, kernel->function, kernel->images,
+                                                   kernel->values);
+    faded->fade = float(amount);
+    return Image(faded);
+}
+
 Image blended(BuiltinBlendMode mode, const Image& image, const Image& background) {
     RowFunction row = nullptr;
     switch (mode) {

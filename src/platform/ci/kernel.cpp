@@ -2,6 +2,7 @@
 
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/pixel_math.hpp"
+#include "bic/platform/core/vector_clones.hpp"
 #include "nodes.hpp"
 
 namespace bic::ci {
@@ -27,9 +28,21 @@ void split(std::vector<KernelArgument>& arguments, std::vector<NodePtr>& images,
     }
 }
 
+// background + (blend − background)·t, as the engine's mix does it.
+BIC_VECTOR_CLONES void fadeTowards(float* out, const float* background, float t,
+                                   std::int64_t count) {
+    for (std::int64_t i = 0; i < count * 4; ++i)
+        out[i] = background[i] + (out[i] - background[i]) * t;
+}
+
 } // namespace
 
 namespace detail {
+
+void ColorKernelNode::run(KernelRow& row) const {
+    function(row);
+    if (fade != 1) fadeTowards(row.out, row.samples[1], fade, row.count);
+}
 
 ColorKernelNode::ColorKernelNode(const cg::Rect& e, RowFunction f, std::vector<NodePtr> i,
                                  std::vector<KernelValue> v)
@@ -53,7 +66,7 @@ void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) 
             rows[k] = leases[k].data() + i * r.w * 4;
         row.y = flippedRow(i, r.maxY());
         row.out = out.row(i);
-        function(row);
+        run(row);
     }
 }
 
@@ -83,7 +96,7 @@ bool ColorKernelNode::renderPlaced(const IRect& r, const Tile& out,
             rows[k] = leases[k].data() + i * r.w * 4;
         row.y = flippedRow(i, r.maxY());
         row.out = out.row(i);
-        function(row);
+        run(row);
     }
     return true;
 }

@@ -149,9 +149,15 @@ struct ColorKernelNode final : Node {
     RowFunction function;
     std::vector<NodePtr> images;
     std::vector<KernelValue> values;
+    /// Below 1, each output row is mixed with the second image's row by this fraction as it is
+    /// made: a blend at an opacity, whose background is then rendered once.
+    float fade = 1;
     void renderInside(const IRect& r, const Tile& out, Scratch& s) const override;
     bool renderPlaced(const IRect& r, const Tile& out, const cg::AffineTransform& place,
                       Scratch& s) const override;
+
+private:
+    void run(KernelRow& row) const;
 };
 
 struct GeneralKernelNode final : Node {

@@ -45,6 +45,10 @@ Image sourceOutCompositing(const Image& image, const Image& background);
 Image multiplyCompositing(const Image& image, const Image& background);
 /// background + (image − background) × amount, over the union of the extents.
 Image mix(const Image& image, const Image& background, double amount);
+/// `mix(blend, background, amount)` for a `blend` made by a kernel of two images whose second
+/// is `background` (a blend kernel, `blended`, a compositing operator), computed as each row of
+/// the blend is made, so that the background is rendered once; none for any other image.
+std::optional<Image> fadedBlend(const Image& blend, const Image& background, double amount);
 
 /// The blend modes the engine has built in.
 enum class BuiltinBlendMode {
