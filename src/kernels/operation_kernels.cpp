@@ -255,8 +255,9 @@ BIC_VECTOR_CLONES void roundToEightBitRow(const ci::KernelRow& row) {
             const float alpha = planes[3][j];
             const float a =
                 std::floor(std::min(1.0f, std::max(0.0f, alpha)) * 255.0f + 0.5f) / 255.0f;
-            // One division a pixel: the straight level is rounded, so the reciprocal's last
-            // place cannot move it (a level's value lies half a level from any rounding edge).
+            // Straight colour through one reciprocal a pixel, not a division per channel: the
+            // level is rounded, so the reciprocal's last place cannot move it (a level's value
+            // lies half a level from any rounding edge).
             const float inverse = 1.0f / (alpha > 0 ? alpha : 1.0f); // used only where a > 0
             for (int c = 0; c < 3; ++c) {
                 const float straight = std::clamp(planes[c][j] * inverse, 0.0f, 1.0f);
