@@ -121,10 +121,7 @@ BIC_VECTOR_CLONES void multiplyCompositingRow(const KernelRow& row) {
 }
 
 BIC_VECTOR_CLONES void mixRow(const KernelRow& row) {
-    const float *f = row.samples[0], *b = row.samples[1];
-    const float t = float(row.number(0));
-    for (std::int64_t i = 0; i < row.count * 4; ++i)
-        row.out[i] = b[i] + (f[i] - b[i]) * t;
+    blend::mixRow(row.samples[0], row.samples[1], row.out, float(row.number(0)), row.count);
 }
 
 template <blend::SeparableMode Mode>

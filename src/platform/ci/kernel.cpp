@@ -1,5 +1,6 @@
 #include "bic/platform/ci/kernel.hpp"
 
+#include "bic/platform/ci/blend_formulas.hpp"
 #include "bic/platform/core/fatal.hpp"
 #include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/core/vector_clones.hpp"
@@ -28,11 +29,10 @@ void split(std::vector<KernelArgument>& arguments, std::vector<NodePtr>& images,
     }
 }
 
-// background + (blend − background)·t, as the engine's mix does it.
+// The blend just written, mixed with its background as the engine's mix does it.
 BIC_VECTOR_CLONES void fadeTowards(float* out, const float* background, float t,
                                    std::int64_t count) {
-    for (std::int64_t i = 0; i < count * 4; ++i)
-        out[i] = background[i] + (out[i] - background[i]) * t;
+    blend::mixRow(out, background, out, t, count);
 }
 
 } // namespace

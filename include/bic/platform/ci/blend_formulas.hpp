@@ -23,6 +23,14 @@ inline float straight(float c, float a) {
     return std::max(std::min(c / a, limit), -limit);
 }
 
+/// background + (image − background)·t over `count` RGBA pixels: a mix, or a blend faded by an
+/// opacity. `out` may be `image` itself.
+inline void mixRow(const float* image, const float* background, float* out, float t,
+                   std::int64_t count) {
+    for (std::int64_t i = 0; i < count * 4; ++i)
+        out[i] = background[i] + (image[i] - background[i]) * t;
+}
+
 /// Pixels are blended in chunks, channel by channel (structure of arrays), so that a mode's
 /// arithmetic over a chunk is a plain loop the compiler turns into vector instructions.
 inline constexpr int kBlendChunk = 64;
