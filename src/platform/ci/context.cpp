@@ -207,9 +207,15 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
             root.render(tile, Tile{reinterpret_cast<float*>(dst), d.rowBytes_ / 4, tile.h},
                         scratch);
         } else {
-            const Scratch::Lease pixels = renderToScratch(root, tile, scratch);
-            for (std::int64_t i = 0; i < h; ++i)
-                io::writeRow(d.format_, pixels.data() + i * w * 4, dst + i * d.rowBytes_, w);
+            // A root without neighbours is converted strip by strip while its floats are in
+            // cache; one that reads around it renders its margins once for the whole tile.
+            const std::int64_t strip = root.reach == 0 ? kStripPixels : w * h;
+            forEachStrip(tile, strip, [&](const IRect& part, std::int64_t first) {
+                const Scratch::Lease pixels = renderToScratch(root, part, scratch);
+                for (std::int64_t i = 0; i < part.h; ++i)
+                    io::writeRow(d.format_, pixels.data() + i * w * 4,
+                                 dst + (first + i) * d.rowBytes_, w);
+            });
         }
         scratch.trim(kKeptScratchFloats);
     };

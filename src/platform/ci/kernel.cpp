@@ -49,6 +49,18 @@ ColorKernelNode::ColorKernelNode(const cg::Rect& e, RowFunction f, std::vector<N
     : Node(e, maxReach(i)), function(f), images(std::move(i)), values(std::move(v)) {}
 
 void ColorKernelNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const {
+    // Inputs that read no neighbours give the same pixels for a strip as for the whole
+    // rectangle, so a chain of per-pixel kernels hands its intermediates on through the cache.
+    if (reach != 0 || images.empty() || r.w * r.h <= kStripPixels) {
+        renderRows(r, out, s);
+        return;
+    }
+    forEachStrip(r, kStripPixels, [&](const IRect& strip, std::int64_t first) {
+        renderRows(strip, Tile{out.row(first), out.stride, strip.h}, s);
+    });
+}
+
+void ColorKernelNode::renderRows(const IRect& r, const Tile& out, Scratch& s) const {
     std::vector<Scratch::Lease> leases;
     leases.reserve(images.size());
     for (const auto& image : images)

@@ -158,6 +158,7 @@ struct ColorKernelNode final : Node {
 
 private:
     void run(KernelRow& row) const;
+    void renderRows(const IRect& r, const Tile& out, Scratch& s) const;
 };
 
 struct GeneralKernelNode final : Node {
@@ -176,6 +177,21 @@ inline std::int64_t maxReach(const std::vector<NodePtr>& nodes) {
         r = std::max(r, n->reach);
     return r;
 }
+
+/// Calls `f(strip, firstRow)` for horizontal strips of `r` of about `pixels` pixels each (at
+/// least one row), top strip first; `firstRow` counts rows from the top of `r`. Per-pixel work
+/// done strip by strip keeps each intermediate in cache instead of a whole tile of floats.
+template <class F>
+void forEachStrip(const IRect& r, std::int64_t pixels, F&& f) {
+    const std::int64_t rows = std::max<std::int64_t>(1, pixels / std::max<std::int64_t>(1, r.w));
+    for (std::int64_t first = 0; first < r.h; first += rows) {
+        const std::int64_t h = std::min(rows, r.h - first);
+        f(IRect{r.x, r.maxY() - first - h, r.w, h}, first);
+    }
+}
+
+/// Pixels per strip: two 32 KB float buffers stay in a core's second-level cache.
+inline constexpr std::int64_t kStripPixels = 2048;
 
 /// Renders `node` over `r` into a new scratch lease of r.w × r.h pixels.
 inline Scratch::Lease renderToScratch(const Node& node, const IRect& r, Scratch& s) {
