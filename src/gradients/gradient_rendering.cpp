@@ -1,6 +1,7 @@
 // The gradient as pixels: the two-stage image (a geometry ramp, then the mapping table), the
 // vector drawing with every midpoint made an explicit location, and the pasteboard.
 
+#include "../kernels/operation_kernels.hpp"
 #include "bic/algorithms/dithering.hpp"
 #include "bic/compositing/image_operations.hpp"
 #include "bic/core/image_core_error.hpp"
@@ -59,11 +60,16 @@ ci::Image ColorGradient::image(GradientType of, const cg::Point& from, const cg:
     case GradientType::shaped:
         result = colored(ci::linearGradient(from, to, ci::Color::black(), ci::Color::white()));
         break;
-    case GradientType::radial:
-        result = colored(ci::radialGradient(from, 0.0,
-                                            double(float(std::hypot(to.x - from.x, to.y - from.y))),
-                                            ci::Color::black(), ci::Color::white()));
+    case GradientType::radial: {
+        const double radius = double(float(std::hypot(to.x - from.x, to.y - from.y)));
+        // The ramp and its colouring in one pass where the table is whole: the same pixels.
+        if (mappingData().size() == 4096)
+            result = kernels::radialGradientMap(from, 0.0, radius, mappingData());
+        else
+            result = colored(
+                ci::radialGradient(from, 0.0, radius, ci::Color::black(), ci::Color::white()));
         break;
+    }
     case GradientType::reflected: {
         BICReflectedGradientFilter filter;
         filter.setInputPoint0(from);

@@ -1,5 +1,6 @@
 #include "operation_kernels.hpp"
 
+#include "bic/platform/ci/builtin_filters.hpp"
 #include "bic/platform/core/pixel_math.hpp"
 #include "bic/platform/core/vector_clones.hpp"
 
@@ -88,68 +89,105 @@ void colorMapRow(const ci::KernelRow& row) {
     }
 }
 
-// (image, table of straight RGBA float entries): the value picks a place in the table,
-// interpolated between neighbouring entries; the entry's alpha scales the pixel's. The image is
-// read saturated (straight colour and alpha clamped to 0…1), so callers need no clamp of their
-// own before it.
-BIC_VECTOR_CLONES void gradientMapRow(const ci::KernelRow& row) {
-    const std::vector<std::uint8_t>& bytes = row.data(0);
-    const std::size_t entries = bytes.size() / (4 * sizeof(float));
-    if (entries == 0) {
-        std::fill(row.out, row.out + row.count * 4, 0.0f);
-        return;
-    }
-    const float last = float(entries - 1);
-    const float* in = row.samples[0];
-    // Where each pixel falls in the table (entry and fraction) and its clamped alpha, a loop
-    // the compiler vectorises; then the entries looked up one by one.
-    constexpr std::int64_t kChunk = 64;
+// Where a pixel falls in a table of straight RGBA float entries (entry and fraction) and its
+// clamped alpha: the image is read saturated (straight colour and alpha clamped to 0…1), so
+// callers need no clamp of their own. `channel(j, c)` is pixel j's premultiplied channel c; a
+// loop the compiler vectorises.
+struct TablePlaces {
+    static constexpr std::int64_t kChunk = 64;
     std::uint32_t index[kChunk];
     float fraction[kChunk], alphas[kChunk];
-    for (std::int64_t start = 0; start < row.count; start += kChunk) {
-        const std::int64_t n = std::min(kChunk, row.count - start);
-        const float* p = in + start * 4;
+
+    template <class Channel>
+    void locate(Channel&& channel, std::int64_t n, float last) {
         // Clamped as the vector minimum and maximum would: NaN becomes 0.
         auto clamp = [](float v) { return std::min(1.0f, std::max(0.0f, v)); };
         for (std::int64_t j = 0; j < n; ++j) {
-            const float a = p[4 * j + 3];
+            const float a = channel(j, 3);
             const float k = unpremultiplyScale(a);
-            const float value = kLumaRed * clamp(p[4 * j] * k) +
-                                kLumaGreen * clamp(p[4 * j + 1] * k) +
-                                kLumaBlue * clamp(p[4 * j + 2] * k);
+            const float value = kLumaRed * clamp(channel(j, 0) * k) +
+                                kLumaGreen * clamp(channel(j, 1) * k) +
+                                kLumaBlue * clamp(channel(j, 2) * k);
             const float x = clamp(value) * last;
             const auto whole = std::int32_t(x);
             index[j] = std::uint32_t(whole);
             fraction[j] = x - float(whole);
             alphas[j] = clamp(a);
         }
-        for (std::int64_t j = 0; j < n; ++j) {
-            // This entry and the next (the last entry again at the end).
-            const std::uint8_t* lo = bytes.data() + std::size_t(index[j]) * 16;
-            const std::uint8_t* hi =
-                bytes.data() + std::min<std::size_t>(index[j] + 1, entries - 1) * 16;
-            float* o = row.out + (start + j) * 4;
-#if defined(__SSE2__)
-            const __m128 e0 = _mm_loadu_ps(reinterpret_cast<const float*>(lo));
-            const __m128 e1 = _mm_loadu_ps(reinterpret_cast<const float*>(hi));
-            const __m128 c =
-                _mm_add_ps(e0, _mm_mul_ps(_mm_sub_ps(e1, e0), _mm_set1_ps(fraction[j])));
-            const __m128 alpha =
-                _mm_mul_ps(_mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 3, 3)), _mm_set1_ps(alphas[j]));
-            _mm_storeu_ps(o, _mm_mul_ps(c, alpha));
-            o[3] = _mm_cvtss_f32(alpha);
-#else
-            float e[8];
-            std::memcpy(e, lo, 16);
-            std::memcpy(e + 4, hi, 16);
-            const float t = fraction[j];
-            const float alpha = (e[3] + (e[7] - e[3]) * t) * alphas[j];
-            for (int c = 0; c < 3; ++c)
-                o[c] = (e[c] + (e[4 + c] - e[c]) * t) * alpha;
-            o[3] = alpha;
-#endif
-        }
     }
+
+    // The entries interpolated, their alpha scaled by the pixel's, premultiplied into `out`:
+    // two pixels per eight-lane vector, the colour scaled by its alpha stored before it.
+    void lookUp(const std::vector<std::uint8_t>& bytes, std::int64_t n, float* out) const {
+        using Quad = float __attribute__((vector_size(16)));
+        using Pair = float __attribute__((vector_size(32)));
+        using Lanes = std::int32_t __attribute__((vector_size(32)));
+        const std::size_t entries = bytes.size() / 16;
+        auto put = [&](std::int64_t j, std::int64_t step, std::size_t floats) {
+            Quad lo[2], hi[2];
+            for (int k = 0; k < 2; ++k) {
+                const std::uint32_t at = index[j + k * step];
+                std::memcpy(&lo[k], bytes.data() + std::size_t(at) * 16, 16);
+                // The last entry is its own successor.
+                std::memcpy(&hi[k], bytes.data() + std::min<std::size_t>(at + 1, entries - 1) * 16,
+                            16);
+            }
+            const Pair l = __builtin_shufflevector(lo[0], lo[1], 0, 1, 2, 3, 4, 5, 6, 7);
+            const Pair h = __builtin_shufflevector(hi[0], hi[1], 0, 1, 2, 3, 4, 5, 6, 7);
+            const float f0 = fraction[j], f1 = fraction[j + step];
+            const float a0 = alphas[j], a1 = alphas[j + step];
+            const Pair c = l + (h - l) * Pair{f0, f0, f0, f0, f1, f1, f1, f1};
+            const Pair alpha = __builtin_shuffle(c, Lanes{3, 3, 3, 3, 7, 7, 7, 7}) *
+                               Pair{a0, a0, a0, a0, a1, a1, a1, a1};
+            const Pair r = __builtin_shuffle(c * alpha, alpha, Lanes{0, 1, 2, 11, 4, 5, 6, 15});
+            std::memcpy(out + 4 * j, &r, sizeof(float) * floats);
+        };
+        std::int64_t j = 0;
+        for (; j + 2 <= n; j += 2)
+            put(j, 1, 8);
+        if (j < n) put(j, 0, 4); // an odd pixel at the end: computed twice, half stored
+    }
+};
+
+// Maps chunks of a row through the table in value 0; `locate(places, start, n)` places them.
+template <class Locate>
+void mapThroughTable(const ci::KernelRow& row, std::size_t table, Locate&& locate) {
+    const std::vector<std::uint8_t>& bytes = row.data(table);
+    const std::size_t entries = bytes.size() / (4 * sizeof(float));
+    if (entries == 0) {
+        std::fill(row.out, row.out + row.count * 4, 0.0f);
+        return;
+    }
+    const float last = float(entries - 1);
+    TablePlaces places;
+    for (std::int64_t start = 0; start < row.count; start += TablePlaces::kChunk) {
+        const std::int64_t n = std::min(TablePlaces::kChunk, row.count - start);
+        locate(places, start, n, last);
+        places.lookUp(bytes, n, row.out + start * 4);
+    }
+}
+
+// (image, table of straight RGBA float entries): the value picks a place in the table,
+// interpolated between neighbouring entries; the entry's alpha scales the pixel's.
+BIC_VECTOR_CLONES void gradientMapRow(const ci::KernelRow& row) {
+    mapThroughTable(row, 0,
+                    [&](TablePlaces& places, std::int64_t start, std::int64_t n, float last) {
+                        const float* p = row.samples[0] + start * 4;
+                        places.locate([p](std::int64_t j, int c) { return p[4 * j + c]; }, n, last);
+                    });
+}
+
+// ((cx, cy, r0, r1), table): the radial ramp from black to white mapped through the table, in
+// one pass and to the same bits as the ramp's image mapped by gradientMapRow.
+BIC_VECTOR_CLONES void radialGradientMapRow(const ci::KernelRow& row) {
+    mapThroughTable(
+        row, 1, [&](TablePlaces& places, std::int64_t start, std::int64_t n, float last) {
+            alignas(32) float levels[TablePlaces::kChunk];
+            ci::radialLevels(row, row.vector(0), start, n, levels);
+            // The ramp's pixel: black + (white − black) × level, opaque.
+            places.locate([&](std::int64_t j, int c) { return c == 3 ? 1.0f : levels[j]; }, n,
+                          last);
+        });
 }
 
 // (height image): the unit normal of the height field (x, y, 1 / 2 scaled by central
@@ -334,6 +372,14 @@ std::optional<ci::Image> colorMap(const ci::Image& image, std::vector<std::uint8
 std::optional<ci::Image> gradientMap(const ci::Image& image, std::vector<std::uint8_t> table) {
     static const ci::ColorKernel kernel("gradientMap_aa", gradientMapRow);
     return kernel.apply(image.extent(), {image, std::move(table)});
+}
+
+ci::Image radialGradientMap(cg::Point centre, double radius0, double radius1,
+                            std::vector<std::uint8_t> table) {
+    static const ci::ColorKernel kernel("radialGradientMap", radialGradientMapRow);
+    return *kernel.apply(
+        cg::Rect::infinite(),
+        {std::vector<double>{centre.x, centre.y, radius0, radius1}, std::move(table)});
 }
 
 std::optional<ci::Image> dotProduct(const ci::Image& image, std::vector<double> vector) {

@@ -27,6 +27,9 @@ std::optional<ci::Image> colorMap(const ci::Image& image, std::vector<std::uint8
                                   std::vector<std::uint8_t> green, std::vector<std::uint8_t> blue);
 /// Colours from a table of straight RGBA floats by the saturated image's value.
 std::optional<ci::Image> gradientMap(const ci::Image& image, std::vector<std::uint8_t> table);
+/// The same as gradientMap of the black-to-white radial ramp of that circle, in one pass.
+ci::Image radialGradientMap(cg::Point centre, double radius0, double radius1,
+                            std::vector<std::uint8_t> table);
 /// Grey: the colour's dot product with a three-component vector.
 std::optional<ci::Image> dotProduct(const ci::Image& image, std::vector<double> vector);
 /// The unit normals of the image read as a height field (reads one pixel around).

@@ -15,6 +15,7 @@
 #include <map>
 
 namespace bic::ci {
+
 namespace detail {
 
 namespace {
@@ -173,41 +174,23 @@ void linearGradientRow(const KernelRow& row) {
 
 // values: color0, color1, (cx, cy, r0, r1)
 BIC_VECTOR_CLONES void radialGradientRow(const KernelRow& row) {
-    const Vector& p = row.vector(2);
-    if (!row.place && p[3] != p[2]) {
-        float c0[4], c1[4];
-        premultiplied(row.color(0), c0);
-        premultiplied(row.color(1), c1);
-        float step[4];
-        for (int c = 0; c < 4; ++c)
-            step[c] = c1[c] - c0[c];
-        const double dy = double(row.y) + 0.5 - p[1];
-        const double dy2 = dy * dy, inner = p[2], span = p[3] - p[2];
-        // Chunks of levels, then of pixels: two loops the compiler vectorises. Whole numbers
-        // and halves are exact in doubles, so x + ½ + j is the pixel centre's x.
-        constexpr int kChunk = 64;
-        alignas(32) float levels[kChunk];
-        for (std::int64_t start = 0; start < row.count; start += kChunk) {
-            const int n = int(std::min<std::int64_t>(kChunk, row.count - start));
-            const double x0 = double(row.x + start) + 0.5;
-            for (int j = 0; j < n; ++j) {
-                const double dx = x0 + double(j) - p[0];
-                const double t = (std::sqrt(dx * dx + dy2) - inner) / span;
-                levels[j] = float(std::min(1.0, std::max(0.0, t)));
-            }
-            float* out = row.out + 4 * start;
-            for (int j = 0; j < n; ++j)
-                for (int c = 0; c < 4; ++c)
-                    out[4 * j + c] = c0[c] + step[c] * levels[j];
-        }
-        return;
+    float c0[4], c1[4];
+    premultiplied(row.color(0), c0);
+    premultiplied(row.color(1), c1);
+    float step[4];
+    for (int c = 0; c < 4; ++c)
+        step[c] = c1[c] - c0[c];
+    // Chunks of levels, then of pixels: two loops the compiler vectorises.
+    constexpr std::int64_t kChunk = 64;
+    alignas(32) float levels[kChunk];
+    for (std::int64_t start = 0; start < row.count; start += kChunk) {
+        const std::int64_t n = std::min(kChunk, row.count - start);
+        radialLevels(row, row.vector(2), start, n, levels);
+        float* out = row.out + 4 * start;
+        for (std::int64_t j = 0; j < n; ++j)
+            for (int c = 0; c < 4; ++c)
+                out[4 * j + c] = c0[c] + step[c] * levels[j];
     }
-    gradientRow(row, [&](double x, double y) {
-        // Image coordinates are far from overflow; sqrt is several times cheaper than hypot.
-        const double d = std::sqrt((x - p[0]) * (x - p[0]) + (y - p[1]) * (y - p[1]));
-        if (p[3] == p[2]) return d < p[2] ? 0.0 : 1.0;
-        return (d - p[2]) / (p[3] - p[2]);
-    });
 }
 
 // ---- Convolution

@@ -11,7 +11,10 @@
 #include "bic/platform/ci/color.hpp"
 #include "bic/platform/ci/filter.hpp"
 #include "bic/platform/ci/image.hpp"
+#include "bic/platform/ci/kernel.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <vector>
 
@@ -74,6 +77,33 @@ std::shared_ptr<Filter> sourceOverCompositingFilter();
 Image linearGradient(cg::Point point0, cg::Point point1, const Color& color0, const Color& color1);
 Image radialGradient(cg::Point center, double radius0, double radius1, const Color& color0,
                      const Color& color1);
+/// The radial ramp's level (0 at radius 0 … 1 at radius 1, clamped) of pixels `start` …
+/// `start + n − 1` of `row`, for the circle (cx, cy, radius0, radius1) in `p`: kernels that map
+/// the ramp at once compute it exactly as the ramp image does. Inline, so it vectorises in the
+/// caller's loop; `n` is a chunk, well below 2³¹.
+inline void radialLevels(const KernelRow& row, const std::vector<double>& p, std::int64_t start,
+                         std::int64_t n, float* __restrict levels) {
+    const double cx = p[0], cy = p[1], inner = p[2], span = p[3] - p[2];
+    if (row.place || span == 0) {
+        for (std::int64_t j = 0; j < n; ++j) {
+            const cg::Point q = row.position(start + j);
+            // Image coordinates are far from overflow; sqrt is several times cheaper than hypot.
+            const double d = std::sqrt((q.x - cx) * (q.x - cx) + (q.y - cy) * (q.y - cy));
+            const double t = span == 0 ? (d < inner ? 0.0 : 1.0) : (d - inner) / span;
+            levels[j] = float(std::min(1.0, std::max(0.0, t)));
+        }
+        return;
+    }
+    // Whole numbers and halves are exact in doubles, so x + ½ + j is the pixel centre's x.
+    const double dy = double(row.y) + 0.5 - cy, dy2 = dy * dy;
+    const double x0 = double(row.x + start) + 0.5;
+    // An int counter: its conversion to double vectorises, a 64-bit one's does not.
+    for (int j = 0; j < int(n); ++j) {
+        const double dx = x0 + double(j) - cx;
+        const double t = (std::sqrt(dx * dx + dy2) - inner) / span;
+        levels[j] = float(std::min(1.0, std::max(0.0, t)));
+    }
+}
 
 /// A Gaussian blur of standard deviation `sigma` (the image itself for σ ≤ 0).
 Image gaussianBlur(const Image& image, double sigma);
