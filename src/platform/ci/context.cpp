@@ -137,39 +137,55 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
             covered += source.area.w * source.area.h;
         constexpr std::int64_t rowsPerTask = 32;
         const std::int64_t tasks = (r.h + rowsPerTask - 1) / rowsPerTask;
-        // Each task copies from the sources its rows touch (a tall tiled canvas has hundreds).
-        auto sourcesOfTask = std::vector<std::vector<const DirectSource*>>(std::size_t(tasks));
+        // Each task copies from the sources its rows touch (a tall tiled canvas has hundreds),
+        // listed task after task in one array. Task rows run top first: image row y is task
+        // row r.maxY() − 1 − y.
+        auto rowsOf = [&](const DirectSource& source) {
+            return std::pair{r.maxY() - source.area.maxY(), r.maxY() - source.area.y};
+        };
+        std::vector<std::size_t> begin(std::size_t(tasks) + 1, 0);
         for (const DirectSource& source : *direct) {
             if (source.area.isEmpty()) continue;
-            // Task rows run top first: image row y is task row r.maxY() − 1 − y.
-            const std::int64_t top = r.maxY() - source.area.maxY();
-            const std::int64_t bottom = r.maxY() - 1 - source.area.y;
-            for (std::int64_t t = top / rowsPerTask; t <= bottom / rowsPerTask; ++t)
-                sourcesOfTask[std::size_t(t)].push_back(&source);
+            const auto [top, end] = rowsOf(source);
+            for (std::int64_t t = top / rowsPerTask; t <= (end - 1) / rowsPerTask; ++t)
+                ++begin[std::size_t(t) + 1];
+        }
+        for (std::size_t t = 0; t < std::size_t(tasks); ++t)
+            begin[t + 1] += begin[t];
+        std::vector<const DirectSource*> listed(begin.back());
+        std::vector<std::size_t> next(begin.begin(), begin.end() - 1);
+        for (const DirectSource& source : *direct) {
+            if (source.area.isEmpty()) continue;
+            const auto [top, end] = rowsOf(source);
+            for (std::int64_t t = top / rowsPerTask; t <= (end - 1) / rowsPerTask; ++t)
+                listed[next[std::size_t(t)]++] = &source;
         }
         forEach(tasks, options_.threads, [&](std::int64_t task) {
-            std::vector<std::uint8_t> scratch;
+            thread_local std::vector<std::uint8_t> scratch;
             const std::int64_t first = task * rowsPerTask;
             const std::int64_t last = std::min(r.h, first + rowsPerTask);
             // Rows of the destination, top first; uncovered pixels are transparent, all zeros.
-            auto row = [&](std::int64_t y) {
-                return d.bytes_ + flippedRow(py + (y - r.y), d.height_) * d.rowBytes_ + px * bpp;
+            auto row = [&](std::int64_t i) {
+                return d.bytes_ + (flippedRow(py, d.height_) - r.h + 1 + i) * d.rowBytes_ +
+                       px * bpp;
             };
             if (covered != r.w * r.h)
                 for (std::int64_t i = first; i < last; ++i)
-                    std::memset(row(flippedRow(i, r.maxY())), 0, std::size_t(r.w * bpp));
-            for (const DirectSource* source : sourcesOfTask[std::size_t(task)]) {
-                const BitmapNode& b = *source->bitmap;
-                const IRect& a = source->area;
-                if (b.snapshot) scratch.resize(std::size_t(a.w * bpp));
+                    std::memset(row(i), 0, std::size_t(r.w * bpp));
+            for (std::size_t k = begin[std::size_t(task)]; k < begin[std::size_t(task) + 1]; ++k) {
+                const DirectSource& source = *listed[k];
+                const BitmapNode& b = *source.bitmap;
+                const IRect& a = source.area;
+                const auto [top, end] = rowsOf(source);
+                const std::size_t bytes = std::size_t(a.w * bpp);
+                if (b.snapshot && scratch.size() < bytes) scratch.resize(bytes);
                 b.withRows([&](auto rowAt) {
-                    for (std::int64_t i = first; i < last; ++i) {
-                        const std::int64_t y = flippedRow(i, r.maxY()); // image row, top first
-                        if (y < a.y || y >= a.maxY()) continue;
-                        std::memmove(row(y) + (a.x - r.x) * bpp,
-                                     rowAt(flippedRow(y - source->dy, b.height), a.x - source->dx,
+                    for (std::int64_t i = std::max(first, top); i < std::min(last, end); ++i) {
+                        const std::int64_t y = flippedRow(i, r.maxY()); // image row
+                        std::memmove(row(i) + (a.x - r.x) * bpp,
+                                     rowAt(flippedRow(y - source.dy, b.height), a.x - source.dx,
                                            a.w, scratch.data()),
-                                     std::size_t(a.w * bpp));
+                                     bytes);
                     }
                 });
             }

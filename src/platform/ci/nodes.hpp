@@ -44,6 +44,14 @@ struct BitmapNode final : Node {
             return;
         }
         const io::SurfaceSnapshot::Reader reader(*snapshot);
+        if (const std::uint8_t* memory = reader.unchangedMemory()) {
+            // The common case, a surface not written since: its rows in place, no call a row.
+            const std::int64_t stride = snapshot->bytesPerRow();
+            use([&](std::int64_t row, std::int64_t x, std::int64_t, std::uint8_t*) {
+                return memory + row * stride + x * bytesPerPixel(format);
+            });
+            return;
+        }
         use([&](std::int64_t row, std::int64_t x, std::int64_t count, std::uint8_t* scratch) {
             return reader.row(row, x, count, scratch);
         });

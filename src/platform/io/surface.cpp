@@ -287,6 +287,12 @@ SurfaceSnapshot::Reader::Reader(const SurfaceSnapshot& snapshot) : snapshot_(sna
 
 SurfaceSnapshot::Reader::~Reader() { snapshot_.frozen_->mutex.unlock_shared(); }
 
+const std::uint8_t* SurfaceSnapshot::Reader::unchangedMemory() const {
+    return snapshot_.frozen_->count.load(std::memory_order_relaxed) == 0
+               ? snapshot_.surface_->memory_
+               : nullptr;
+}
+
 const std::uint8_t* SurfaceSnapshot::Reader::row(std::int64_t row, std::int64_t x,
                                                  std::int64_t count, std::uint8_t* scratch) const {
     const Surface& s = *snapshot_.surface_;

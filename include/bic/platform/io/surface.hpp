@@ -135,6 +135,7 @@ public:
     std::int64_t width() const { return surface_->width(); }
     std::int64_t height() const { return surface_->height(); }
     std::int64_t bytesPerElement() const { return surface_->bytesPerElement(); }
+    std::int64_t bytesPerRow() const { return surface_->bytesPerRow(); }
     std::uint32_t pixelFormat() const { return surface_->pixelFormat(); }
     /// The surface it was taken of, and that surface's seed at the time.
     std::uint32_t surfaceID() const { return surface_->id(); }
@@ -153,6 +154,10 @@ public:
         /// valid while the reader lives and `scratch` is not reused.
         const std::uint8_t* row(std::int64_t row, std::int64_t x, std::int64_t count,
                                 std::uint8_t* scratch) const;
+        /// The surface's memory when no block has been taken over since the snapshot: then
+        /// every row is read in place (no writer can take one over while the reader lives).
+        /// Null otherwise.
+        const std::uint8_t* unchangedMemory() const;
 
     private:
         const SurfaceSnapshot& snapshot_;
