@@ -126,29 +126,55 @@ bool blendingRangesAreDefault(const std::vector<std::uint8_t>& ranges) {
     return true;
 }
 
-// The paint of a gradient fill over `box` (document coordinates).
-std::optional<ci::Image> gradientImage(const GradientFill& fill, const DocumentRect& box,
+// The box a gradient fill aligned with its layer spans: the outline of the layer's vector mask
+// (a shape's own rectangle, without the anti-aliased margin its pixels add), else the layer's
+// bounds; image coordinates.
+std::optional<cg::Rect> alignmentBox(const DocumentLayer& layer,
+                                     const DocumentCompositeSettings& s) {
+    for (const TaggedBlock& block : layer.blocks) {
+        if (block.key != "vmsk" && block.key != "vsms") continue;
+        const auto vector = readVectorMask(block.bytes, s.width, s.height);
+        if (!vector || vector->disabled) break;
+        double x0 = INFINITY, y0 = INFINITY, x1 = -INFINITY, y1 = -INFINITY;
+        for (const Path::Subpath& subpath : vector->outline.subpaths)
+            for (const Path::Point& point : subpath.points)
+                for (const cg::Point q :
+                     {point.position, point.controlPoint[0], point.controlPoint[1]}) {
+                    x0 = std::min(x0, q.x), x1 = std::max(x1, q.x);
+                    y0 = std::min(y0, q.y), y1 = std::max(y1, q.y);
+                }
+        // Rows counted from the top become image y, which grows upwards.
+        if (x1 > x0 && y1 > y0) return cg::Rect(x0, double(s.height) - y1, x1 - x0, y1 - y0);
+        break;
+    }
+    if (layer.bounds.isEmpty()) return std::nullopt;
+    return s.imageRect(layer.bounds);
+}
+
+// The paint of a gradient fill over `r` (image coordinates).
+std::optional<ci::Image> gradientImage(const GradientFill& fill, const cg::Rect& r,
                                        const DocumentCompositeSettings& s) {
-    if (!fill.gradient || box.isEmpty()) return std::nullopt;
+    if (!fill.gradient || r.isEmpty()) return std::nullopt;
     ColorGradient gradient = *fill.gradient;
     if (fill.reverse) gradient.reverse();
-    const cg::Rect r = s.imageRect(box);
     const double w = r.size.width, h = r.size.height;
     // The offset is a fraction of the box, with y down as the file measures it.
     const cg::Point centre{r.origin.x + w / 2 + fill.offsetX * w,
                            r.origin.y + h / 2 - fill.offsetY * h};
     const double radians = fill.angle * M_PI / 180;
     const cg::Vector direction{std::cos(radians), std::sin(radians)};
-    // The ramp spans the box's extent along the direction, times the scale.
-    const double length =
-        (std::abs(w * direction.dx) + std::abs(h * direction.dy)) * std::max(fill.scale, 1e-6);
+    // The ramp spans the chord that the line through the centre at the angle cuts from the box,
+    // times the scale: away from right angles the corners lie beyond its ends, in the end
+    // colours (measured on the application's stored fills).
+    const double across = std::abs(direction.dx) > 1e-12 ? w / std::abs(direction.dx) : INFINITY;
+    const double upwards = std::abs(direction.dy) > 1e-12 ? h / std::abs(direction.dy) : INFINITY;
+    const double length = std::min(across, upwards) * std::max(fill.scale, 1e-6);
     const auto along = [&](double t) {
         return cg::Point{centre.x + direction.dx * length * t,
                          centre.y + direction.dy * length * t};
     };
     cg::Point from = centre, to = along(0.5);
     if (fill.type == GradientType::linear) from = along(-0.5);
-    if (fill.type == GradientType::angle) to = along(0.5);
     const std::optional<int> dither =
         fill.dither ? std::optional<int>(s.bitDepth == 8 ? 256 : 65536) : std::nullopt;
     return gradient.image(fill.type, from, to, true, dither);
@@ -505,11 +531,10 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
                 ci::Image::constant({c.redComponent, c.greenComponent, c.blueComponent, 1})
                     .cropped(s.extent());
         } else if (layer.kind == LayerKind::gradientFill && layer.gradientFill) {
-            const DocumentRect document{0, 0, std::int32_t(s.height), std::int32_t(s.width)};
-            const DocumentRect box = layer.gradientFill->alignWithLayer && !layer.bounds.isEmpty()
-                                         ? layer.bounds
-                                         : document;
-            if (auto paint = gradientImage(*layer.gradientFill, box, s)) {
+            std::optional<cg::Rect> box;
+            if (layer.gradientFill->alignWithLayer) box = alignmentBox(layer, s);
+            if (!box) box = s.extent();
+            if (auto paint = gradientImage(*layer.gradientFill, *box, s)) {
                 node->fill_ = paint->cropped(s.extent());
                 if (layer.gradientFill->dither)
                     approximate(at, layer, "the gradient's dither pattern is the library's own");
