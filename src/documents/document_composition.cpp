@@ -309,9 +309,8 @@ struct DocumentCompositor {
                               .translated(r.origin.x, r.origin.y);
             image = image.composited(outside);
             if (mask.feather > 0)
-                image =
-                    ci::gaussianBlur(image.clamped(r.insetBy(-3 * mask.feather, -3 * mask.feather)),
-                                     mask.feather / 2);
+                image = ci::gaussianBlur(
+                    image.clamped(r.insetBy(-3 * mask.feather, -3 * mask.feather)), mask.feather);
         }
         if (mask.density < 1) {
             // Density lifts what the mask hides: m' = 1 − density·(1 − m).
@@ -506,10 +505,16 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
             DocumentLayerNode::Mask mask;
             mask.rect = rect;
             mask.defaultLevel = defaultColor / 255.0;
-            if (id == userMaskChannel && layer.mask->parameters) {
+            if (layer.mask->parameters) {
+                // The user mask channel holds the vector mask's drawing when the file carries
+                // it drawn (the pixel mask is then the real user mask): each takes its own
+                // density and feather.
                 const MaskParameters& p = *layer.mask->parameters;
-                if (p.userMaskDensity) mask.density = *p.userMaskDensity / 255.0;
-                if (p.userMaskFeather) mask.feather = std::max(0.0, *p.userMaskFeather);
+                const bool drawing = id == userMaskChannel && vectorMaskIsStored(layer);
+                const auto density = drawing ? p.vectorMaskDensity : p.userMaskDensity;
+                const auto feather = drawing ? p.vectorMaskFeather : p.userMaskFeather;
+                if (density) mask.density = *density / 255.0;
+                if (feather) mask.feather = std::max(0.0, *feather);
             }
             if (const SamplePlane* plane = planeOfSize(layer.channel(id), rect, s.bitDepth))
                 mask.samples = std::make_shared<std::vector<std::uint8_t>>(plane->bytes());
@@ -557,7 +562,7 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
         // A shape (a fill whose vector mask outlines it) is painted through the outline's
         // coverage, which its stored pixels carry in their transparency, anti-aliased as the
         // application drew it. Other vector masks are drawn here.
-        if (node->fill_ && layer.hasVectorMask && node->pixels_) {
+        if (node->fill_ && layer.hasVectorMask && node->pixels_ && !vectorMaskIsStored(layer)) {
             node->fill_ = bic_masked(node->fill_->cropped(s.imageRect(layer.bounds)),
                                      bic_maskFromTransparency(node->storedPixels()));
         } else if (layer.hasVectorMask && !vectorMaskIsStored(layer)) {
