@@ -3,9 +3,9 @@
 //
 // Every image is a tree of immutable nodes. Rendering asks the root for the premultiplied RGBA
 // float pixels of an integer rectangle; each node asks its inputs for just the rectangle it
-// needs (its region of interest) into tile-sized scratch buffers, so chains of per-pixel work
-// stay in cache and no full-size intermediate is ever made. Virtual calls happen per node and
-// tile, never per pixel.
+// needs (its region of interest) into scratch buffers of at most a tile (per-pixel kernels ask in
+// strips of a few rows), so chains of per-pixel work stay in cache and no full-size intermediate
+// is ever made. Virtual calls happen per node and strip, never per pixel.
 
 #include "bic/platform/cg/affine_transform.hpp"
 #include "bic/platform/cg/rect.hpp"
