@@ -198,8 +198,9 @@ void forEachStrip(const IRect& r, std::int64_t pixels, F&& f) {
     }
 }
 
-/// Pixels per strip: two 32 KB float buffers stay in a core's second-level cache.
-inline constexpr std::int64_t kStripPixels = 2048;
+/// Pixels per strip: a chain's 128 KB float buffers stay in a core's second-level cache, and
+/// deep trees of small layers pay their per-call costs a few times a tile, not dozens.
+inline constexpr std::int64_t kStripPixels = 8192;
 
 /// Renders `node` over `r` into a new scratch lease of r.w × r.h pixels.
 inline Scratch::Lease renderToScratch(const Node& node, const IRect& r, Scratch& s) {
