@@ -135,16 +135,11 @@ std::optional<cg::Rect> alignmentBox(const DocumentLayer& layer,
         if (block.key != "vmsk" && block.key != "vsms") continue;
         const auto vector = readVectorMask(block.bytes, s.width, s.height);
         if (!vector || vector->disabled) break;
-        double x0 = INFINITY, y0 = INFINITY, x1 = -INFINITY, y1 = -INFINITY;
-        for (const Path::Subpath& subpath : vector->outline.subpaths)
-            for (const Path::Point& point : subpath.points)
-                for (const cg::Point q :
-                     {point.position, point.controlPoint[0], point.controlPoint[1]}) {
-                    x0 = std::min(x0, q.x), x1 = std::max(x1, q.x);
-                    y0 = std::min(y0, q.y), y1 = std::max(y1, q.y);
-                }
+        const cg::Rect outline = vector->outline.cgPath().boundingBox();
         // Rows counted from the top become image y, which grows upwards.
-        if (x1 > x0 && y1 > y0) return cg::Rect(x0, double(s.height) - y1, x1 - x0, y1 - y0);
+        if (!outline.isNull() && !outline.isEmpty())
+            return cg::Rect(outline.minX(), double(s.height) - outline.maxY(), outline.width(),
+                            outline.height());
         break;
     }
     if (layer.bounds.isEmpty()) return std::nullopt;
