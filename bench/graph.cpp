@@ -90,33 +90,37 @@ void FullRenderIntoMemoryAccumulator(benchmark::State& state) {
         canvas->setImage(picture4096(), canvas->extent());
 }
 
-// A canvas of 400 tiles a side of 100, and a memory accumulator with the same pixels.
-constexpr double kTallHeight = 40000;
+// A column of tiles a side of 100, `state.range(0)` pixels tall, and a memory accumulator with
+// the same pixels. At 40,000 rows the memory accumulator's bitmap and the destination together
+// just fit this machine's 32 MB last-level cache and the tiles' rows, padded to 64 bytes, just
+// do not; at 30,000 rows both fit and at 80,000 neither does, which shows the engine's own cost.
+cg::Rect tallExtent(const benchmark::State& state) {
+    return cg::Rect(0, 0, 100, double(state.range(0)));
+}
 
 const ci::Image& tallPicture() {
-    static const ci::Image image =
-        picture4096().clampedToExtent().cropped(cg::Rect(0, 0, 100, kTallHeight));
+    static const ci::Image image = picture4096().clampedToExtent();
     return image;
 }
 
 void TiledReadback(benchmark::State& state) {
+    const cg::Rect extent = tallExtent(state);
     TiledImageAccumulator<PixelARGB8> canvas(100);
-    canvas.setImage(tallPicture(), cg::Rect(0, 0, 100, kTallHeight));
-    std::vector<std::uint8_t> bytes(std::size_t(100 * kTallHeight * 4));
+    canvas.setImage(tallPicture().cropped(extent), extent);
+    std::vector<std::uint8_t> bytes(std::size_t(extent.width() * extent.height() * 4));
     for (auto _ : state)
-        ci::Context::shared()->render(canvas.image(), bytes.data(), 400,
-                                      cg::Rect(0, 0, 100, kTallHeight), ci::Format::ARGB8);
+        ci::Context::shared()->render(canvas.image(), bytes.data(), 400, extent, ci::Format::ARGB8);
     state.counters["tiles"] = double(canvas.tiles().size());
 }
 
 void MemoryReadback(benchmark::State& state) {
-    auto canvas = MemoryImageAccumulator<PixelARGB8>::make(cg::Rect(0, 0, 100, kTallHeight));
-    canvas->setImage(tallPicture(), canvas->extent());
-    std::vector<std::uint8_t> bytes(std::size_t(100 * kTallHeight * 4));
+    const cg::Rect extent = tallExtent(state);
+    auto canvas = MemoryImageAccumulator<PixelARGB8>::make(extent);
+    canvas->setImage(tallPicture().cropped(extent), extent);
+    std::vector<std::uint8_t> bytes(std::size_t(extent.width() * extent.height() * 4));
     const ci::Image image = canvas->image();
     for (auto _ : state)
-        ci::Context::shared()->render(image, bytes.data(), 400, cg::Rect(0, 0, 100, kTallHeight),
-                                      ci::Format::ARGB8);
+        ci::Context::shared()->render(image, bytes.data(), 400, extent, ci::Format::ARGB8);
 }
 
 // One 256 × 256 read of the node's output on the main thread, timed alone; with `busy`, while
@@ -169,8 +173,12 @@ GRAPH_BENCH(DirtyRectDirect, "dirty_256_on_16384_canvas/peer:direct_render");
 GRAPH_BENCH(FullRenderThroughCacheNode, "full_4096_through_cache_node");
 GRAPH_BENCH(FullRenderIntoMemoryAccumulator,
             "full_4096_through_cache_node/peer:memory_accumulator");
-GRAPH_BENCH(TiledReadback, "readback_400_tiles_100x40000");
-GRAPH_BENCH(MemoryReadback, "readback_400_tiles_100x40000/peer:memory_accumulator");
+GRAPH_BENCH(TiledReadback, "readback_300_tiles_100x30000")->Arg(30000);
+GRAPH_BENCH(MemoryReadback, "readback_300_tiles_100x30000/peer:memory_accumulator")->Arg(30000);
+GRAPH_BENCH(TiledReadback, "readback_400_tiles_100x40000")->Arg(40000);
+GRAPH_BENCH(MemoryReadback, "readback_400_tiles_100x40000/peer:memory_accumulator")->Arg(40000);
+GRAPH_BENCH(TiledReadback, "readback_800_tiles_100x80000")->Arg(80000);
+GRAPH_BENCH(MemoryReadback, "readback_800_tiles_100x80000/peer:memory_accumulator")->Arg(80000);
 BENCHMARK_CAPTURE(ReadDuringRender, busy, true)
     ->Name("read_256_during_6000_rerender")
     ->Unit(benchmark::kMillisecond)

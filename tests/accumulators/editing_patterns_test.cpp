@@ -128,4 +128,13 @@ TEST(TiledImageAccumulator, ReadsBackFromOnlyTheTilesARectangleTouches) {
         // Through the general path too (a kernel on top reads the tiles it needs).
         EXPECT_EQ(bytes(blurred(tiled.image(), 1), area), bytes(blurred(memory->image(), 1), area));
     }
+    // The whole canvas copied as bytes equals the picture rendered through the general path,
+    // here into rows that are not a whole number of pixels long and start off any alignment.
+    const std::int64_t rowBytes = 100 * 4 + 3;
+    std::vector<std::uint8_t> odd(std::size_t(rowBytes * 40000 + 1)), reference = odd;
+    ci::Context::shared()->render(tiled.image(), odd.data() + 1, rowBytes, extent,
+                                  ci::Format::ARGB8);
+    ci::Context::shared()->render(picture, reference.data() + 1, rowBytes, extent,
+                                  ci::Format::ARGB8);
+    EXPECT_EQ(odd, reference);
 }
