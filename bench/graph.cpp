@@ -91,9 +91,10 @@ void FullRenderIntoMemoryAccumulator(benchmark::State& state) {
 }
 
 // A column of tiles a side of 100, `state.range(0)` pixels tall, and a memory accumulator with
-// the same pixels. At 40,000 rows the memory accumulator's bitmap and the destination together
-// just fit this machine's 32 MB last-level cache and the tiles' rows, padded to 64 bytes, just
-// do not; at 30,000 rows both fit and at 80,000 neither does, which shows the engine's own cost.
+// the same pixels. A copy this size is bound by the memory hierarchy, so three heights: at
+// 30,000 rows source and destination both fit a 32 MB last-level cache, at 40,000 the memory
+// accumulator's bitmap and the destination just fit and the tiles' rows (padded to 64 bytes) do
+// not, at 80,000 neither does.
 cg::Rect tallExtent(const benchmark::State& state) {
     return cg::Rect(0, 0, 100, double(state.range(0)));
 }
