@@ -44,7 +44,89 @@ double finite(std::optional<double> v, double fallback) {
     return v && std::isfinite(*v) ? *v : fallback;
 }
 
+// One channel of a gradient's stops: a value, its location and the midpoint of the segment
+// that ends at it.
+struct Knot {
+    double location, value, midPoint;
+};
+
+// The smooth curve through `knots` at `t` (see smoothedGradient).
+double smoothValue(const std::vector<Knot>& knots, double t) {
+    const std::size_t n = knots.size();
+    if (t <= knots.front().location) return knots.front().value;
+    if (t >= knots.back().location) return knots.back().value;
+    std::size_t i = 0;
+    while (i + 2 < n && t > knots[i + 1].location)
+        ++i;
+    const Knot &a = knots[i], &b = knots[i + 1];
+    const double span = b.location - a.location;
+    if (!(span > 0)) return b.value;
+    auto slope = [&](std::size_t k) {
+        if (k == 0 || k == n - 1) {
+            const Knot &p = knots[k == 0 ? 0 : n - 2], &q = knots[k == 0 ? 1 : n - 1];
+            const double d = q.location - p.location;
+            return d > 0 ? 0.5 * (q.value - p.value) / d : 0.0;
+        }
+        const double d = knots[k + 1].location - knots[k - 1].location;
+        return d > 0 ? (knots[k + 1].value - knots[k - 1].value) / d : 0.0;
+    };
+    // The midpoint moves the segment's half-way point, as in the straight form.
+    const double u = (t - a.location) / span, m = b.midPoint;
+    const double v = u < m ? 0.5 * u / m : 0.5 + 0.5 * (u - m) / (1 - m);
+    const double v2 = v * v, v3 = v2 * v;
+    const double cubic = (2 * v3 - 3 * v2 + 1) * a.value + (v3 - 2 * v2 + v) * span * slope(i) +
+                         (3 * v2 - 2 * v3) * b.value + (v3 - v2) * span * slope(i + 1);
+    return std::clamp(cubic, std::min(a.value, b.value), std::max(a.value, b.value));
+}
+
 } // namespace
+
+ColorGradient smoothedGradient(const ColorGradient& gradient, double smoothness) {
+    smoothness = std::isfinite(smoothness) ? std::clamp(smoothness, 0.0, 1.0) : 0.0;
+    if (smoothness == 0) return gradient;
+    const auto& colors = gradient.colorStops();
+    const auto& opacities = gradient.opacityStops();
+    std::vector<Knot> channels[4];
+    for (const ColorStop& stop : colors) {
+        channels[0].push_back({stop.location, stop.color.red(), stop.midPoint});
+        channels[1].push_back({stop.location, stop.color.green(), stop.midPoint});
+        channels[2].push_back({stop.location, stop.color.blue(), stop.midPoint});
+    }
+    for (const OpacityStop& stop : opacities)
+        channels[3].push_back({stop.location, stop.opacity, stop.midPoint});
+
+    // The curve sampled finely, and at every stop so that no corner is cut.
+    constexpr int samples = 512;
+    std::vector<double> places;
+    for (int k = 0; k <= samples; ++k)
+        places.push_back(double(k) / samples);
+    for (const ColorStop& stop : colors)
+        places.push_back(stop.location);
+    for (const OpacityStop& stop : opacities)
+        places.push_back(stop.location);
+    std::sort(places.begin(), places.end());
+    places.erase(
+        std::unique(places.begin(), places.end(), [](double a, double b) { return b - a < 1e-9; }),
+        places.end());
+
+    auto mix = [&](double straight, double smooth) {
+        return straight + smoothness * (smooth - straight);
+    };
+    std::vector<ColorStop> colorStops;
+    std::vector<OpacityStop> opacityStops;
+    for (const double t : places) {
+        const PixelRGBA32 straight = gradient.colorAtLocation(t);
+        colorStops.emplace_back(
+            PixelRGBA32(float(mix(straight.red(), smoothValue(channels[0], t))),
+                        float(mix(straight.green(), smoothValue(channels[1], t))),
+                        float(mix(straight.blue(), smoothValue(channels[2], t))), 1.0f),
+            t);
+        opacityStops.emplace_back(mix(gradient.opacityAtLocation(t), smoothValue(channels[3], t)),
+                                  t);
+    }
+    auto smoothed = ColorGradient::make(std::move(colorStops), std::move(opacityStops));
+    return smoothed ? *smoothed : gradient;
+}
 
 std::optional<PixelRGBA32> colorFromDescriptor(const Descriptor& c) {
     if (c.classId == "RGBC") {

@@ -184,6 +184,45 @@ TEST(FillContent, NoiseGradientsAndUnknownGeometriesHaveNoStops) {
         "null", 1, [](BigEndian& b) { b.id("Type").chars("enum").id("GrdT").id("Spir"); })));
 }
 
+TEST(FillContent, SmoothGradientsHoldTheirPeaksAndStayWithinEachSegment) {
+    // Grey 0.2 → 1 → 0.6 → 0 with an opacity dip: the middle stops are a peak and a slope.
+    const auto grey = [](float v) { return PixelRGBA32(v, v, v, 1); };
+    const ColorGradient g =
+        *ColorGradient::make({{grey(0.2f), 0}, {grey(1), 0.4}, {grey(0.6f), 0.7}, {grey(0), 1}},
+                             {{1, 0}, {0.5, 0.5}, {1, 1}});
+    const ColorGradient straight = smoothedGradient(g, 0);
+    const ColorGradient smooth = smoothedGradient(g, 1);
+    const ColorGradient half = smoothedGradient(g, 0.5);
+    EXPECT_EQ(straight.colorStops(), g.colorStops()) << "smoothness 0 is the midpoint rule";
+    double previous = 0;
+    for (int k = 0; k <= 1000; ++k) {
+        const double t = k / 1000.0;
+        const double v = smooth.colorAtLocation(t).red(), line = g.colorAtLocation(t).red();
+        SCOPED_TRACE(t);
+        // Within each segment's two values: no overshoot past the peak or below the end.
+        const double low = t <= 0.4 ? 0.2 : t <= 0.7 ? 0.6 : 0, high = t <= 0.7 ? 1 : 0.6;
+        EXPECT_TRUE(v >= low - 1e-6 && v <= high + 1e-6) << v;
+        // Rising up to the peak and falling after it, as the stops do.
+        const double step = v - previous;
+        EXPECT_TRUE(k == 0 || (t <= 0.4 ? step >= -1e-6 : step <= 1e-6)) << step;
+        previous = v;
+        EXPECT_NEAR(half.colorAtLocation(t).red(), (v + line) / 2, 1e-3);
+        EXPECT_TRUE(smooth.opacityAtLocation(t) >= 0.5 - 1e-6 && smooth.opacityAtLocation(t) <= 1);
+    }
+    // The stops keep their values; beside the peak the curve is flatter than the straight line
+    // (the peak's slope is that between its neighbours), and the slope stop is crossed smoothly.
+    for (const double t : {0.0, 0.4, 0.7, 1.0})
+        EXPECT_NEAR(smooth.colorAtLocation(t).red(), g.colorAtLocation(t).red(), 1e-6);
+    EXPECT_GT(smooth.colorAtLocation(0.45).red(), g.colorAtLocation(0.45).red() + 0.01);
+    EXPECT_GT(smooth.colorAtLocation(0.35).red(), g.colorAtLocation(0.35).red() + 0.01);
+    const double before = smooth.colorAtLocation(0.69).red() - smooth.colorAtLocation(0.68).red();
+    const double after = smooth.colorAtLocation(0.72).red() - smooth.colorAtLocation(0.71).red();
+    // The slope there is the line's between its neighbours: (0 − 1) / (1 − 0.4) a unit.
+    EXPECT_NEAR(before / 0.01, -1 / 0.6, 0.25);
+    EXPECT_NEAR(after / 0.01, -1 / 0.6, 0.25);
+    EXPECT_NEAR(smooth.opacityAtLocation(0.5), 0.5, 1e-6);
+}
+
 } // namespace
 } // namespace bic
 

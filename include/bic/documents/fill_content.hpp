@@ -44,6 +44,14 @@ struct GradientFill {
     friend bool operator==(const GradientFill&, const GradientFill&) = default;
 };
 
+/// `gradient` as a gradient fill draws it at `smoothness` (0…1): at 0 the midpoint rule's
+/// straight segments; at 1 a cubic through the stops whose slope at a stop is that of the line
+/// between its neighbours (half the first and last segments' slopes at the ends), kept within
+/// each segment's two values, so a stop that is a peak or a valley holds its value instead of
+/// overshooting it; between the two, a mix. Midpoints reshape each segment as the midpoint rule
+/// does. The result is a many-stop gradient that follows the curve to a fraction of a level.
+ColorGradient smoothedGradient(const ColorGradient& gradient, double smoothness);
+
 /// The colour a colour descriptor ("RGBC", "Grsc", "HSBC") holds, straight on 0…1; nothing for
 /// other colour models. Exposed for the fills' readers and their tests.
 struct Descriptor;
