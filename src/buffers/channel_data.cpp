@@ -293,6 +293,16 @@ void requireCodedBytes(ChannelDataCompressionType compression, std::size_t coded
 } // namespace
 
 template <ComponentTypeProtocol T>
+void ChannelData<T>::requireCodedBytesFor(std::int64_t width, std::int64_t height) const {
+    precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
+    // The size comes from stored data too: one that no plane can have is refused.
+    if (height > 0 &&
+        width > std::numeric_limits<std::int64_t>::max() / std::int64_t(sizeof(T)) / height)
+        throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
+    requireCodedBytes(compressionType, data.size(), std::size_t(width * height) * sizeof(T));
+}
+
+template <ComponentTypeProtocol T>
 void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
                                 std::span<std::uint8_t> out) const {
     precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
@@ -342,13 +352,8 @@ void ChannelData<T>::decodeInto(std::int64_t width, std::int64_t height,
 template <ComponentTypeProtocol T>
 void ChannelData<T>::decompress(std::int64_t width, std::int64_t height) {
     precondition(dataIsBigEndian, "A channel plane must be big-endian to be decompressed.");
-    precondition(width >= 0 && height >= 0, "A channel plane's size cannot be negative.");
-    // The size comes from stored data too: one that no plane can have is refused.
-    constexpr std::int64_t sampleBytes = sizeof(T);
-    if (height > 0 && width > std::numeric_limits<std::int64_t>::max() / sampleBytes / height)
-        throw ImageCoreError(ImageCoreError::fileReadCorruptedDataError);
-    const std::size_t size = std::size_t(width * height * sampleBytes);
-    requireCodedBytes(compressionType, data.size(), size);
+    requireCodedBytesFor(width, height);
+    const std::size_t size = std::size_t(width * height) * sizeof(T);
     std::vector<std::uint8_t> plain = zeroedBuffer(size);
     decodeInto(width, height, plain);
     data = std::move(plain);

@@ -517,7 +517,7 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
                 if (feather) mask.feather = std::max(0.0, *feather);
             }
             if (const SamplePlane* plane = planeOfSize(layer.channel(id), rect, s.bitDepth))
-                mask.samples = std::make_shared<std::vector<std::uint8_t>>(plane->bytes());
+                mask.samples = std::make_shared<ByteBuffer>(plane->bytes());
             node->masks_.push_back(std::move(mask));
         };
         if (layer.mask && !layer.mask->isDisabled())

@@ -21,7 +21,7 @@ SamplePlane::SamplePlane(std::int64_t width, std::int64_t height, int bitDepth)
 }
 
 SamplePlane::SamplePlane(std::int64_t width, std::int64_t height, int bitDepth,
-                         std::vector<std::uint8_t> hostOrderBytes)
+                         ByteBuffer hostOrderBytes)
     : width_(width), height_(height), bitDepth_(bitDepth), bytes_(std::move(hostOrderBytes)) {
     precondition(width >= 0 && height >= 0, "A sample plane's size cannot be negative.");
     precondition(bitDepth == 8 || bitDepth == 16 || bitDepth == 32, "Unsupported bit depth.");

@@ -43,13 +43,12 @@ SamplePlane decodeTyped(std::span<const std::uint8_t> data, std::vector<std::int
         if (data.size() < size)
             corrupt("raw data holds " + std::to_string(data.size()) + " bytes, " +
                     std::to_string(size) + " needed");
-        plane.data.assign(data.begin(), data.begin() + std::ptrdiff_t(size));
+        data = data.first(size);
         break;
     }
     case ChannelCompression::rle:
         plane.compressionType = ChannelDataCompressionType::rle;
         plane.scanlineByteCounts = std::move(counts);
-        plane.data.assign(data.begin(), data.end());
         break;
     case ChannelCompression::zip:
     case ChannelCompression::zipPredicted:
@@ -57,11 +56,16 @@ SamplePlane decodeTyped(std::span<const std::uint8_t> data, std::vector<std::int
         plane.predictionType = compression == ChannelCompression::zipPredicted
                                    ? PredictionType::sub
                                    : PredictionType::none;
-        plane.data.assign(data.begin(), data.end());
         break;
     }
+    plane.data.assign(data.begin(), data.end());
+    ByteBuffer samples;
     try {
-        plane.decompress(width, height);
+        // Sized from the coded bytes first: a plane the data cannot fill is refused before its
+        // memory is asked for.
+        plane.requireCodedBytesFor(width, height);
+        samples.resize(std::size_t(width * height) * sizeof(T));
+        plane.decodeInto(width, height, samples);
     } catch (const coding::CompressionError& e) {
         // The coder's sentence, as a clause of ours.
         std::string text = e.what();
@@ -73,7 +77,7 @@ SamplePlane decodeTyped(std::span<const std::uint8_t> data, std::vector<std::int
                 std::to_string(width) + " × " + std::to_string(height) + " samples of " +
                 std::to_string(bitDepth) + " bits");
     }
-    return SamplePlane(width, height, bitDepth, std::move(plane.data));
+    return SamplePlane(width, height, bitDepth, std::move(samples));
 }
 
 } // namespace
@@ -595,9 +599,8 @@ void readComposite(ByteReader& r, LayeredDocument& doc) {
             const std::size_t planeBytes = std::size_t(w * h) * std::size_t(sampleBytes);
             for (std::uint64_t c = 0; c < planes; ++c) {
                 const auto begin = all.bytes().begin() + std::ptrdiff_t(c * planeBytes);
-                doc.composite.emplace_back(
-                    w, h, doc.bitDepth,
-                    std::vector<std::uint8_t>(begin, begin + std::ptrdiff_t(planeBytes)));
+                doc.composite.emplace_back(w, h, doc.bitDepth,
+                                           ByteBuffer(begin, begin + std::ptrdiff_t(planeBytes)));
             }
             break;
         }

@@ -34,7 +34,7 @@ void appendRowCounts(ByteWriter& w, const std::vector<std::int64_t>& counts, boo
 
 template <class T>
 CodedChannel codeTyped(const SamplePlane& plane, bool large) {
-    ChannelData<T> data(plane.bytes(), false);
+    ChannelData<T> data({plane.bytes().begin(), plane.bytes().end()}, false);
     const std::int64_t w = plane.width(), h = plane.height();
     // PackBits for 8 bits, as the format's own writer does; deeper samples compress far better
     // with zip after the row delta. Coding that would not shrink the plane is dropped.
@@ -406,7 +406,7 @@ void writeComposite(ByteWriter& w, const std::vector<SamplePlane>& planes, const
     std::vector<ChannelData<std::uint8_t>> coded;
     for (const SamplePlane& p : planes) {
         const int bytes = p.bitDepth() / 8;
-        std::vector<std::uint8_t> big = p.bytes();
+        std::vector<std::uint8_t> big(p.bytes().begin(), p.bytes().end());
         if (bytes > 1)
             for (std::size_t i = 0; i < big.size(); i += std::size_t(bytes))
                 std::reverse(big.begin() + std::ptrdiff_t(i),

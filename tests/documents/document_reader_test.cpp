@@ -83,7 +83,7 @@ TEST(DocumentComposite, ReadsRawPlanesInChannelOrder) {
     EXPECT_FALSE(doc.isLargeDocument);
     ASSERT_EQ(doc.composite.size(), 3u);
     EXPECT_EQ(doc.compositeCompression, ChannelCompression::raw);
-    EXPECT_EQ(doc.composite[1].bytes(), (std::vector<std::uint8_t>{5, 6, 7, 8}));
+    EXPECT_EQ(doc.composite[1].bytes(), (ByteBuffer{5, 6, 7, 8}));
     EXPECT_TRUE(doc.layers.empty());
     EXPECT_TRUE(doc.issues.empty());
     EXPECT_FALSE(doc.compositeHasTransparency());

@@ -67,6 +67,10 @@ public:
     /// plane as it is: decoding straight into a caller's memory. Throws as decompress; `out`
     /// may be partly written then.
     void decodeInto(std::int64_t width, std::int64_t height, std::span<std::uint8_t> out) const;
+    /// Throws as decodeInto would when the coded bytes are too few for width × height samples
+    /// whatever they hold (each coding expands by at most a fixed ratio): a caller can refuse a
+    /// plane before it makes room for it.
+    void requireCodedBytesFor(std::int64_t width, std::int64_t height) const;
     void convertToBigEndian();
     void convertFromBigEndian();
 

@@ -115,8 +115,8 @@ private:
         DocumentRect rect;
         double defaultLevel = 0;
         double density = 1, feather = 0;
-        std::shared_ptr<std::vector<std::uint8_t>> samples; // grey of the document's depth
-        std::optional<ci::Image> coverage; // or a drawn one (vector masks), over the document
+        std::shared_ptr<ByteBuffer> samples; // grey of the document's depth
+        std::optional<ci::Image> coverage;   // or a drawn one (vector masks), over the document
     };
     std::vector<Mask> masks_;
     std::optional<ci::Image> fill_; // fill layers: their paint over the document

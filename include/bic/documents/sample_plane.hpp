@@ -5,6 +5,8 @@
 // Colour channels hold straight (unpremultiplied) colour, as the format does: the compositor
 // needs exact straight values, which a premultiplied 8-bit bitmap would lose where alpha is low.
 
+#include "bic/platform/core/memory.hpp"
+
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -20,8 +22,7 @@ public:
     /// error.
     SamplePlane(std::int64_t width, std::int64_t height, int bitDepth);
     /// A plane over `hostOrderBytes`, which must hold exactly width × height samples.
-    SamplePlane(std::int64_t width, std::int64_t height, int bitDepth,
-                std::vector<std::uint8_t> hostOrderBytes);
+    SamplePlane(std::int64_t width, std::int64_t height, int bitDepth, ByteBuffer hostOrderBytes);
 
     std::int64_t width() const { return width_; }
     std::int64_t height() const { return height_; }
@@ -29,8 +30,8 @@ public:
     std::size_t sampleCount() const { return std::size_t(width_ * height_); }
     bool isEmpty() const { return width_ == 0 || height_ == 0; }
 
-    const std::vector<std::uint8_t>& bytes() const { return bytes_; }
-    std::vector<std::uint8_t>& mutableBytes() { return bytes_; }
+    const ByteBuffer& bytes() const { return bytes_; }
+    ByteBuffer& mutableBytes() { return bytes_; }
 
     /// Sample `index` (row × width + column) as its own type: std::uint8_t, std::uint16_t or
     /// float, matching the depth (a caller error otherwise).
@@ -52,7 +53,7 @@ public:
 private:
     std::int64_t width_ = 0, height_ = 0;
     int bitDepth_ = 8;
-    std::vector<std::uint8_t> bytes_;
+    ByteBuffer bytes_;
 };
 
 } // namespace bic

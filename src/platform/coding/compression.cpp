@@ -1,6 +1,7 @@
 #include "bic/platform/coding/compression.hpp"
 
 #include "bic/platform/core/memory.hpp"
+#include "bic/platform/core/vector_clones.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -39,25 +40,33 @@ std::vector<std::uint8_t> packBits(std::span<const std::uint8_t> in) {
     return out;
 }
 
-std::size_t unpackBitsInto(std::span<const std::uint8_t> in, std::span<std::uint8_t> out) {
+BIC_VECTOR_CLONES std::size_t unpackBitsInto(std::span<const std::uint8_t> in,
+                                             std::span<std::uint8_t> out) {
     const std::uint8_t* p = in.data();
     const std::uint8_t* const end = p + in.size();
     std::uint8_t* o = out.data();
     const std::uint8_t* const limit = o + out.size();
-    // Packets are short in photographs; while a whole packet's worth of room is left on both
-    // sides, copies of a fixed 128 bytes (a few vector moves, no call) stand in for exact ones,
-    // and later packets overwrite the excess.
+    // Packets are short in photographs and ramps; while a whole packet's worth of room is left
+    // in the output, copies of a fixed 128 bytes (a few vector moves, no call) stand in for
+    // exact ones, and later packets overwrite the excess. A literal reads 128 bytes only where
+    // the input has them.
     constexpr std::size_t packet = 128;
-    while (end - p > std::ptrdiff_t(packet) && limit - o >= std::ptrdiff_t(packet)) {
+    while (p < end && limit - o >= std::ptrdiff_t(packet)) {
         const auto header = std::int8_t(*p++);
         if (header >= 0) {
             const std::size_t count = std::size_t(header) + 1;
-            std::memcpy(o, p, packet);
+            if (end - p >= std::ptrdiff_t(packet)) {
+                std::memcpy(o, p, packet);
+            } else {
+                if (count > std::size_t(end - p))
+                    throw CompressionError("PackBits literal runs past the end of the data.");
+                std::memcpy(o, p, count);
+            }
             o += count, p += count;
         } else if (header != -128) {
-            const std::size_t count = std::size_t(1 - header);
+            if (p == end) throw CompressionError("PackBits repeat has no byte to repeat.");
             std::memset(o, *p++, packet);
-            o += count;
+            o += 1 - header;
         }
     }
     while (p < end) {

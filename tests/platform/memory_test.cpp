@@ -1,0 +1,103 @@
+#include "bic/platform/core/memory.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace bic;
+
+namespace {
+
+constexpr std::size_t MB = std::size_t(1) << 20;
+
+// Restores the process-wide limit and empties the pool around each test.
+struct RecycledMemory : ::testing::Test {
+    std::size_t limit = recycledMemoryLimit();
+    void SetUp() override { releaseRecycledMemory(); }
+    void TearDown() override {
+        setRecycledMemoryLimit(limit);
+        releaseRecycledMemory();
+    }
+};
+
+} // namespace
+
+TEST_F(RecycledMemory, AFreedBlockServesTheNextRequestOfItsRoundedSize) {
+    void* first = allocateLargeBlock(5 * MB);
+    std::memset(first, 0x5a, 5 * MB);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(first) % (2 * MB), 0u) << "on a huge-page boundary";
+    freeLargeBlock(first, 5 * MB);
+    EXPECT_EQ(recycledMemory(), 6 * MB);
+
+    // 5.5 MB rounds to the same 6 MB; 9 MB does not and gets a block of its own.
+    void* other = allocateLargeBlock(9 * MB);
+    EXPECT_NE(other, first);
+    void* again = allocateLargeBlock(5 * MB + MB / 2);
+    EXPECT_EQ(again, first);
+    EXPECT_EQ(recycledMemory(), 0u);
+    EXPECT_EQ(static_cast<std::uint8_t*>(again)[5 * MB - 1], 0x5a) << "reused, not remapped";
+    freeLargeBlock(again, 5 * MB + MB / 2);
+    freeLargeBlock(other, 9 * MB);
+    EXPECT_EQ(recycledMemory(), 16 * MB);
+}
+
+TEST_F(RecycledMemory, TheLimitBoundsWhatIsKeptOldestFirst) {
+    setRecycledMemoryLimit(10 * MB);
+    void* a = allocateLargeBlock(4 * MB);
+    void* b = allocateLargeBlock(4 * MB);
+    void* c = allocateLargeBlock(4 * MB);
+    freeLargeBlock(a, 4 * MB);
+    freeLargeBlock(b, 4 * MB);
+    freeLargeBlock(c, 4 * MB); // would pass the limit: returned to the system
+    EXPECT_EQ(recycledMemory(), 8 * MB);
+
+    setRecycledMemoryLimit(4 * MB); // a, freed first, goes
+    EXPECT_EQ(recycledMemory(), 4 * MB);
+    EXPECT_EQ(allocateLargeBlock(4 * MB), b);
+    freeLargeBlock(b, 4 * MB);
+
+    releaseRecycledMemory();
+    EXPECT_EQ(recycledMemory(), 0u);
+    EXPECT_EQ(recycledMemoryLimit(), 4 * MB) << "releasing keeps the limit";
+}
+
+// What makes a decoder's single pass possible: growing the buffer writes nothing, so bytes a
+// large block held before are still there (a zeroing allocator would have cleared them).
+TEST_F(RecycledMemory, ByteBuffersGrowWithoutWritingAndSmallOnesUseTheHeap) {
+    const std::uint8_t* where = nullptr;
+    {
+        ByteBuffer bytes(8 * MB);
+        std::fill(bytes.begin(), bytes.end(), std::uint8_t(7));
+        where = bytes.data();
+    }
+    ByteBuffer again(8 * MB);
+    ASSERT_EQ(again.data(), where);
+    EXPECT_TRUE(std::all_of(again.begin(), again.end(), [](std::uint8_t v) { return v == 7; }));
+
+    ByteBuffer zeroed(8 * MB, 0); // a value given is still written
+    EXPECT_TRUE(std::all_of(zeroed.begin(), zeroed.end(), [](std::uint8_t v) { return v == 0; }));
+    ByteBuffer copy = zeroed;
+    EXPECT_EQ(copy, zeroed);
+
+    const std::size_t before = recycledMemory();
+    { ByteBuffer small(kLargeBlock - 1, 1); }
+    EXPECT_EQ(recycledMemory(), before);
+}
+
+TEST_F(RecycledMemory, ThreadsTakingAndFreeingNeverShareABlock) {
+    auto worker = [](std::uint8_t mark) {
+        for (int i = 0; i < 200; ++i) {
+            auto* block = static_cast<std::uint8_t*>(allocateLargeBlock(4 * MB));
+            std::memset(block, mark, 4 * MB);
+            std::this_thread::yield();
+            for (std::size_t at = 0; at < 4 * MB; at += 4096)
+                ASSERT_EQ(block[at], mark);
+            freeLargeBlock(block, 4 * MB);
+        }
+    };
+    std::thread one(worker, std::uint8_t(1)), two(worker, std::uint8_t(2));
+    one.join();
+    two.join();
+    EXPECT_LE(recycledMemory(), 8 * MB);
+}
