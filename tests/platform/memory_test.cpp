@@ -101,3 +101,24 @@ TEST_F(RecycledMemory, ThreadsTakingAndFreeingNeverShareABlock) {
     two.join();
     EXPECT_LE(recycledMemory(), 8 * MB);
 }
+
+TEST_F(RecycledMemory, KeptBlocksAndRoundingSlackArePoisonedUnderAddressSanitizer) {
+#if !defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "only AddressSanitizer builds track poisoned memory";
+#else
+    EXPECT_DEATH(
+        {
+            auto* block = static_cast<volatile std::uint8_t*>(allocateLargeBlock(5 * MB));
+            block[5 * MB - 1] = 1;
+            block[5 * MB] = 1; // in the block's 6 MB, past what was asked for
+        },
+        "use-after-poison");
+    EXPECT_DEATH(
+        {
+            auto* block = static_cast<volatile std::uint8_t*>(allocateLargeBlock(4 * MB));
+            freeLargeBlock(const_cast<std::uint8_t*>(block), 4 * MB);
+            block[0] = 1;
+        },
+        "use-after-poison");
+#endif
+}
