@@ -39,8 +39,12 @@ void TiledImageAccumulator<P>::setImage(const ci::Image& image, const cg::Rect& 
     const cg::Rect range = cg::Rect(dirtyRect.minX() / s, dirtyRect.minY() / s,
                                     dirtyRect.width() / s, dirtyRect.height() / s)
                                .integral();
-    for (auto column = std::int64_t(range.minX()); column < std::int64_t(range.maxX()); ++column)
-        for (auto row = std::int64_t(range.minY()); row < std::int64_t(range.maxY()); ++row) {
+    // Rows from the top, each left to right: the order in which a render reads the canvas out.
+    // Equal tiles are handed out in address order, so new tiles then lie in memory as they are
+    // read, and the hardware's prefetching follows a read from one tile into the next.
+    for (auto row = std::int64_t(range.maxY()) - 1; row >= std::int64_t(range.minY()); --row)
+        for (auto column = std::int64_t(range.minX()); column < std::int64_t(range.maxX());
+             ++column) {
             const TileIndex index{column, row};
             auto it = tiles_.find(index);
             if (it == tiles_.end()) {

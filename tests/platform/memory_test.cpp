@@ -87,19 +87,60 @@ TEST_F(RecycledMemory, ByteBuffersGrowWithoutWritingAndSmallOnesUseTheHeap) {
 
 TEST_F(RecycledMemory, ThreadsTakingAndFreeingNeverShareABlock) {
     auto worker = [](std::uint8_t mark) {
+        std::vector<std::uint8_t*> tiles;
         for (int i = 0; i < 200; ++i) {
             auto* block = static_cast<std::uint8_t*>(allocateLargeBlock(4 * MB));
             std::memset(block, mark, 4 * MB);
+            tiles.push_back(static_cast<std::uint8_t*>(allocateSlabBlock(45000)));
+            std::memset(tiles.back(), mark, 45000);
             std::this_thread::yield();
             for (std::size_t at = 0; at < 4 * MB; at += 4096)
                 ASSERT_EQ(block[at], mark);
             freeLargeBlock(block, 4 * MB);
+            if (i % 3 == 0) {
+                freeSlabBlock(tiles.front(), 45000);
+                tiles.erase(tiles.begin());
+            }
+        }
+        for (std::uint8_t* tile : tiles) {
+            ASSERT_TRUE(std::all_of(tile, tile + 45000, [&](std::uint8_t v) { return v == mark; }));
+            freeSlabBlock(tile, 45000);
         }
     };
     std::thread one(worker, std::uint8_t(1)), two(worker, std::uint8_t(2));
     one.join();
     two.join();
     EXPECT_LE(recycledMemory(), 8 * MB);
+}
+
+// Tiles of one size come from shared chunks in address order, so tiles made in reading order lie
+// in memory in that order.
+TEST(SlabBlocks, EqualBlocksArePageAlignedInAddressOrderAndReused) {
+    constexpr std::size_t tile = 100 * 448; // a 100-pixel tile of 4-byte pixels, rows of 448
+    std::vector<std::uint8_t*> blocks;
+    for (int i = 0; i < 100; ++i) {
+        blocks.push_back(static_cast<std::uint8_t*>(allocateSlabBlock(tile)));
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(blocks.back()) % 4096, 0u);
+        std::memset(blocks.back(), i, tile); // would overrun a neighbour if blocks overlapped
+    }
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(blocks[std::size_t(i)][tile - 1], std::uint8_t(i));
+#if !defined(__SANITIZE_ADDRESS__) // there the heap serves each block, with red zones around it
+    int ascending = 0;
+    for (std::size_t i = 1; i < blocks.size(); ++i)
+        ascending += blocks[i] == blocks[i - 1] + 45056;
+    EXPECT_GE(ascending, 95) << "only the step into a new chunk may jump";
+    // The lowest free block of the lowest chunk with room: the one freed, not the next unused.
+    std::uint8_t* freed = blocks[95];
+    freeSlabBlock(freed, tile);
+    blocks[95] = static_cast<std::uint8_t*>(allocateSlabBlock(tile - 100)); // same page count
+    EXPECT_EQ(blocks[95], freed);
+#endif
+    void* small = allocateSlabBlock(1);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(small) % 4096, 0u);
+    freeSlabBlock(small, 1);
+    for (std::uint8_t* block : blocks)
+        freeSlabBlock(block, tile);
 }
 
 TEST_F(RecycledMemory, KeptBlocksAndRoundingSlackArePoisonedUnderAddressSanitizer) {

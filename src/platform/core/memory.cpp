@@ -1,10 +1,18 @@
 #include "bic/platform/core/memory.hpp"
 
+#include "bic/platform/core/fatal.hpp"
+
 #include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <limits>
+#include <map>
 #include <mutex>
 #include <new>
+#include <set>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <unordered_map>
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
@@ -124,7 +132,101 @@ Recycler& recycler() {
     return *instance;
 }
 
+// Same-size blocks carved from chunks of huge pages. Each request gets the lowest free block of
+// the lowest chunk with room, so blocks made one after another lie in address order even after
+// others were freed. A chunk whose blocks are all free goes back to the system unless it is its
+// size's only chunk with room, so a tile made and freed over and over does not map and unmap a
+// chunk each time.
+class Slabs {
+public:
+    void* take(std::size_t size) {
+        std::lock_guard lock(mutex_);
+        std::set<Chunk*, ByAddress>& open = open_[size];
+        if (open.empty()) open.insert(newChunk(size));
+        Chunk& chunk = **open.begin();
+        std::size_t word = 0;
+        while (chunk.free[word] == 0)
+            ++word;
+        const auto bit = std::size_t(std::countr_zero(chunk.free[word]));
+        chunk.free[word] &= chunk.free[word] - 1;
+        if (--chunk.freeCount == 0) open.erase(open.begin());
+        return chunk.base + (word * 64 + bit) * size;
+    }
+    void give(void* block, std::size_t size) {
+        std::lock_guard lock(mutex_);
+        const auto at = reinterpret_cast<std::uintptr_t>(block);
+        auto it = std::prev(chunks_.upper_bound(at));
+        Chunk* chunk = it->second.get();
+        const std::size_t slot = (at - it->first) / size;
+        chunk->free[slot / 64] |= std::uint64_t(1) << (slot % 64);
+        std::set<Chunk*, ByAddress>& open = open_[size];
+        if (++chunk->freeCount == 1) open.insert(chunk);
+        if (chunk->freeCount == chunk->slots && open.size() > 1) {
+            open.erase(chunk);
+            ::munmap(chunk->base, chunk->bytes);
+            chunks_.erase(it);
+        }
+    }
+
+private:
+    struct Chunk {
+        std::uint8_t* base;
+        std::size_t bytes, slots, freeCount;
+        std::vector<std::uint64_t> free; // a set bit for each free block
+    };
+    struct ByAddress {
+        bool operator()(const Chunk* a, const Chunk* b) const { return a->base < b->base; }
+    };
+
+    Chunk* newChunk(std::size_t size) {
+        // At least 16 blocks a chunk; pages are committed as blocks are first touched.
+        auto chunk = std::make_unique<Chunk>();
+        chunk->bytes = roundedToHugePages(size * 16);
+        chunk->base = static_cast<std::uint8_t*>(mapBlock(chunk->bytes));
+        chunk->slots = chunk->freeCount = chunk->bytes / size;
+        chunk->free.assign((chunk->slots + 63) / 64, ~std::uint64_t(0));
+        if (chunk->slots % 64) chunk->free.back() = (std::uint64_t(1) << (chunk->slots % 64)) - 1;
+        Chunk* raw = chunk.get();
+        chunks_.emplace(reinterpret_cast<std::uintptr_t>(chunk->base), std::move(chunk));
+        return raw;
+    }
+
+    std::mutex mutex_;
+    std::map<std::uintptr_t, std::unique_ptr<Chunk>> chunks_;           // by base address
+    std::unordered_map<std::size_t, std::set<Chunk*, ByAddress>> open_; // chunks with room
+};
+
+Slabs& slabs() {
+    static Slabs* const instance = new Slabs; // never destroyed, as the recycler
+    return *instance;
+}
+
+constexpr std::size_t kPage = 4096;
+
 } // namespace
+
+void* allocateSlabBlock(std::size_t bytes) {
+    const std::size_t size = (std::max<std::size_t>(bytes, 1) + kPage - 1) / kPage * kPage;
+#if defined(__SANITIZE_ADDRESS__)
+    // Neighbouring blocks would hide an overrun from the sanitizer; the heap's red zones do not.
+    void* block = std::aligned_alloc(kPage, size);
+    if (!block) throw std::bad_alloc();
+    return block;
+#else
+    precondition(size <= kSlabBlockLimit, "Slab blocks are at most 1 MB.");
+    return slabs().take(size);
+#endif
+}
+
+void freeSlabBlock(void* block, std::size_t bytes) {
+    if (!block) return;
+#if defined(__SANITIZE_ADDRESS__)
+    (void)bytes;
+    std::free(block);
+#else
+    slabs().give(block, (std::max<std::size_t>(bytes, 1) + kPage - 1) / kPage * kPage);
+#endif
+}
 
 void* allocateLargeBlock(std::size_t bytes) {
     const std::size_t size = roundedToHugePages(bytes);

@@ -1,5 +1,7 @@
 #include "bic/platform/io/surface.hpp"
 
+#include "bic/platform/core/memory.hpp"
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -97,11 +99,18 @@ std::shared_ptr<Surface> Surface::make(const SurfaceProperties& p) {
     const std::size_t size =
         static_cast<std::size_t>(p.bytesPerRow) * static_cast<std::size_t>(p.height);
     // A large canvas is mapped: anonymous pages come zero-filled and page-aligned, and cost
-    // nothing until touched. A small surface (an engine tile's) comes from the heap, cleared:
-    // mapping and unmapping one per tile costs page faults and cross-core TLB flushes that
-    // take longer than the tile's own work.
+    // nothing until touched. A small surface (a canvas tile, an engine tile) comes from shared
+    // huge-page slabs or the heap, cleared: mapping and unmapping one per tile costs page faults
+    // and cross-core TLB flushes that take longer than the tile's own work.
     void* memory = nullptr;
-    if (size <= kHeapSurfaceBytes) {
+    if (size <= kSlabBlockLimit) {
+        try {
+            memory = allocateSlabBlock(size);
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+        std::memset(memory, 0, size);
+    } else if (size <= kHeapSurfaceBytes) {
         memory = std::aligned_alloc(kPageBytes, (size + kPageBytes - 1) / kPageBytes * kPageBytes);
         if (!memory) return nullptr;
         std::memset(memory, 0, size);
@@ -118,7 +127,9 @@ Surface::Surface(const SurfaceProperties& p, std::uint8_t* memory, std::size_t s
     : props_(p), memory_(memory), size_(size), id_(id), state_(std::make_unique<State>()) {}
 
 Surface::~Surface() {
-    if (size_ <= kHeapSurfaceBytes)
+    if (size_ <= kSlabBlockLimit)
+        freeSlabBlock(memory_, size_);
+    else if (size_ <= kHeapSurfaceBytes)
         std::free(memory_);
     else
         munmap(memory_, size_);

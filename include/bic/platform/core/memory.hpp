@@ -36,6 +36,15 @@ void setRecycledMemoryLimit(std::size_t bytes);
 /// Returns every held block to the system (for instance when the editor is told memory is low).
 void releaseRecycledMemory();
 
+/// Page-aligned blocks of up to kSlabBlockLimit bytes, carved from 2 MB-aligned chunks on huge
+/// pages that blocks of the same page-rounded size share: the tiles of a canvas (hundreds of
+/// equal small surfaces) then sit on a few huge pages instead of thousands of small ones, which
+/// copying a tall canvas out found about 30 % faster. Contents are unspecified; std::bad_alloc
+/// when the system has no memory. Free with freeSlabBlock and the same `bytes`.
+inline constexpr std::size_t kSlabBlockLimit = std::size_t(1) << 20;
+void* allocateSlabBlock(std::size_t bytes);
+void freeSlabBlock(void* block, std::size_t bytes);
+
 /// std::allocator that leaves the elements a container grows by default-initialised (not
 /// zeroed) and takes large blocks from allocateLargeBlock. Decoders that write every byte fill such
 /// a buffer in one pass: the first touch of each fresh page is the decoder's own write rather than
