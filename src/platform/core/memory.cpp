@@ -203,10 +203,15 @@ Slabs& slabs() {
 
 constexpr std::size_t kPage = 4096;
 
+// A slab block's size: whole pages, at least one.
+std::size_t pageRounded(std::size_t bytes) {
+    return (std::max<std::size_t>(bytes, 1) + kPage - 1) / kPage * kPage;
+}
+
 } // namespace
 
 void* allocateSlabBlock(std::size_t bytes) {
-    const std::size_t size = (std::max<std::size_t>(bytes, 1) + kPage - 1) / kPage * kPage;
+    const std::size_t size = pageRounded(bytes);
 #if defined(__SANITIZE_ADDRESS__)
     // Neighbouring blocks would hide an overrun from the sanitizer; the heap's red zones do not.
     void* block = std::aligned_alloc(kPage, size);
@@ -224,7 +229,7 @@ void freeSlabBlock(void* block, std::size_t bytes) {
     (void)bytes;
     std::free(block);
 #else
-    slabs().give(block, (std::max<std::size_t>(bytes, 1) + kPage - 1) / kPage * kPage);
+    slabs().give(block, pageRounded(bytes));
 #endif
 }
 
