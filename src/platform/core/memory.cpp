@@ -196,7 +196,8 @@ private:
     std::unordered_map<std::size_t, std::set<Chunk*, ByAddress>> open_; // chunks with room
 };
 
-[[maybe_unused]] Slabs& slabs() {             // unused where the sanitizer takes the heap instead
+// Unused where the sanitizer has the heap serve slab blocks.
+[[maybe_unused]] Slabs& slabs() {
     static Slabs* const instance = new Slabs; // never destroyed, as the recycler
     return *instance;
 }
