@@ -138,3 +138,23 @@ TEST(TiledImageAccumulator, ReadsBackFromOnlyTheTilesARectangleTouches) {
                                   ci::Format::ARGB8);
     EXPECT_EQ(odd, reference);
 }
+
+TEST(TiledImageAccumulator, ImageTakenBeforeAWriteKeepsItsPixelsAcrossTiles) {
+    // A 3 × 3 grid of tiles: copies come from several tiles a row, some of them written since
+    // the image was taken (their old rows come from the snapshot, not from memory in place).
+    const cg::Rect extent(0, 0, 30, 30);
+    TiledImageAccumulator<PixelARGB8> tiled(10);
+    const auto memory = MemoryImageAccumulator<PixelARGB8>::make(extent);
+    const ci::Image picture = texture(extent);
+    tiled.setImage(picture, extent);
+    memory->setImage(picture, extent);
+    const ci::Image tiledBefore = tiled.image(), memoryBefore = memory->image();
+    const cg::Rect stroke(5, 12, 17, 9);
+    tiled.setImage(ci::Image::white(), stroke);
+    memory->setImage(ci::Image::white(), stroke);
+    for (const cg::Rect area : {extent, cg::Rect(3, 8, 24, 15)}) {
+        EXPECT_EQ(bytes(tiledBefore, area), bytes(memoryBefore, area));
+        EXPECT_EQ(bytes(tiled.image(), area), bytes(memory->image(), area));
+    }
+    EXPECT_NE(bytes(tiledBefore, extent), bytes(tiled.image(), extent));
+}

@@ -62,6 +62,13 @@ std::optional<std::vector<DirectSource>> directSources(const Node& root, const I
             if (!source) return std::nullopt;
             sources.push_back(*source);
         }
+        // Copied top row first, left to right, the pieces are read in the order a canvas lays
+        // its tiles out in memory; pieces in their own order jump back at every other tile
+        // edge, and the hardware stops streaming the rows ahead (a third slower).
+        std::sort(sources.begin(), sources.end(), [](const DirectSource& a, const DirectSource& b) {
+            return a.area.maxY() != b.area.maxY() ? a.area.maxY() > b.area.maxY()
+                                                  : a.area.x < b.area.x;
+        });
         return sources;
     }
     const auto source = directSource(&root, r, format);
@@ -135,7 +142,10 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
         std::int64_t covered = 0;
         for (const DirectSource& source : *direct)
             covered += source.area.w * source.area.h;
-        constexpr std::int64_t rowsPerTask = 32;
+        // Tasks of about 256 KB: long enough runs of rows for the hardware to stream, small
+        // enough that two threads share a 1-megapixel copy evenly.
+        const std::int64_t rowsPerTask =
+            std::max<std::int64_t>(1, (std::int64_t(256) << 10) / (r.w * bpp));
         const std::int64_t tasks = (r.h + rowsPerTask - 1) / rowsPerTask;
         // Each task copies from the sources its rows touch (a tall tiled canvas has hundreds),
         // listed task after task in one array. Task rows run top first: image row y is task
@@ -179,14 +189,23 @@ RenderTask Context::startTaskToRender(const Image& image, const cg::Rect& fromRe
                 const auto [top, end] = rowsOf(source);
                 const std::size_t bytes = std::size_t(a.w * bpp);
                 if (b.snapshot && scratch.size() < bytes) scratch.resize(bytes);
-                b.withRows([&](auto rowAt) {
-                    for (std::int64_t i = std::max(first, top); i < std::min(last, end); ++i) {
-                        const std::int64_t y = flippedRow(i, r.maxY()); // image row
-                        std::memmove(row(i) + (a.x - r.x) * bpp,
-                                     rowAt(flippedRow(y - source.dy, b.height), a.x - source.dx,
-                                           a.w, scratch.data()),
-                                     bytes);
+                const std::int64_t i0 = std::max(first, top), i1 = std::min(last, end);
+                // Image row y is task row r.maxY() − 1 − y, so memory rows follow task rows.
+                const std::int64_t row0 =
+                    flippedRow(flippedRow(i0, r.maxY()) - source.dy, b.height);
+                std::uint8_t* to = row(i0) + (a.x - r.x) * bpp;
+                b.withRows([&](auto rowAt, std::int64_t stride) {
+                    if (stride) {
+                        // Rows in place lie a stride apart: step, without asking for each.
+                        const std::uint8_t* from = rowAt(row0, a.x - source.dx, a.w, nullptr);
+                        for (std::int64_t i = i0; i < i1; ++i, from += stride, to += d.rowBytes_)
+                            std::memmove(to, from, bytes);
+                        return;
                     }
+                    for (std::int64_t i = i0; i < i1; ++i, to += d.rowBytes_)
+                        std::memmove(to,
+                                     rowAt(row0 + (i - i0), a.x - source.dx, a.w, scratch.data()),
+                                     bytes);
                 });
             }
         });

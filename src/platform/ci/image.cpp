@@ -134,7 +134,7 @@ void BitmapNode::renderInside(const IRect& r, const Tile& out, Scratch& s) const
     const Scratch::Lease scratch =
         s.take(snapshot ? std::size_t(r.w * bytesPerPixel(format) + 3) / 4 : 0);
     auto* bytesOfScratch = reinterpret_cast<std::uint8_t*>(scratch.data());
-    withRows([&](auto rowAt) {
+    withRows([&](auto rowAt, std::int64_t) {
         for (std::int64_t i = 0; i < r.h; ++i) {
             const std::int64_t y = flippedRow(i, r.maxY());
             io::readRow(format, rowAt(flippedRow(y, height), r.x, r.w, bytesOfScratch), out.row(i),

@@ -32,29 +32,31 @@ struct BitmapNode final : Node {
     Format format;
     std::shared_ptr<const io::SurfaceSnapshot> snapshot;
 
-    /// Calls `use(rowAt)`, where `rowAt(row, x, count, scratch)` gives the stored bytes of
-    /// `count` pixels of memory row `row` from column `x` (`scratch` holds count pixels when a
-    /// snapshot needs it). A snapshot is read under one lock for the whole call.
+    /// Calls `use(rowAt, stride)`, where `rowAt(row, x, count, scratch)` gives the stored bytes
+    /// of `count` pixels of memory row `row` from column `x` (`scratch` holds count pixels when
+    /// a snapshot needs it), and `stride` is the distance between rows when they lie in place
+    /// (so callers may step from row to row without asking again), 0 when they do not. A
+    /// snapshot is read under one lock for the whole call.
     template <class F>
     void withRows(F&& use) const {
         if (!snapshot) {
-            use([&](std::int64_t row, std::int64_t x, std::int64_t, std::uint8_t*) {
-                return bytes + row * rowBytes + x * bytesPerPixel(format);
-            });
+            use([&](std::int64_t row, std::int64_t x, std::int64_t,
+                    std::uint8_t*) { return bytes + row * rowBytes + x * bytesPerPixel(format); },
+                rowBytes);
             return;
         }
         const io::SurfaceSnapshot::Reader reader(*snapshot);
         if (const std::uint8_t* memory = reader.unchangedMemory()) {
             // The common case, a surface not written since: its rows in place, no call a row.
             const std::int64_t stride = snapshot->bytesPerRow();
-            use([&](std::int64_t row, std::int64_t x, std::int64_t, std::uint8_t*) {
-                return memory + row * stride + x * bytesPerPixel(format);
-            });
+            use([&](std::int64_t row, std::int64_t x, std::int64_t,
+                    std::uint8_t*) { return memory + row * stride + x * bytesPerPixel(format); },
+                stride);
             return;
         }
-        use([&](std::int64_t row, std::int64_t x, std::int64_t count, std::uint8_t* scratch) {
-            return reader.row(row, x, count, scratch);
-        });
+        use([&](std::int64_t row, std::int64_t x, std::int64_t count,
+                std::uint8_t* scratch) { return reader.row(row, x, count, scratch); },
+            std::int64_t{0});
     }
     void renderInside(const IRect& r, const Tile& out, Scratch&) const override;
 };
