@@ -175,6 +175,14 @@ std::optional<ci::Image> gradientImage(const GradientFill& fill, const cg::Rect&
     };
     cg::Point from = centre, to = along(0.5);
     if (fill.type == GradientType::linear) from = along(-0.5);
+    if (fill.type == GradientType::reflected) {
+        // The application's reflected fills end on a pixel corner: the chord's end rounded down
+        // to whole pixels in the file's coordinates (y down). The 4 × 4 test documents' fill,
+        // stored at 30°, is drawn exactly so (its end moves to the corner, 45°); the move is
+        // under a pixel, so a large fill keeps its angle. Linear fills show no such rounding.
+        const double top = double(s.height);
+        to = cg::Point{std::floor(to.x), top - std::floor(top - to.y)};
+    }
     const std::optional<int> dither =
         fill.dither ? std::optional<int>(s.bitDepth == 8 ? 256 : 65536) : std::nullopt;
     return gradient.image(fill.type, from, to, true, dither);

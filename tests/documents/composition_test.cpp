@@ -60,7 +60,6 @@ bool compositeIsComparable(const LayeredDocument& doc) {
 }
 
 // Files whose stored composite we do not reach, for reasons outside the blending itself,
-// with the least share of pixels within a level we measured.
 // with the share of pixels within a level we measured (the README gives the reasons).
 const std::map<std::string, double> kKnownShortfalls = {
     {"blend/dissolve.psd", 0.62},                // the noise pattern is the application's own
@@ -68,12 +67,6 @@ const std::map<std::string, double> kKnownShortfalls = {
     {"composite/fill-opacity.psd", 0.85},        // a text layer shown only by its effects
     {"blend/gray-blend-modes.psd", 0.99}, // gradient fills' smooth curve is fitted, not known
     {"blend/rgb-blend-modes.psd", 0.97},
-    {"depth/4x4_8bit_rgb.psd", 0.0}, // a reflected gradient at 30° stored as if at 45°
-    {"depth/4x4_16bit_rgb.psd", 0.0},
-    {"depth/4x4_32bit_rgb.psd", 0.0},
-    {"depth/4x4_8bit_grayscale.psd", 0.0},
-    {"depth/4x4_16bit_grayscale.psd", 0.0},
-    {"depth/4x4_32bit_grayscale.psd", 0.0},
     {"masks/gradient-fill.psd", 0.91},   // a 32-bit gradient, blended in another space
     {"masks/layer_mask_data.psd", 0.83}, // feathered edges 1–2 levels off a Gaussian
 };
