@@ -118,6 +118,13 @@ bool vectorMaskIsStored(const DocumentLayer& layer) {
            ((layer.mask->flags & LayerMask::fromRenderingOtherData) || layer.realMask);
 }
 
+// Flagged as rendered and beside a real user mask, the user mask channel is the two masks
+// multiplied, neither's density nor feather applied: the vector mask is drawn and the real
+// mask used instead, each with its own.
+bool userMaskChannelCombinesBoth(const DocumentLayer& layer) {
+    return layer.mask && layer.realMask && (layer.mask->flags & LayerMask::fromRenderingOtherData);
+}
+
 bool blendingRangesAreDefault(const std::vector<std::uint8_t>& ranges) {
     // Each range is black low, black high, white low, white high; the default passes all.
     for (std::size_t i = 0; i + 4 <= ranges.size(); i += 4)
@@ -541,7 +548,7 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
                 mask.samples = std::make_shared<ByteBuffer>(plane->bytes());
             node->masks_.push_back(std::move(mask));
         };
-        if (layer.mask && !layer.mask->isDisabled())
+        if (layer.mask && !layer.mask->isDisabled() && !userMaskChannelCombinesBoth(layer))
             addMask(layer.mask->rect, layer.mask->defaultColor, userMaskChannel);
         if (layer.realMask && !layer.realMask->isDisabled())
             addMask(layer.realMask->rect, layer.realMask->defaultColor, realUserMaskChannel);
@@ -586,7 +593,8 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
         if (node->fill_ && layer.hasVectorMask && node->pixels_ && !vectorMaskIsStored(layer)) {
             node->fill_ = bic_masked(node->fill_->cropped(s.imageRect(layer.bounds)),
                                      bic_maskFromTransparency(node->storedPixels()));
-        } else if (layer.hasVectorMask && !vectorMaskIsStored(layer)) {
+        } else if (layer.hasVectorMask &&
+                   (!vectorMaskIsStored(layer) || userMaskChannelCombinesBoth(layer))) {
             std::optional<DocumentLayerNode::Mask> drawn;
             bool disabled = false;
             for (const TaggedBlock& block : layer.blocks)
