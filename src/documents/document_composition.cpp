@@ -257,9 +257,8 @@ struct DocumentCompositor {
                     for (std::size_t k = i + 1; k < end; ++k) {
                         const DocumentLayerNode& clipped = *children[k];
                         if (!clipped.isVisible()) continue;
-                        running = blend(bic_masked(clipped.content(), coverage), running,
-                                        clipped.blendMode(),
-                                        clipped.opacity() * clipped.fillOpacity(), s);
+                        running = blendLayer(bic_masked(clipped.content(), coverage), running,
+                                             clipped, s);
                     }
                 }
             }
@@ -286,8 +285,28 @@ struct DocumentCompositor {
             if (opacity < 1) result = ci::mix(result, running, opacity);
             return s.roundEachLayer && result != after ? roundedToEightBit(result) : result;
         }
-        return blend(layer.content(), before, layer.blendMode(),
-                     layer.opacity() * layer.fillOpacity(), s);
+        return blendLayer(layer.content(), before, layer, s);
+    }
+
+    // A layer's `content` blended onto `before`, then its colour overlays: each paints the
+    // layer's shape (its coverage, whatever its fill opacity) in its colour, mode and opacity
+    // onto the result, as the application does unless interior effects blend as a group.
+    static ci::Image blendLayer(const ci::Image& content, const ci::Image& before,
+                                const DocumentLayerNode& layer,
+                                const DocumentCompositeSettings& s) {
+        ci::Image running =
+            blend(content, before, layer.blendMode(), layer.opacity() * layer.fillOpacity(), s);
+        if (layer.overlays_.empty()) return running;
+        const ci::Image shape = bic_maskFromTransparency(content);
+        for (const ColorOverlayEffect& overlay : layer.overlays_) {
+            const PixelRGBA32& c = overlay.color;
+            const ci::Image paint =
+                ci::Image::constant({c.redComponent, c.greenComponent, c.blueComponent, 1})
+                    .cropped(content.extent().intersection(s.extent()));
+            running = blend(bic_masked(paint, shape), running, overlay.mode,
+                            overlay.opacity * layer.opacity(), s);
+        }
+        return running;
     }
 
     // A vector mask drawn into an 8-bit grey bitmap over its outline's pixels (the document's
@@ -520,6 +539,7 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
         node->clipped_ = layer.isClipped();
         node->opacity_ = layer.opacity / 255.0;
         node->fillOpacity_ = layer.fillOpacity / 255.0;
+        if (layer.effects) node->overlays_ = layer.effects->colorOverlays;
         node->mode_ = layer.blendMode.value_or(BlendMode::normal);
         if (!layer.blendMode) approximate(at, layer, describeMode(layer));
         if (node->mode_ == BlendMode::replace) node->mode_ = BlendMode::normal;
@@ -634,7 +654,14 @@ DocumentComposition::DocumentComposition(const LayeredDocument& document,
         default:
             break;
         }
-        if (layer.hasLayerEffects) approximate(at, layer, "layer effects not rendered");
+        if (layer.hasLayerEffects && !layer.effects) {
+            approximate(at, layer, "layer effects not rendered");
+        } else if (layer.effects && !layer.effects->unrendered.empty()) {
+            std::string keys;
+            for (const std::string& key : layer.effects->unrendered)
+                keys += (keys.empty() ? "" : ", ") + key;
+            approximate(at, layer, "layer effects not rendered: " + keys);
+        }
         if (!blendingRangesAreDefault(layer.blendingRanges))
             approximate(at, layer, "blending ranges not applied");
         node->rebuildContent();

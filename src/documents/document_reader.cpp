@@ -510,6 +510,8 @@ void finishLayers(std::vector<DocumentLayer>& layers, std::size_t& index,
                 layer.solidFill = readSolidColorFill(b->bytes);
             if (const TaggedBlock* b = findBlock(layer, "GdFl"))
                 layer.gradientFill = readGradientFill(b->bytes);
+            if (const TaggedBlock* b = findBlock(layer, "lfx2"))
+                layer.effects = readLayerEffects(b->bytes);
         } catch (const DocumentError& e) {
             issues.push_back({at, who + ": its fill cannot be read: " + e.what()});
         }

@@ -1,6 +1,7 @@
 #include "bic/documents/fill_content.hpp"
 
 #include "bic/documents/descriptor.hpp"
+#include "bic/documents/document_error.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -215,6 +216,84 @@ std::optional<GradientFill> readGradientFill(std::span<const std::uint8_t> block
         }
     fill.gradient = ColorGradient::make(std::move(colorStops), std::move(opacityStops));
     return fill;
+}
+
+std::optional<BlendMode> blendModeFromDescriptor(std::string_view value) {
+    struct Name {
+        std::string_view key, name;
+        BlendMode mode;
+    };
+    // The short keys are the older spelling; modes added later have only the long one.
+    static constexpr Name names[] = {
+        {"Nrml", "normal", BlendMode::normal},
+        {"Dslv", "dissolve", BlendMode::dissolve},
+        {"Drkn", "darken", BlendMode::darken},
+        {"Mltp", "multiply", BlendMode::multiply},
+        {"CBrn", "colorBurn", BlendMode::colorBurn},
+        {"", "linearBurn", BlendMode::linearBurn},
+        {"", "darkerColor", BlendMode::darkerColor},
+        {"Lghn", "lighten", BlendMode::lighten},
+        {"Scrn", "screen", BlendMode::screen},
+        {"CDdg", "colorDodge", BlendMode::colorDodge},
+        {"", "linearDodge", BlendMode::linearDodge},
+        {"", "lighterColor", BlendMode::lighterColor},
+        {"Ovrl", "overlay", BlendMode::overlay},
+        {"SftL", "softLight", BlendMode::softLight},
+        {"HrdL", "hardLight", BlendMode::hardLight},
+        {"", "vividLight", BlendMode::vividLight},
+        {"", "linearLight", BlendMode::linearLight},
+        {"", "pinLight", BlendMode::pinLight},
+        {"", "hardMix", BlendMode::hardMix},
+        {"Dfrn", "difference", BlendMode::difference},
+        {"Xclu", "exclusion", BlendMode::exclusion},
+        {"", "blendSubtraction", BlendMode::subtract},
+        {"", "blendDivide", BlendMode::divide},
+        {"H   ", "hue", BlendMode::hue},
+        {"Strt", "saturation", BlendMode::saturation},
+        {"Clr ", "color", BlendMode::color},
+        {"Lmns", "luminosity", BlendMode::luminosity},
+    };
+    for (const Name& n : names)
+        if (value == n.name || (!n.key.empty() && value == n.key)) return n.mode;
+    return std::nullopt;
+}
+
+LayerEffects readLayerEffects(std::span<const std::uint8_t> block) {
+    // The object-based effects: a 4-byte version, then a versioned descriptor.
+    if (block.size() < 4)
+        throw DocumentError(DocumentError::Kind::truncated, "an effects block ends in its version");
+    const Descriptor d = parseVersionedDescriptor(block.subspan(4));
+    LayerEffects effects;
+    if (!d.boolean("masterFXSwitch").value_or(true)) return effects;
+    // Each effect is an object, or (newer files) a list of them named "…Multi", listed top
+    // first; a list stands for the single object of the same kind.
+    const bool listed = d.find("solidFillMulti") != nullptr;
+    for (const DescriptorItem& item : d.items) {
+        const bool overlay = item.key == (listed ? "solidFillMulti" : "SoFi");
+        std::vector<const Descriptor*> entries;
+        if (const auto* one = std::get_if<Descriptor>(&item.value.value)) {
+            entries.push_back(one);
+        } else if (const auto* many =
+                       std::get_if<std::vector<DescriptorValue>>(&item.value.value)) {
+            for (auto it = many->rbegin(); it != many->rend(); ++it)
+                if (const auto* e = std::get_if<Descriptor>(&it->value)) entries.push_back(e);
+        }
+        for (const Descriptor* e : entries) {
+            if (!e->boolean("enab").value_or(false)) continue;
+            if (!overlay) {
+                if (item.key != "SoFi") effects.unrendered.push_back(item.key);
+                continue;
+            }
+            ColorOverlayEffect o;
+            if (const Descriptor* c = e->object("Clr "))
+                o.color = colorFromDescriptor(*c).value_or(o.color);
+            o.mode =
+                blendModeFromDescriptor(e->enumerated("Md  ").value_or("Nrml")).value_or(o.mode);
+            o.opacity = std::clamp(finite(e->number("Opct"), 100) / 100, 0.0, 1.0);
+            effects.colorOverlays.push_back(o);
+        }
+    }
+    return effects;
 }
 
 } // namespace bic

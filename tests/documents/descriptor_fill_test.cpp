@@ -172,6 +172,62 @@ TEST(FillContent, GradientStopsMapOntoTheGradientModelExactly) {
     EXPECT_FLOAT_EQ(fill->gradient->colorAtLocation(0.25 + 0.75 * 0.25).redComponent, 0.6f);
 }
 
+void overlayEffect(BigEndian& b, bool enabled, const char* mode, double red, double opacity) {
+    b.unicode("").id("SoFi").u32(4).id("enab").chars("bool").u8(enabled ? 1 : 0);
+    b.id("Md  ").chars("enum").id("BlnM").id(mode).id("Clr ").chars("Objc");
+    rgb(b, red, 0, 0);
+    b.id("Opct").chars("UntF").chars("#Prc").f64(opacity);
+}
+
+// An "lfx2" block: the effects version, then the descriptor.
+template <class F>
+std::vector<std::uint8_t> effectsBlock(std::uint32_t count, F items) {
+    BigEndian b;
+    b.u32(0).append(descriptor("null", count, items));
+    return b.bytes;
+}
+
+TEST(FillContent, ColourOverlaysAreReadAndOtherEffectsListed) {
+    // The list form, top first, with a disabled entry and a drop shadow that is on.
+    const auto listed = readLayerEffects(effectsBlock(3, [](BigEndian& b) {
+        b.id("masterFXSwitch").chars("bool").u8(1);
+        b.id("solidFillMulti").chars("VlLs").u32(3).chars("Objc");
+        overlayEffect(b, true, "Mltp", 255, 40);
+        b.chars("Objc");
+        overlayEffect(b, false, "Nrml", 0, 100);
+        b.chars("Objc");
+        overlayEffect(b, true, "linearLight", 51, 100);
+        b.id("DrSh").chars("Objc").unicode("").id("DrSh").u32(1).id("enab").chars("bool").u8(1);
+    }));
+    ASSERT_EQ(listed.colorOverlays.size(), 2u);
+    EXPECT_EQ(listed.colorOverlays[0],
+              (ColorOverlayEffect{{0.2f, 0, 0, 1}, BlendMode::linearLight, 1}))
+        << "bottom first";
+    EXPECT_EQ(listed.colorOverlays[1],
+              (ColorOverlayEffect{{1, 0, 0, 1}, BlendMode::multiply, 0.4}));
+    EXPECT_EQ(listed.unrendered, std::vector<std::string>{"DrSh"});
+    // The single-object form; everything off when the master switch is.
+    const auto single = readLayerEffects(effectsBlock(1, [](BigEndian& b) {
+        b.id("SoFi").chars("Objc");
+        overlayEffect(b, true, "blendDivide", 255, 100);
+    }));
+    ASSERT_EQ(single.colorOverlays.size(), 1u);
+    EXPECT_EQ(single.colorOverlays[0].mode, BlendMode::divide);
+    const auto off = readLayerEffects(effectsBlock(2, [](BigEndian& b) {
+        b.id("masterFXSwitch").chars("bool").u8(0);
+        b.id("SoFi").chars("Objc");
+        overlayEffect(b, true, "Nrml", 255, 100);
+    }));
+    EXPECT_TRUE(off.colorOverlays.empty());
+    EXPECT_THROW(readLayerEffects(std::vector<std::uint8_t>{0, 0}), DocumentError);
+    // Both spellings of every mode the effects use, and nothing for an unknown one.
+    EXPECT_EQ(blendModeFromDescriptor("CBrn"), BlendMode::colorBurn);
+    EXPECT_EQ(blendModeFromDescriptor("colorBurn"), BlendMode::colorBurn);
+    EXPECT_EQ(blendModeFromDescriptor("H   "), BlendMode::hue);
+    EXPECT_EQ(blendModeFromDescriptor("blendSubtraction"), BlendMode::subtract);
+    EXPECT_FALSE(blendModeFromDescriptor("passThrough"));
+}
+
 TEST(FillContent, NoiseGradientsAndUnknownGeometriesHaveNoStops) {
     const auto noise = readGradientFill(descriptor("null", 2, [](BigEndian& b) {
         b.id("Type").chars("enum").id("GrdT").id("Lnr ");

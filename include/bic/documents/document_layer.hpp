@@ -117,8 +117,10 @@ struct DocumentLayer {
     /// Readings of the fill blocks (not written back: the blocks are).
     std::optional<SolidColorFill> solidFill;
     std::optional<GradientFill> gradientFill;
-    /// Effects ("lfx2", "lrFX", …) and vector masks ("vmsk", "vsms") are not rendered.
+    /// Any effects block ("lfx2", "lrFX", "lmfx"); and a vector mask ("vmsk", "vsms").
     bool hasLayerEffects = false, hasVectorMask = false;
+    /// The reading of "lfx2": colour overlays are rendered, the other effects listed.
+    std::optional<LayerEffects> effects;
 
     // Groups (kind == group).
     std::vector<DocumentLayer> children;

@@ -4,12 +4,15 @@
 // The blocks stay in the layer's tagged blocks and are written back from there; these values are
 // their reading, for rendering. Colours are straight, 0…1, opaque.
 
+#include "bic/filters/blend_mode.hpp"
 #include "bic/gradients/color_gradient.hpp"
 #include "bic/pixels/pixel_formats.hpp"
 
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace bic {
 
@@ -51,6 +54,32 @@ struct GradientFill {
 /// overshooting it; between the two, a mix. Midpoints reshape each segment as the midpoint rule
 /// does. The result is a many-stop gradient that follows the curve to a fraction of a level.
 ColorGradient smoothedGradient(const ColorGradient& gradient, double smoothness);
+
+/// A colour overlay layer effect: the layer's shape painted in one colour, blended onto what the
+/// layer was composited onto in its own mode and opacity.
+struct ColorOverlayEffect {
+    PixelRGBA32 color{0, 0, 0, 1};
+    BlendMode mode = BlendMode::normal;
+    /// 0…1 (stored as a percentage).
+    double opacity = 1;
+
+    friend bool operator==(const ColorOverlayEffect&, const ColorOverlayEffect&) = default;
+};
+
+/// The blend mode a descriptor's "BlnM" enumeration names, in either of its spellings ("Mltp"
+/// or "multiply"); nothing for a name no mode has.
+std::optional<BlendMode> blendModeFromDescriptor(std::string_view value);
+
+/// What an "lfx2" block's effects turn on: its colour overlays, bottom first, and the keys of
+/// every other enabled effect ("DrSh", "patternFill", …), which the library does not render.
+/// Nothing is on when the effects are switched off as a whole.
+struct LayerEffects {
+    std::vector<ColorOverlayEffect> colorOverlays;
+    std::vector<std::string> unrendered;
+};
+
+/// Throws DocumentError for a malformed descriptor.
+LayerEffects readLayerEffects(std::span<const std::uint8_t> block);
 
 /// The colour a colour descriptor ("RGBC", "Grsc", "HSBC") holds, straight on 0…1; nothing for
 /// other colour models. Exposed for the fills' readers and their tests.
