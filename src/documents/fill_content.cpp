@@ -2,6 +2,8 @@
 
 #include "bic/documents/descriptor.hpp"
 #include "bic/documents/document_error.hpp"
+#include "bic/platform/coding/compression.hpp"
+#include "byte_io.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -270,6 +272,27 @@ LayerEffects readLayerEffects(std::span<const std::uint8_t> block) {
     const bool listed = d.find("solidFillMulti") != nullptr;
     for (const DescriptorItem& item : d.items) {
         const bool overlay = item.key == (listed ? "solidFillMulti" : "SoFi");
+        if (item.key == "patternFill") {
+            // A single object in every version of the block.
+            const auto* e = std::get_if<Descriptor>(&item.value.value);
+            if (!e || !e->boolean("enab").value_or(false)) continue;
+            PatternOverlayEffect o;
+            if (const Descriptor* pattern = e->object("Ptrn")) {
+                if (const auto* id = pattern->find("Idnt"))
+                    if (const auto* text = std::get_if<std::string>(&id->value))
+                        o.patternId = *text;
+            }
+            o.mode =
+                blendModeFromDescriptor(e->enumerated("Md  ").value_or("Nrml")).value_or(o.mode);
+            o.opacity = std::clamp(finite(e->number("Opct"), 100) / 100, 0.0, 1.0);
+            o.scale = std::max(finite(e->number("Scl "), 100) / 100, 0.01);
+            if (const Descriptor* phase = e->object("phase")) {
+                o.phaseX = finite(phase->number("Hrzn"), 0);
+                o.phaseY = finite(phase->number("Vrtc"), 0);
+            }
+            effects.patternOverlays.push_back(std::move(o));
+            continue;
+        }
         std::vector<const Descriptor*> entries;
         if (const auto* one = std::get_if<Descriptor>(&item.value.value)) {
             entries.push_back(one);
@@ -294,6 +317,90 @@ LayerEffects readLayerEffects(std::span<const std::uint8_t> block) {
         }
     }
     return effects;
+}
+
+namespace {
+
+// One pattern record; nothing for colour modes and depths we do not draw.
+std::optional<Pattern> readPattern(documents::ByteReader r) {
+    const std::uint32_t version = r.u32("a pattern's version");
+    const std::uint32_t mode = r.u32("a pattern's colour mode");
+    Pattern p;
+    p.height = r.u16("a pattern's height");
+    p.width = r.u16("a pattern's width");
+    const std::uint32_t nameLength = r.u32("a pattern's name");
+    const auto name = r.take(std::uint64_t(nameLength) * 2, "a pattern's name");
+    for (std::size_t i = 0; i + 1 < name.size(); i += 2) {
+        const unsigned unit = unsigned(name[i]) << 8 | name[i + 1];
+        if (unit == 0) break;
+        // Names are for display only: units beyond ASCII become '?'.
+        p.name += unit < 0x80 ? char(unit) : '?';
+    }
+    p.id = r.chars(r.u8("a pattern's identifier"), "a pattern's identifier");
+    if (version != 1 || (mode != 1 && mode != 3)) return std::nullopt;
+    // The virtual memory array list: version, length, rectangle, channel slots.
+    r.skip(4, "a pattern's pixel list");
+    documents::ByteReader list = r.sub(r.u32("a pattern's pixel list"), "a pattern's pixel list");
+    list.skip(16, "a pattern's rectangle");
+    const std::uint32_t slots = list.u32("a pattern's channel count");
+    const std::size_t colours = mode == 3 ? 3 : 1;
+    for (std::uint32_t slot = 0; slot < slots + 2 && p.colors.size() < colours && !list.atEnd();
+         ++slot) {
+        if (!list.u32("a pattern channel's flag")) continue;
+        const std::uint32_t length = list.u32("a pattern channel's length");
+        if (length == 0) continue;
+        documents::ByteReader channel = list.sub(length, "a pattern channel");
+        const std::uint32_t depth = channel.u32("a pattern channel's depth");
+        const std::int32_t top = channel.i32("a pattern channel's rectangle"),
+                           left = channel.i32("a pattern channel's rectangle"),
+                           bottom = channel.i32("a pattern channel's rectangle"),
+                           right = channel.i32("a pattern channel's rectangle");
+        channel.skip(2, "a pattern channel's depth");
+        const std::uint8_t compression = channel.u8("a pattern channel's compression");
+        const std::int64_t w = std::int64_t(right) - left, h = std::int64_t(bottom) - top;
+        if (depth != 8 || w != p.width || h != p.height) return std::nullopt;
+        SamplePlane plane(w, h, 8);
+        auto out = std::span<std::uint8_t>(plane.mutableBytes());
+        if (compression == 0) {
+            const auto raw = channel.take(std::uint64_t(w * h), "a pattern channel's samples");
+            std::copy(raw.begin(), raw.end(), out.begin());
+        } else if (compression == 1) {
+            std::vector<std::size_t> counts(static_cast<std::size_t>(h));
+            for (std::size_t& n : counts)
+                n = channel.u16("a pattern channel's row lengths");
+            for (std::int64_t y = 0; y < h; ++y) {
+                const auto row = out.subspan(std::size_t(y * w), std::size_t(w));
+                try {
+                    if (coding::unpackBitsInto(
+                            channel.take(counts[std::size_t(y)], "a pattern channel's rows"),
+                            row) != row.size())
+                        documents::corrupt("a pattern channel's row is short");
+                } catch (const coding::CompressionError& e) {
+                    documents::corrupt(std::string("a pattern channel's row: ") + e.what());
+                }
+            }
+        } else {
+            return std::nullopt;
+        }
+        p.colors.push_back(std::move(plane));
+    }
+    if (p.colors.size() != colours) return std::nullopt;
+    return p;
+}
+
+} // namespace
+
+std::vector<Pattern> readPatterns(std::span<const std::uint8_t> block) {
+    std::vector<Pattern> patterns;
+    documents::ByteReader r(block);
+    while (r.remaining() >= 4) {
+        const std::uint32_t length = r.u32("a pattern's length");
+        if (length == 0) break;
+        if (auto p = readPattern(r.sub(length, "a pattern"))) patterns.push_back(std::move(*p));
+        // Records are padded to four bytes.
+        r.skipPadding((4 - length % 4) % 4);
+    }
+    return patterns;
 }
 
 } // namespace bic

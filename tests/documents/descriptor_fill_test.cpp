@@ -228,6 +228,44 @@ TEST(FillContent, ColourOverlaysAreReadAndOtherEffectsListed) {
     EXPECT_FALSE(blendModeFromDescriptor("passThrough"));
 }
 
+TEST(FillContent, PatternsAreReadRawAndPackBitsAndOverlaysFindThem) {
+    // 3 × 2, each channel its own ramp; two records, PackBits and raw, read alike.
+    const std::vector<std::vector<std::uint8_t>> planes = {
+        {0, 1, 2, 3, 4, 5}, {10, 11, 12, 13, 14, 15}, {200, 200, 200, 200, 201, 202}};
+    auto bytes = test_support::patternBlock("id-1", 3, 2, planes, true);
+    const auto raw = test_support::patternBlock("id-2", 3, 2, planes, false);
+    bytes.insert(bytes.end(), raw.begin(), raw.end());
+    const auto patterns = readPatterns(bytes);
+    ASSERT_EQ(patterns.size(), 2u);
+    for (const Pattern& p : patterns) {
+        EXPECT_EQ(p.width, 3);
+        EXPECT_EQ(p.height, 2);
+        EXPECT_EQ(p.name, "P");
+        ASSERT_EQ(p.colors.size(), 3u);
+        for (std::size_t c = 0; c < 3; ++c)
+            EXPECT_TRUE(
+                std::equal(planes[c].begin(), planes[c].end(), p.colors[c].bytes().begin()));
+    }
+    EXPECT_EQ(patterns[1].id, "id-2");
+    // A record cut short is an error, not a pattern of garbage.
+    const auto cut = std::vector<std::uint8_t>(raw.begin(), raw.end() - 8);
+    EXPECT_THROW(readPatterns(cut), DocumentError);
+
+    const auto effects = readLayerEffects(effectsBlock(1, [](BigEndian& b) {
+        b.id("patternFill").chars("Objc").unicode("").id("patternFill").u32(5);
+        b.id("enab").chars("bool").u8(1).id("Md  ").chars("enum").id("BlnM").id("Scrn");
+        b.id("Opct").chars("UntF").chars("#Prc").f64(80);
+        b.id("Ptrn").chars("Objc").unicode("").id("Ptrn").u32(1);
+        b.id("Idnt").chars("TEXT").unicode("id-2");
+        b.id("phase").chars("Objc").unicode("").id("Pnt ").u32(2);
+        b.id("Hrzn").chars("doub").f64(3).id("Vrtc").chars("doub").f64(-1);
+    }));
+    ASSERT_EQ(effects.patternOverlays.size(), 1u);
+    EXPECT_EQ(effects.patternOverlays[0],
+              (PatternOverlayEffect{"id-2", BlendMode::screen, 0.8, 1, 3, -1}));
+    EXPECT_TRUE(effects.unrendered.empty());
+}
+
 TEST(FillContent, NoiseGradientsAndUnknownGeometriesHaveNoStops) {
     const auto noise = readGradientFill(descriptor("null", 2, [](BigEndian& b) {
         b.id("Type").chars("enum").id("GrdT").id("Lnr ");

@@ -1,5 +1,7 @@
 #include "document_test_support.hpp"
 
+#include "bic/platform/coding/compression.hpp"
+
 #include <algorithm>
 #include <cstring>
 #include <fstream>
@@ -25,6 +27,48 @@ std::vector<std::filesystem::path> validDocuments() {
 std::vector<std::uint8_t> fileBytes(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::vector<std::uint8_t> patternBlock(const std::string& id, std::uint16_t width,
+                                       std::uint16_t height,
+                                       const std::vector<std::vector<std::uint8_t>>& planes,
+                                       bool packBits) {
+    const auto rect = [&](BigEndian& b) { b.u32(0).u32(0).u32(height).u32(width); };
+    BigEndian channels;
+    for (const auto& plane : planes) {
+        BigEndian data;
+        if (packBits) {
+            std::vector<std::vector<std::uint8_t>> rows;
+            for (std::size_t y = 0; y < height; ++y)
+                rows.push_back(
+                    coding::packBits(std::span(plane).subspan(y * width, std::size_t(width))));
+            for (const auto& row : rows)
+                data.u16(std::uint16_t(row.size()));
+            for (const auto& row : rows)
+                data.append(row);
+        } else {
+            data.append(plane);
+        }
+        BigEndian header;
+        header.u32(8);
+        rect(header);
+        header.u16(8).u8(packBits ? 1 : 0);
+        channels.u32(1).u32(std::uint32_t(header.bytes.size() + data.bytes.size()));
+        channels.append(header.bytes).append(data.bytes);
+    }
+    channels.u32(0).u32(0); // unwritten slots: the user mask and the sheet's transparency
+    BigEndian list;
+    rect(list);
+    list.u32(24).append(channels.bytes);
+    BigEndian record;
+    record.u32(1).u32(3).u16(height).u16(width).unicode("P");
+    record.u8(std::uint8_t(id.size())).chars(id);
+    record.u32(3).u32(std::uint32_t(list.bytes.size())).append(list.bytes);
+    BigEndian block;
+    block.u32(std::uint32_t(record.bytes.size())).append(record.bytes);
+    while (block.bytes.size() % 4)
+        block.u8(0);
+    return block.bytes;
 }
 
 BigEndian& BigEndian::f64(double d) {

@@ -49,6 +49,13 @@ struct BigEndian {
     }
 };
 
+/// A "Patt" block's bytes with one RGB pattern of three 8-bit `planes` (each width × height),
+/// its channels PackBits-coded when `packBits`, else raw.
+std::vector<std::uint8_t> patternBlock(const std::string& id, std::uint16_t width,
+                                       std::uint16_t height,
+                                       const std::vector<std::vector<std::uint8_t>>& planes,
+                                       bool packBits);
+
 /// The 26-byte header.
 BigEndian header(std::uint16_t version, std::uint16_t channels, std::uint32_t height,
                  std::uint32_t width, std::uint16_t depth, std::uint16_t mode);

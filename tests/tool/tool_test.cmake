@@ -367,8 +367,8 @@ if(PSD AND IS_DIRECTORY "${PSD}")
   # Our composite: the stored one's size and depth; what it cannot render is named on stderr.
   run(TRUE psd "${PSD}/composite/clipping-mask.psd" --composite ${WORK}/ours.png)
   expect_in("${out}" "(360 × 200, 8 bits)")
-  run(TRUE psd "${PSD}/composite/fill-opacity.psd" --composite ${WORK}/ours-effects.png)
-  expect_in("${err}" "bic: approximated layer 0 \"A\": layer effects not rendered: patternFill")
+  run(TRUE psd "${PSD}/blend/ag-psd_2026-blend-modes.psd" --composite ${WORK}/ours-effects.png)
+  expect_in("${err}" "bic: approximated layer 3 \"dissolve\": Dissolve's noise pattern is the library's own")
   run(TRUE psd "${PSD}/depth/16bit5x5.psb" --composite ${WORK}/ours-16.png)
   expect_in("${out}" "(5 × 5, 16 bits)")
 

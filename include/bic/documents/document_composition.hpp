@@ -108,7 +108,14 @@ private:
     bool visible_ = true, clipped_ = false;
     double opacity_ = 1, fillOpacity_ = 1;
     BlendMode mode_ = BlendMode::normal;
-    std::vector<ColorOverlayEffect> overlays_;
+    // The layer's colour and pattern overlays, bottom first: what each paints (unbounded) over
+    // the layer's shape, in its mode and opacity.
+    struct Overlay {
+        ci::Image paint;
+        BlendMode mode;
+        double opacity;
+    };
+    std::vector<Overlay> overlays_;
     DocumentRect bounds_;
     // Straight RGBA of the document's depth over bounds_, shared with the engine image.
     std::shared_ptr<std::uint8_t[]> pixels_; // straight RGBA of the document's depth

@@ -4,6 +4,7 @@
 // The blocks stay in the layer's tagged blocks and are written back from there; these values are
 // their reading, for rendering. Colours are straight, 0…1, opaque.
 
+#include "bic/documents/sample_plane.hpp"
 #include "bic/filters/blend_mode.hpp"
 #include "bic/gradients/color_gradient.hpp"
 #include "bic/pixels/pixel_formats.hpp"
@@ -70,13 +71,40 @@ struct ColorOverlayEffect {
 /// or "multiply"); nothing for a name no mode has.
 std::optional<BlendMode> blendModeFromDescriptor(std::string_view value);
 
-/// What an "lfx2" block's effects turn on: its colour overlays, bottom first, and the keys of
-/// every other enabled effect ("DrSh", "patternFill", …), which the library does not render.
-/// Nothing is on when the effects are switched off as a whole.
+/// A pattern overlay layer effect: the layer's shape painted with a pattern of the document's
+/// "Patt" blocks, repeated from the document's origin shifted by the phase.
+struct PatternOverlayEffect {
+    /// The pattern's identifier, as its record stores it.
+    std::string patternId;
+    BlendMode mode = BlendMode::normal;
+    /// 0…1 (stored as percentages).
+    double opacity = 1, scale = 1;
+    /// Pixels.
+    double phaseX = 0, phaseY = 0;
+
+    friend bool operator==(const PatternOverlayEffect&, const PatternOverlayEffect&) = default;
+};
+
+/// What an "lfx2" block's effects turn on: its colour and pattern overlays, bottom first, and
+/// the keys of every other enabled effect ("DrSh", "GrFl", …), which the library does not
+/// render. Nothing is on when the effects are switched off as a whole.
 struct LayerEffects {
     std::vector<ColorOverlayEffect> colorOverlays;
+    std::vector<PatternOverlayEffect> patternOverlays;
     std::vector<std::string> unrendered;
 };
+
+/// A pattern a document keeps for its pattern fills and overlays: 8-bit planes, one (grey) or
+/// three (RGB), of `width` × `height`.
+struct Pattern {
+    std::string id, name;
+    std::int64_t width = 0, height = 0;
+    std::vector<SamplePlane> colors;
+};
+
+/// The patterns of a "Patt", "Pat2" or "Pat3" block's bytes. Patterns of other colour modes or
+/// depths are skipped; throws DocumentError for a record that contradicts its lengths.
+std::vector<Pattern> readPatterns(std::span<const std::uint8_t> block);
 
 /// Throws DocumentError for a malformed descriptor.
 LayerEffects readLayerEffects(std::span<const std::uint8_t> block);
