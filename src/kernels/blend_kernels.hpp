@@ -50,6 +50,15 @@ struct VividLight {
         return s <= 0 ? 0.0f : (s >= 1 ? 1.0f : lit);
     }
 };
+/// Vivid light of 8-bit documents: the dodge half starts at level 128, dividing by
+/// 1 − (2s − 256/255), as Linear Light and Hard Light do there.
+struct VividLight8 {
+    static float apply(float b, float s) {
+        const float burn = 1 - (1 - b) / (2 * s), dodge = b / (2 * (1 - s) + 1.0f / 255.0f);
+        const float lit = std::clamp(s < 128.0f / 255.0f ? burn : dodge, 0.0f, 1.0f);
+        return s <= 0 ? 0.0f : (s >= 1 ? 1.0f : std::floor(lit * 255 + 1e-3f) / 255);
+    }
+};
 struct LinearLight {
     static float apply(float b, float s) { return std::clamp(b + 2 * s - 1, 0.0f, 1.0f); }
 };

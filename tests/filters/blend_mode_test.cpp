@@ -624,20 +624,32 @@ TEST(BlendMode, EdgeRulesHoldUnderOpacityAndPartialAlpha) {
     EXPECT_EQ(std::lround(stored[1] * 255.0 / stored[0]), 137);
 }
 
-TEST(BlendMode, EightBitDocumentsKeepTheirLinearAndHardLightSteps) {
+// Vivid light of 8-bit documents in integers: the burn half below 128, the dodge half from 128
+// dividing by 255 − (2s − 256), each rounded down, the ends 0 and 255 whatever the backdrop.
+int vividLightOfLevels(int b, int s) {
+    if (s == 0) return 0;
+    if (s == 255) return 255;
+    if (s < 128) return std::max(0, 255 * (2 * s - 255 + b) / (2 * s));
+    return std::min(255, 255 * b / (511 - 2 * s));
+}
+
+TEST(BlendMode, EightBitDocumentsKeepTheirLinearHardAndVividLightSteps) {
     // Linear light of 8-bit documents is b + 2s − 256/255 (integers: b + 2s − 256), and hard
-    // light's light half starts at 128: Screen(b, 2s − 256/255). Every pair of levels.
+    // light's light half starts at 128: Screen(b, 2s − 256/255); vivid light as above. Every
+    // pair of levels.
     const ci::Image layer = greyRamp(false, 1), backdrop = greyRamp(true, 1);
     const cg::Rect all(0, 0, 256, 256);
-    for (const BlendMode mode : {BlendMode::linearLight, BlendMode::hardLight}) {
+    for (const BlendMode mode :
+         {BlendMode::linearLight, BlendMode::hardLight, BlendMode::vividLight}) {
         std::vector<std::uint8_t> out(256 * 256 * 4);
         ci::Context().render(blended(layer, backdrop, mode, 1, BlendArithmetic::eightBit),
                              out.data(), 256 * 4, all, ci::Format::ARGB8);
         for (int b = 0; b < 256; ++b)
             for (int s = 0; s < 256; ++s) {
                 const int want =
-                    mode == BlendMode::linearLight ? std::clamp(b + 2 * s - 256, 0, 255)
-                    : s <= 127                     ? int(std::lround(2.0 * s * b / 255))
+                    mode == BlendMode::vividLight    ? vividLightOfLevels(b, s)
+                    : mode == BlendMode::linearLight ? std::clamp(b + 2 * s - 256, 0, 255)
+                    : s <= 127                       ? int(std::lround(2.0 * s * b / 255))
                                : int(std::lround(b + (2 * s - 256) - b * (2 * s - 256) / 255.0));
                 const int got = out[std::size_t(((255 - b) * 256 + s) * 4 + 1)];
                 ASSERT_EQ(got, want) << mode.name() << " layer " << s << " over " << b;
