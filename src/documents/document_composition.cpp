@@ -225,9 +225,18 @@ struct PatternPaint {
     }
 };
 
-// The patterns of the document's pattern blocks by identifier; unreadable blocks give none.
+bool anyPatternOverlay(const std::vector<DocumentLayer>& layers) {
+    return std::any_of(layers.begin(), layers.end(), [](const DocumentLayer& layer) {
+        return (layer.effects && !layer.effects->patternOverlays.empty()) ||
+               anyPatternOverlay(layer.children);
+    });
+}
+
+// The patterns of the document's pattern blocks by identifier, when a layer draws one;
+// unreadable blocks give none.
 std::map<std::string, PatternPaint> documentPatterns(const LayeredDocument& document) {
     std::map<std::string, PatternPaint> paints;
+    if (!anyPatternOverlay(document.layers)) return paints;
     for (const TaggedBlock& block : document.globalBlocks) {
         if (block.key != "Patt" && block.key != "Pat2" && block.key != "Pat3") continue;
         std::vector<Pattern> patterns;

@@ -359,6 +359,11 @@ std::optional<Pattern> readPattern(documents::ByteReader r) {
         const std::uint8_t compression = channel.u8("a pattern channel's compression");
         const std::int64_t w = std::int64_t(right) - left, h = std::int64_t(bottom) - top;
         if (depth != 8 || w != p.width || h != p.height) return std::nullopt;
+        // Nothing is allocated that the bytes cannot fill: a PackBits packet of two bytes
+        // gives at most 128 samples.
+        if (std::uint64_t(w) * std::uint64_t(h) >
+            std::uint64_t(channel.remaining()) * (compression == 1 ? 64 : 1))
+            documents::corrupt("a pattern channel is larger than its bytes can fill");
         SamplePlane plane(w, h, 8);
         auto out = std::span<std::uint8_t>(plane.mutableBytes());
         if (compression == 0) {

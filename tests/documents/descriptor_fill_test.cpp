@@ -250,6 +250,10 @@ TEST(FillContent, PatternsAreReadRawAndPackBitsAndOverlaysFindThem) {
     // A record cut short is an error, not a pattern of garbage.
     const auto cut = std::vector<std::uint8_t>(raw.begin(), raw.end() - 8);
     EXPECT_THROW(readPatterns(cut), DocumentError);
+    // A pattern claiming 60,000² samples from one byte a channel is refused before allocating.
+    EXPECT_THROW(
+        readPatterns(test_support::patternBlock("huge", 60000, 60000, {{1}, {1}, {1}}, false)),
+        DocumentError);
 
     const auto effects = readLayerEffects(effectsBlock(1, [](BigEndian& b) {
         b.id("patternFill").chars("Objc").unicode("").id("patternFill").u32(5);
