@@ -116,7 +116,6 @@ struct TablePlaces {
     void lookUp(const std::vector<std::uint8_t>& bytes, std::int64_t n, float* out) const {
         using Quad = float __attribute__((vector_size(16)));
         using Pair = float __attribute__((vector_size(32)));
-        using Lanes = std::int32_t __attribute__((vector_size(32)));
         const std::size_t entries = bytes.size() / 16;
         auto put = [&](std::int64_t j, std::int64_t step, std::size_t floats) {
             Quad lo[2], hi[2];
@@ -132,9 +131,9 @@ struct TablePlaces {
             const float f0 = fraction[j], f1 = fraction[j + step];
             const float a0 = alphas[j], a1 = alphas[j + step];
             const Pair c = l + (h - l) * Pair{f0, f0, f0, f0, f1, f1, f1, f1};
-            const Pair alpha = __builtin_shuffle(c, Lanes{3, 3, 3, 3, 7, 7, 7, 7}) *
+            const Pair alpha = __builtin_shufflevector(c, c, 3, 3, 3, 3, 7, 7, 7, 7) *
                                Pair{a0, a0, a0, a0, a1, a1, a1, a1};
-            const Pair r = __builtin_shuffle(c * alpha, alpha, Lanes{0, 1, 2, 11, 4, 5, 6, 15});
+            const Pair r = __builtin_shufflevector(c * alpha, alpha, 0, 1, 2, 11, 4, 5, 6, 15);
             std::memcpy(out + 4 * j, &r, sizeof(float) * floats);
         };
         std::int64_t j = 0;

@@ -92,6 +92,8 @@ struct LayerEffects {
     std::vector<ColorOverlayEffect> colorOverlays;
     std::vector<PatternOverlayEffect> patternOverlays;
     std::vector<std::string> unrendered;
+
+    friend bool operator==(const LayerEffects&, const LayerEffects&) = default;
 };
 
 /// A pattern a document keeps for its pattern fills and overlays: 8-bit planes, one (grey) or

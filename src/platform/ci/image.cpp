@@ -57,15 +57,14 @@ BIC_VECTOR_CLONES void sourceOverRow(const KernelRow& row) {
 // four-lane pattern into a store per lane.
 BIC_VECTOR_CLONES void premultiplyRow(const KernelRow& row) {
     using Pair = float __attribute__((vector_size(32)));
-    using Lanes = std::int32_t __attribute__((vector_size(32)));
     const float* s = row.samples[0];
     float* o = row.out;
     std::int64_t i = 0;
     for (; i + 2 <= row.count; i += 2) {
         Pair v;
         std::memcpy(&v, s + 4 * i, sizeof v);
-        const Pair scaled = v * __builtin_shuffle(v, Lanes{3, 3, 3, 3, 7, 7, 7, 7});
-        const Pair r = __builtin_shuffle(scaled, v, Lanes{0, 1, 2, 11, 4, 5, 6, 15});
+        const Pair scaled = v * __builtin_shufflevector(v, v, 3, 3, 3, 3, 7, 7, 7, 7);
+        const Pair r = __builtin_shufflevector(scaled, v, 0, 1, 2, 11, 4, 5, 6, 15);
         std::memcpy(o + 4 * i, &r, sizeof r);
     }
     for (; i < row.count; ++i) {
