@@ -211,17 +211,14 @@ std::optional<ci::Image> gradientImage(const GradientFill& fill, const cg::Rect&
 
 // A document pattern as an opaque float image, repeated from the document's top-left corner.
 struct PatternPaint {
-    std::shared_ptr<std::vector<float>> pixels;
-    std::int64_t width = 0, height = 0;
+    ci::Image image; // opaque floats, the pattern's top row first
+    std::int64_t height = 0;
 
     // The pattern over the plane with its top-left pixel at `x`, `y` (document pixels, y down)
     // of a document `documentHeight` tall.
     ci::Image placed(double x, double y, std::int64_t documentHeight) const {
-        const auto image = ci::Image::withSharedBitmap(pixels, pixels->data(), width * 4 * 4, width,
-                                                       height, ci::Format::RGBAf);
-        if (!image) throw ImageCoreError(ImageCoreError::unknownError, "a pattern makes no image");
-        return ci::affineTile(*image, cg::AffineTransform::translation(x, double(documentHeight) -
-                                                                              y - double(height)));
+        return ci::affineTile(image, cg::AffineTransform::translation(x, double(documentHeight) -
+                                                                             y - double(height)));
     }
 };
 
@@ -246,16 +243,17 @@ std::map<std::string, PatternPaint> documentPatterns(const LayeredDocument& docu
             continue;
         }
         for (const Pattern& p : patterns) {
-            PatternPaint paint;
-            paint.width = p.width, paint.height = p.height;
-            paint.pixels =
-                std::make_shared<std::vector<float>>(std::size_t(p.width * p.height * 4));
-            for (std::size_t i = 0; i < std::size_t(p.width * p.height); ++i) {
+            const auto count = std::size_t(p.width * p.height);
+            auto pixels = std::make_shared<std::vector<float>>(count * 4);
+            for (std::size_t i = 0; i < count; ++i) {
                 for (std::size_t c = 0; c < 3; ++c)
-                    (*paint.pixels)[4 * i + c] =
-                        float(p.colors[c % p.colors.size()].bytes()[i]) / 255.0f;
-                (*paint.pixels)[4 * i + 3] = 1;
+                    (*pixels)[4 * i + c] = float(p.colors[c % p.colors.size()].bytes()[i]) / 255.0f;
+                (*pixels)[4 * i + 3] = 1;
             }
+            const auto* bytes = reinterpret_cast<const std::uint8_t*>(pixels->data());
+            PatternPaint paint{
+                sharedBitmap(std::move(pixels), bytes, p.width, p.height, ci::Format::RGBAf),
+                p.height};
             paints.emplace(p.id, std::move(paint));
         }
     }

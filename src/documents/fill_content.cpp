@@ -260,6 +260,16 @@ std::optional<BlendMode> blendModeFromDescriptor(std::string_view value) {
     return std::nullopt;
 }
 
+namespace {
+
+// An effect's blend mode ("Md  ") and opacity ("Opct", percent); absent ones keep the defaults.
+void readBlending(const Descriptor& effect, BlendMode& mode, double& opacity) {
+    mode = blendModeFromDescriptor(effect.enumerated("Md  ").value_or("Nrml")).value_or(mode);
+    opacity = std::clamp(finite(effect.number("Opct"), 100) / 100, 0.0, 1.0);
+}
+
+} // namespace
+
 LayerEffects readLayerEffects(std::span<const std::uint8_t> block) {
     // The object-based effects: a 4-byte version, then a versioned descriptor.
     if (block.size() < 4)
@@ -282,9 +292,7 @@ LayerEffects readLayerEffects(std::span<const std::uint8_t> block) {
                     if (const auto* text = std::get_if<std::string>(&id->value))
                         o.patternId = *text;
             }
-            o.mode =
-                blendModeFromDescriptor(e->enumerated("Md  ").value_or("Nrml")).value_or(o.mode);
-            o.opacity = std::clamp(finite(e->number("Opct"), 100) / 100, 0.0, 1.0);
+            readBlending(*e, o.mode, o.opacity);
             o.scale = std::max(finite(e->number("Scl "), 100) / 100, 0.01);
             if (const Descriptor* phase = e->object("phase")) {
                 o.phaseX = finite(phase->number("Hrzn"), 0);
@@ -310,9 +318,7 @@ LayerEffects readLayerEffects(std::span<const std::uint8_t> block) {
             ColorOverlayEffect o;
             if (const Descriptor* c = e->object("Clr "))
                 o.color = colorFromDescriptor(*c).value_or(o.color);
-            o.mode =
-                blendModeFromDescriptor(e->enumerated("Md  ").value_or("Nrml")).value_or(o.mode);
-            o.opacity = std::clamp(finite(e->number("Opct"), 100) / 100, 0.0, 1.0);
+            readBlending(*e, o.mode, o.opacity);
             effects.colorOverlays.push_back(o);
         }
     }
